@@ -1,0 +1,12 @@
+#include "common/debug_output.h"
+
+void WriteDebugText(const WCHAR* text) {
+  OutputDebugStringW(text);
+}
+
+void WriteDebugArguments(const WCHAR* format, const FormatArgument* arguments,
+                         std::size_t argumentCount) {
+  WCHAR line[DebugLineChars];
+  FormatWide(line, DebugLineChars, format, arguments, argumentCount);
+  OutputDebugStringW(line);
+}

@@ -1,0 +1,26 @@
+// Lists the DFU interfaces that are present, for the refresh and for the opening of the first one.
+//
+// Holds no state: each caller gives a list of its own, so operation threads and a refresh may list
+// at the same time.
+#pragma once
+
+#include <windows.h>
+
+#include "common/types.h"
+#include "dfudevice/dfu_device_list.h"
+
+// The most characters of a device description that a log line shows.
+inline constexpr u32 DisplayNameChars = 80;
+
+// A device's description for log lines, NUL-terminated.
+struct DisplayName {
+  WCHAR text[DisplayNameChars + 1];
+};
+
+// Empties list and fills it with the interfaces of the DFU class that are present. displayName
+// becomes the description of the first one, the one that is opened, or "(Unnamed DFU device)" when
+// it cannot be read; it is empty when there is no interface.
+//
+// Returns false, with a line in the debug output and an empty list, when the size of the list
+// cannot be had or there is no memory for it.
+bool ListDfuInterfaces(DfuDeviceList& list, DisplayName& displayName);

@@ -1,0 +1,34 @@
+// Reads the text in which a DFU device describes its memory.
+//
+//   @Name/0x08000000/04*016Kg,02*064Kg
+//
+// is a name, then one or more regions of an address (or two, "A-B"), "/" and runs of equal sectors:
+// count "*" size, unit letter (K, M or anything else for bytes), attribute letter. Regions follow
+// one another separated by "/".
+//
+// The text comes from the device and is trusted in nothing. The parser has no state;
+// DecodeMemoryMaps calls it under the update lock.
+#pragma once
+
+#include <cstddef>
+
+#include "common/types.h"
+#include "dfudevice/memory_map.h"
+
+// The most characters of a text that are looked at; the rest is ignored.
+inline constexpr std::size_t MemoryMapTextChars = 511;
+
+// The most sectors that a map may have. What is made from a map (a blank image, the cuts) grows
+// with the number of its sectors, and real parts stay a hundred times below.
+inline constexpr u32 MemoryMapMaxSectors = 65536;
+
+// Parses text, textChars characters of the ANSI code page that need no NUL; a NUL among them ends
+// the text. On success sets map.name, map.sectorCount and map.sectors, which the caller owns then
+// (delete[]), and leaves map.alternateSetting alone. map is untouched on any other result.
+//
+// Returns 1 for a memory map, 0 when there is no memory for the sectors, StatusNothingToWorkOn when
+// the text is none or is not to be trusted: no "@" in front, no "*" behind the first "/", no sector
+// or more than MemoryMapMaxSectors in all, a sector size beyond 32 bits, or a run whose numbers
+// read differently from the front than as the digits beside its "*", so that the sectors would
+// disagree with their total.
+u32 ParseMemoryMap(const char* text, std::size_t textChars, MemoryMap& map);

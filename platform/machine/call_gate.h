@@ -1,0 +1,156 @@
+// The one door of the layer: every platform call enters here first.
+//
+// It counts the calls, lets a test or a sweep make one of them fail, do something at the k-th call
+// (pull the keyboard, end the process), and is the place where a serial run may hand over to
+// another thread. Faults are ordered by call and occurrence, or by the number of the call in the
+// run.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/machine/scheduler.h"
+
+namespace platform {
+
+// Every call of the layer that can fail or block.
+#define PLATFORM_CALLS(X)               \
+  X(StartServiceCtrlDispatcherW)        \
+  X(RegisterServiceCtrlHandlerExW)      \
+  X(SetServiceStatus)                   \
+  X(CM_Register_Notification)           \
+  X(CM_Get_Device_Interface_List_SizeW) \
+  X(CM_Get_Device_Interface_ListW)      \
+  X(CM_Get_Device_Interface_PropertyW)  \
+  X(CM_Locate_DevNodeW)                 \
+  X(CM_Get_DevNode_Registry_PropertyW)  \
+  X(HidD_GetAttributes)                 \
+  X(HidD_GetPreparsedData)              \
+  X(HidP_GetCaps)                       \
+  X(HidD_GetProductString)              \
+  X(HidD_SetOutputReport)               \
+  X(WinUsb_Initialize)                  \
+  X(WinUsb_Free)                        \
+  X(WinUsb_GetDescriptor)               \
+  X(WinUsb_QueryInterfaceSettings)      \
+  X(WinUsb_SetCurrentAlternateSetting)  \
+  X(WinUsb_ControlTransfer)             \
+  X(CreateFileW)                        \
+  X(CloseHandle)                        \
+  X(FindFirstFileA)                     \
+  X(FindNextFileA)                      \
+  X(FindClose)                          \
+  X(OpenBinaryFile)                     \
+  X(RegOpenKeyExW)                      \
+  X(RegQueryInfoKeyW)                   \
+  X(RegEnumKeyExW)                      \
+  X(RegGetValueW)                       \
+  X(RegCloseKey)                        \
+  X(K32EnumProcesses)                   \
+  X(K32EnumProcessModules)              \
+  X(K32GetModuleBaseNameW)              \
+  X(OpenProcess)                        \
+  X(ProcessIdToSessionId)               \
+  X(OpenProcessToken)                   \
+  X(LookupPrivilegeValueW)              \
+  X(AdjustTokenPrivileges)              \
+  X(DuplicateTokenEx)                   \
+  X(CreateEnvironmentBlock)             \
+  X(DestroyEnvironmentBlock)            \
+  X(CreateProcessAsUserW)               \
+  X(GetSystemPowerStatus)               \
+  X(CreateThread)                       \
+  X(ResumeThread)                       \
+  X(SetThreadPriority)                  \
+  X(ExitThread)                         \
+  X(GetExitCodeThread)                  \
+  X(CreateEventW)                       \
+  X(SetEvent)                           \
+  X(ResetEvent)                         \
+  X(WaitForSingleObject)                \
+  X(WaitForMultipleObjects)             \
+  X(CreateMutexW)                       \
+  X(ReleaseMutex)                       \
+  X(Sleep)                              \
+  X(HeapAlloc)                          \
+  X(HeapFree)                           \
+  X(MultiByteToWideChar)                \
+  X(WideCharToMultiByte)                \
+  X(OutputDebugStringW)
+
+enum class Call : std::uint8_t {
+#define PLATFORM_CALL_NAME(name) name,
+  PLATFORM_CALLS(PLATFORM_CALL_NAME)
+#undef PLATFORM_CALL_NAME
+      Count
+};
+
+inline constexpr std::size_t CallCount = static_cast<std::size_t>(Call::Count);
+
+const char* NameOf(Call call);
+
+// The errors that Windows documents for a call's failure, in the numbers that the call itself gives
+// (last-error codes, CONFIGRET or registry results). Empty for a call that has no way to fail.
+const std::vector<std::uint32_t>& DocumentedErrors(Call call);
+
+class CallGate {
+ public:
+  explicit CallGate(Scheduler& scheduler) : scheduler_(scheduler) {}
+
+  // Enters a call: 0 to go on, else the error that the call is to fail with. Called first thing by
+  // every call of the layer with none of the layer's locks held; may hand over to other threads.
+  std::uint32_t Enter(Call call);
+
+  // The occurrence-th use of a call from now (1 is the next one) fails with the error; with
+  // fromThenOn all later ones do, too.
+  void FailCall(Call call, std::uint32_t occurrence, std::uint32_t error, bool fromThenOn = false);
+
+  // The same by the number that the call has in the whole run (1 is the first). The error is the
+  // call's documented one with that index, modulo their number; a call that cannot fail goes on.
+  void FailNumber(std::uint64_t number, std::uint32_t errorIndex, bool fromThenOn = false);
+
+  // Runs the action in front of the call with that number, on the calling thread.
+  void AtNumber(std::uint64_t number, std::function<void()> action);
+
+  // Forgets all orders that were not met or last for ever.
+  void ClearFailures();
+
+  // Sees every call as it enters; null for none. Called with no lock of the gate held.
+  void Observe(std::function<void(Call)> observer);
+
+  std::uint64_t total() const;
+  std::uint64_t CountOf(Call call) const;
+
+  // How many calls were made to fail, and what the last one was.
+  std::uint64_t failed() const;
+  Call lastFailed() const;
+
+ private:
+  struct Order {
+    std::uint64_t occurrence;
+    std::uint32_t error;
+    bool fromThenOn;
+  };
+
+  std::uint32_t ErrorFor(Call call);
+
+  Scheduler& scheduler_;
+  mutable std::mutex lock_;
+  std::array<std::uint64_t, CallCount> counts_{};
+  std::uint64_t total_ = 0;
+  std::uint64_t failed_ = 0;
+  Call lastFailed_ = Call::Count;
+  std::multimap<Call, Order> orders_;
+  std::uint64_t failNumber_ = 0;
+  std::uint32_t failErrorIndex_ = 0;
+  bool failFromThenOn_ = false;
+  std::multimap<std::uint64_t, std::function<void()>> actions_;
+  std::function<void(Call)> observer_;
+};
+
+}  // namespace platform

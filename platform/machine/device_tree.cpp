@@ -1,0 +1,298 @@
+#include "platform/machine/device_tree.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/machine/text.h"
+
+namespace platform {
+
+namespace {
+
+// The number of the node that is the root of the tree; the devices follow.
+constexpr DEVINST FirstDeviceNode = 2;
+
+constexpr DWORD ReadWriteAccess = GENERIC_READ | GENERIC_WRITE;
+
+// One side of the test for shared access: does an open with this access bear the other's sharing?
+bool IsShared(DWORD access, DWORD otherShare) {
+  return ((access & GENERIC_READ) == 0 || (otherShare & FILE_SHARE_READ) != 0) &&
+         ((access & GENERIC_WRITE) == 0 || (otherShare & FILE_SHARE_WRITE) != 0);
+}
+
+bool Conflict(const OpenMode& left, const OpenMode& right) {
+  // An open without access, for attributes only, takes no part in sharing.
+  if ((left.access & ReadWriteAccess) == 0 || (right.access & ReadWriteAccess) == 0) {
+    return false;
+  }
+  return !IsShared(left.access, right.share) || !IsShared(right.access, left.share);
+}
+
+// Full speed: a frame for the setup and status stages, one for each 1024 bytes of data begun.
+std::uint64_t TimeOnWireMs(const WINUSB_SETUP_PACKET& setup) {
+  return 1 + (std::uint64_t{setup.Length} + 1023) / 1024;
+}
+
+}  // namespace
+
+DeviceFile::~DeviceFile() {
+  if (inWinUsb) {
+    faults_.Add("CloseHandle: the device file was closed before WinUsb_Free");
+  }
+  const std::scoped_lock lock(target_->lock_);
+  std::erase(target_->files_, this);
+}
+
+// ---- The script's side ----
+
+void DeviceTree::Attach(const std::vector<Device>& devices) {
+  std::vector<std::u16string> present;
+  for (const Device& device : devices) {
+    if (IsPresent(device.instanceId)) {
+      present.push_back(device.instanceId);
+    }
+  }
+  Detach(present);
+
+  std::vector<std::shared_ptr<AttachedInterface>> arrived;
+  {
+    const std::scoped_lock lock(lock_);
+    for (const Device& device : devices) {
+      Slot* slot = FindSlot(device.instanceId);
+      if (slot == nullptr) {
+        slot = &slots_.emplace_back();
+      }
+      slot->device = device;
+      for (const DeviceInterface& details : device.interfaces) {
+        slot->attached.push_back(std::make_shared<AttachedInterface>(details));
+        arrived.push_back(slot->attached.back());
+      }
+    }
+  }
+  AnnounceAll(CM_NOTIFY_ACTION_DEVICEINTERFACEARRIVAL, arrived);
+}
+
+void DeviceTree::Detach(const std::vector<std::u16string>& instanceIds) {
+  std::vector<std::shared_ptr<AttachedInterface>> left;
+  {
+    const std::scoped_lock lock(lock_);
+    for (const std::u16string& instanceId : instanceIds) {
+      if (Slot* const slot = FindSlot(instanceId)) {
+        left.insert(left.end(), slot->attached.begin(), slot->attached.end());
+        slot->attached.clear();
+      }
+    }
+  }
+  scheduler_.Update([&] {
+    for (const std::shared_ptr<AttachedInterface>& each : left) {
+      each->gone_ = true;
+    }
+  });
+  AnnounceAll(CM_NOTIFY_ACTION_DEVICEINTERFACEREMOVAL, left);
+}
+
+bool DeviceTree::IsPresent(const std::u16string& instanceId) const {
+  const std::optional<DeviceNode> node = FindNode(instanceId);
+  return node.has_value() && node->isPresent;
+}
+
+void DeviceTree::AnnounceAll(CM_NOTIFY_ACTION action,
+                             const std::vector<std::shared_ptr<AttachedInterface>>& interfaces) {
+  for (const std::shared_ptr<AttachedInterface>& each : interfaces) {
+    if (each->details_.enabled) {
+      notifications_.Announce({action, each->details_.classGuid, each->details_.path});
+    }
+  }
+}
+
+void DeviceTree::PlanDeliveries(std::function<DeliveryPlan(const Notice&)> planner) {
+  notifications_.PlanDeliveries(std::move(planner));
+}
+
+void DeviceTree::Inject(const Notice& notice) {
+  notifications_.Announce(notice);
+}
+
+void DeviceTree::ObserveTransfers(std::function<void(const TransferRecord&)> observer) {
+  transfers_.Observe(std::move(observer));
+}
+
+void DeviceTree::AtTransfer(std::uint64_t number, std::function<void()> action) {
+  transfers_.AtTransfer(number, std::move(action));
+}
+
+std::uint64_t DeviceTree::transferCount() const {
+  return transfers_.total();
+}
+
+// ---- The calls' side ----
+
+void DeviceTree::Register(std::shared_ptr<NotificationRegistration> registration) {
+  notifications_.Register(std::move(registration));
+}
+
+DeviceTree::Slot* DeviceTree::FindSlot(const std::u16string& instanceId) {
+  const auto found = std::find_if(slots_.begin(), slots_.end(), [&](const Slot& slot) {
+    return EqualsIgnoringCase(slot.device.instanceId, instanceId);
+  });
+  return found == slots_.end() ? nullptr : &*found;
+}
+
+std::vector<std::u16string> DeviceTree::ListInterfaces(const GUID& classGuid,
+                                                       bool presentOnly) const {
+  const std::scoped_lock lock(lock_);
+  std::vector<std::u16string> paths;
+  for (const Slot& slot : slots_) {
+    for (const DeviceInterface& each : slot.device.interfaces) {
+      const bool isPresent = !slot.attached.empty() && each.enabled;
+      if (each.classGuid == classGuid && (isPresent || !presentOnly)) {
+        paths.push_back(each.path);
+      }
+    }
+  }
+  return paths;
+}
+
+DeviceNode DeviceTree::DescribeSlot(std::size_t index) const {
+  const Slot& slot = slots_[index];
+  return {FirstDeviceNode + static_cast<DEVINST>(index), !slot.attached.empty(),
+          slot.device.instanceIdReadable, slot.device.instanceId, slot.device.description};
+}
+
+std::optional<DeviceNode> DeviceTree::FindNodeOfInterface(const std::u16string& path) const {
+  const std::scoped_lock lock(lock_);
+  for (std::size_t i = 0; i < slots_.size(); ++i) {
+    for (const DeviceInterface& each : slots_[i].device.interfaces) {
+      if (EqualsIgnoringCase(each.path, path)) {
+        return DescribeSlot(i);
+      }
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<DeviceNode> DeviceTree::FindNode(const std::u16string& instanceId) const {
+  const std::scoped_lock lock(lock_);
+  for (std::size_t i = 0; i < slots_.size(); ++i) {
+    if (EqualsIgnoringCase(slots_[i].device.instanceId, instanceId)) {
+      return DescribeSlot(i);
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<DeviceNode> DeviceTree::FindNode(DEVINST number) const {
+  const std::scoped_lock lock(lock_);
+  if (number < FirstDeviceNode || number - FirstDeviceNode >= slots_.size()) {
+    return std::nullopt;
+  }
+  return DescribeSlot(number - FirstDeviceNode);
+}
+
+std::shared_ptr<AttachedInterface> DeviceTree::FindAttached(const std::u16string& path) const {
+  const std::scoped_lock lock(lock_);
+  for (const Slot& slot : slots_) {
+    for (const std::shared_ptr<AttachedInterface>& each : slot.attached) {
+      if (each->details_.enabled && EqualsIgnoringCase(each->details_.path, path)) {
+        return each;
+      }
+    }
+  }
+  return nullptr;
+}
+
+std::shared_ptr<KernelObject> DeviceTree::OpenPath(const std::u16string& path, DWORD access,
+                                                   DWORD share, DWORD flags, DWORD& error) {
+  const std::shared_ptr<AttachedInterface> target = FindAttached(path);
+  if (target == nullptr) {
+    error = path.empty() ? ERROR_PATH_NOT_FOUND : ERROR_FILE_NOT_FOUND;
+    return nullptr;
+  }
+  const DeviceInterface& details = target->details_;
+  error = details.openError;
+  if (error == 0 && (access & ReadWriteAccess) != 0) {
+    error = details.readWriteError;
+  }
+  if (error != 0) {
+    return nullptr;
+  }
+
+  const auto file = std::make_shared<DeviceFile>(target, OpenMode{access, share, flags}, faults_);
+  const std::scoped_lock lock(target->lock_);
+  if (details.usb != nullptr && !target->files_.empty()) {
+    // WinUSB's driver lets one file be open at a time.
+    error = ERROR_ACCESS_DENIED;
+    return nullptr;
+  }
+  for (const DeviceFile* const other : target->files_) {
+    if (Conflict(other->mode(), file->mode())) {
+      error = ERROR_SHARING_VIOLATION;
+      return nullptr;
+    }
+  }
+  target->files_.push_back(file.get());
+  return file;
+}
+
+// ---- The wire ----
+
+UsbResult DeviceTree::Carry(AttachedInterface& target, const WINUSB_SETUP_PACKET& setup,
+                            Bytes& data, const std::function<UsbReply(const Bytes&)>& exchange) {
+  TransferRecord record;
+  record.path = target.details_.path;
+  record.setup = setup;
+  record.data = data;
+  record.threadId = Scheduler::Current()->id();
+  transfers_.Begin(record);
+
+  record.startMs = scheduler_.NowMs();
+  record.result = Exchange(target, setup, data, exchange);
+  record.endMs = scheduler_.NowMs();
+  if ((setup.RequestType & 0x80) != 0) {
+    record.data = data;
+  }
+  transfers_.End(record);
+  return record.result;
+}
+
+UsbResult DeviceTree::Exchange(AttachedInterface& target, const WINUSB_SETUP_PACKET& setup,
+                               Bytes& data, const std::function<UsbReply(const Bytes&)>& exchange) {
+  if (target.isGone()) {
+    // The driver refuses at once, but a loop of such calls must cost time, too.
+    scheduler_.SleepMs(1);
+    data.clear();
+    return UsbResult::Absent;
+  }
+  const bool toHost = (setup.RequestType & 0x80) != 0;
+  if (!PassTime(target, TimeOnWireMs(setup))) {
+    data.clear();
+    return UsbResult::Vanished;
+  }
+
+  UsbReply reply = exchange(data);
+  if (toHost) {
+    data = std::move(reply.data);
+    data.resize(std::min<std::size_t>(data.size(), setup.Length));
+  }
+  if (reply.result == UsbResult::TimedOut || reply.delayMs >= ControlTimeoutMs) {
+    reply.result = UsbResult::TimedOut;
+    reply.delayMs = ControlTimeoutMs;
+  }
+  if (!PassTime(target, reply.delayMs)) {
+    reply.result = UsbResult::Vanished;
+  }
+  if (toHost && reply.result != UsbResult::Done) {
+    data.clear();
+  }
+  return reply.result;
+}
+
+// False as soon as the device leaves.
+bool DeviceTree::PassTime(const AttachedInterface& target, std::uint64_t milliseconds) {
+  if (milliseconds != 0) {
+    scheduler_.WaitUntil([&] { return target.isGone(); }, scheduler_.NowMs() + milliseconds);
+  }
+  return !target.isGone();
+}
+
+}  // namespace platform

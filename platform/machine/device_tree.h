@@ -1,0 +1,176 @@
+// The devices that are attached to the machine or once were, and their interfaces.
+//
+// The script of a run attaches and detaches devices here and watches what is sent to them; the
+// calls of the layer list, open and drive them. A device that has left stays as a phantom, known
+// but not present; attached again under its instance id it takes its old place in the lists. Any
+// thread.
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/machine/device_backend.h"
+#include "platform/machine/fault_log.h"
+#include "platform/machine/handle_table.h"
+#include "platform/machine/notifications.h"
+#include "platform/machine/scheduler.h"
+#include "platform/machine/transfer_log.h"
+
+namespace platform {
+
+// What the host's driver waits for a control transfer before it gives up.
+inline constexpr std::uint32_t ControlTimeoutMs = 5000;
+
+// One interface of a device. It has one of the two back-ends, or none when nobody talks through it.
+struct DeviceInterface {
+  GUID classGuid{};
+  std::u16string path;
+  bool enabled = true;       // a disabled one is listed among all interfaces, not the present ones
+  DWORD openError = 0;       // every open fails with it, for instance ERROR_SHARING_VIOLATION
+  DWORD readWriteError = 0;  // an open that asks for reading or writing fails with it
+  HidCollection collection;  // with hid
+  std::shared_ptr<HidBackEnd> hid;
+  std::shared_ptr<UsbBackEnd> usb;
+};
+
+struct Device {
+  std::u16string instanceId;
+  bool instanceIdReadable = true;
+  std::optional<std::u16string> description;
+  std::vector<DeviceInterface> interfaces;
+};
+
+class DeviceFile;
+
+// One interface from the moment its device is attached until it leaves. Files opened on it stay
+// dead when the device comes back.
+class AttachedInterface {
+ public:
+  explicit AttachedInterface(DeviceInterface details) : details_(std::move(details)) {}
+
+  const DeviceInterface& details() const { return details_; }
+  bool isGone() const { return gone_; }
+
+ private:
+  friend class DeviceTree;
+  friend class DeviceFile;
+
+  const DeviceInterface details_;
+  std::atomic<bool> gone_ = false;
+  std::mutex lock_;  // guards files_
+  std::vector<const DeviceFile*> files_;
+};
+
+// How CreateFileW was asked to open.
+struct OpenMode {
+  DWORD access;
+  DWORD share;
+  DWORD flags;
+};
+
+// A device that the service has opened.
+class DeviceFile : public KernelObject {
+ public:
+  DeviceFile(std::shared_ptr<AttachedInterface> target, const OpenMode& mode, FaultLog& faults)
+      : target_(std::move(target)), mode_(mode), faults_(faults) {}
+  ~DeviceFile() override;
+
+  const std::shared_ptr<AttachedInterface>& target() const { return target_; }
+  const OpenMode& mode() const { return mode_; }
+
+  // True between WinUsb_Initialize and WinUsb_Free.
+  std::atomic<bool> inWinUsb = false;
+
+ private:
+  const std::shared_ptr<AttachedInterface> target_;
+  const OpenMode mode_;
+  FaultLog& faults_;
+};
+
+// What the lists know about a device node.
+struct DeviceNode {
+  DEVINST number = 0;
+  bool isPresent = false;
+  bool instanceIdReadable = true;
+  std::u16string instanceId;
+  std::optional<std::u16string> description;
+};
+
+class DeviceTree {
+ public:
+  DeviceTree(Scheduler& scheduler, FaultLog& faults)
+      : scheduler_(scheduler), faults_(faults), notifications_(scheduler) {}
+
+  // --- For the script of a run ---
+
+  // All of the devices are there before the first arrival is announced. One that is present already
+  // leaves first.
+  void Attach(const std::vector<Device>& devices);
+  void Detach(const std::vector<std::u16string>& instanceIds);
+  bool IsPresent(const std::u16string& instanceId) const;
+
+  void PlanDeliveries(std::function<DeliveryPlan(const Notice&)> planner);
+
+  // Tells the registrations of the class something that did not happen to an interface here, for
+  // instance CM_NOTIFY_ACTION_DEVICEQUERYREMOVE.
+  void Inject(const Notice& notice);
+
+  // See TransferLog.
+  void ObserveTransfers(std::function<void(const TransferRecord&)> observer);
+  void AtTransfer(std::uint64_t number, std::function<void()> action);
+  std::uint64_t transferCount() const;
+
+  // --- For the calls of the layer ---
+
+  // The paths of the class, in the order in which the devices were first attached.
+  std::vector<std::u16string> ListInterfaces(const GUID& classGuid, bool presentOnly) const;
+
+  std::optional<DeviceNode> FindNodeOfInterface(const std::u16string& path) const;
+  std::optional<DeviceNode> FindNode(const std::u16string& instanceId) const;
+  std::optional<DeviceNode> FindNode(DEVINST number) const;
+
+  // Opens an interface for CreateFileW. Null with the last-error value in error: the path is empty
+  // or names nothing present, the interface refuses, its share modes conflict, or it is a WinUSB
+  // device that is open already.
+  std::shared_ptr<KernelObject> OpenPath(const std::u16string& path, DWORD access, DWORD share,
+                                         DWORD flags, DWORD& error);
+
+  void Register(std::shared_ptr<NotificationRegistration> registration);
+
+  // Carries one transfer: takes the time of the wire, asks the device through exchange, logs it.
+  // data holds what goes to the device, and afterwards what came from it.
+  UsbResult Carry(AttachedInterface& target, const WINUSB_SETUP_PACKET& setup, Bytes& data,
+                  const std::function<UsbReply(const Bytes&)>& exchange);
+
+ private:
+  struct Slot {
+    Device device;
+    std::vector<std::shared_ptr<AttachedInterface>> attached;  // empty for a phantom
+  };
+
+  Slot* FindSlot(const std::u16string& instanceId);
+  DeviceNode DescribeSlot(std::size_t index) const;
+  std::shared_ptr<AttachedInterface> FindAttached(const std::u16string& path) const;
+  void AnnounceAll(CM_NOTIFY_ACTION action,
+                   const std::vector<std::shared_ptr<AttachedInterface>>& interfaces);
+  bool PassTime(const AttachedInterface& target, std::uint64_t milliseconds);
+  UsbResult Exchange(AttachedInterface& target, const WINUSB_SETUP_PACKET& setup, Bytes& data,
+                     const std::function<UsbReply(const Bytes&)>& exchange);
+
+  Scheduler& scheduler_;
+  FaultLog& faults_;
+  NotificationCenter notifications_;
+  TransferLog transfers_;
+  mutable std::mutex lock_;  // guards slots_
+  std::vector<Slot> slots_;
+};
+
+}  // namespace platform

@@ -1,0 +1,21 @@
+#include "platform/machine/fault_log.h"
+
+namespace platform {
+
+void FaultLog::Add(const std::string& fault) {
+  const std::scoped_lock lock(lock_);
+  faults_.push_back(fault);
+}
+
+std::vector<std::string> FaultLog::All() const {
+  const std::scoped_lock lock(lock_);
+  return faults_;
+}
+
+std::size_t FaultLog::Expect(const std::string& words) {
+  const std::scoped_lock lock(lock_);
+  return std::erase_if(
+      faults_, [&](const std::string& fault) { return fault.find(words) != std::string::npos; });
+}
+
+}  // namespace platform

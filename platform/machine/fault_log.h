@@ -1,0 +1,24 @@
+// What callers of the layer did wrong: a handle closed twice, a length beyond the buffer, a flag
+// that the layer does not model. A test fails when its machine has one; vantrel-sim prints them.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace platform {
+
+class FaultLog {
+ public:
+  void Add(const std::string& fault);
+  std::vector<std::string> All() const;
+
+  // Forgets the faults whose text holds the words, for the test that provokes them; their number.
+  std::size_t Expect(const std::string& words);
+
+ private:
+  mutable std::mutex lock_;
+  std::vector<std::string> faults_;
+};
+
+}  // namespace platform

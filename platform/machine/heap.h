@@ -1,0 +1,42 @@
+// The process heap: every block is counted, and freed once.
+//
+// Blocks come from the host's own allocator, one each, so that the sanitizers see where they end.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <mutex>
+
+#include "platform/machine/fault_log.h"
+
+namespace platform {
+
+class Heap {
+ public:
+  explicit Heap(FaultLog& faults) : faults_(faults) {}
+
+  // --- For the script of a run ---
+
+  std::size_t OpenBlocks() const;
+  std::size_t OpenBytes() const;
+
+  // The most bytes that were in use at one time.
+  std::size_t PeakBytes() const;
+
+  // --- For the calls of the layer ---
+
+  // Null when the host has no memory left. A block that is not zeroed holds no zeros either.
+  void* Allocate(std::size_t bytes, bool zeroed);
+
+  // False, with a fault, for what is no block of this heap.
+  bool Free(void* block);
+
+ private:
+  FaultLog& faults_;
+  mutable std::mutex lock_;
+  std::map<void*, std::size_t> blocks_;
+  std::size_t openBytes_ = 0;
+  std::size_t peakBytes_ = 0;
+};
+
+}  // namespace platform

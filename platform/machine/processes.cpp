@@ -1,0 +1,60 @@
+#include "platform/machine/processes.h"
+
+#include <algorithm>
+
+namespace platform {
+
+void ProcessTable::Add(const Process& process) {
+  const std::scoped_lock lock(lock_);
+  processes_.push_back(process);
+}
+
+void ProcessTable::Remove(DWORD id) {
+  const std::scoped_lock lock(lock_);
+  std::erase_if(processes_, [&](const Process& process) { return process.id == id; });
+}
+
+std::vector<LaunchedProcess> ProcessTable::Launched() const {
+  const std::scoped_lock lock(lock_);
+  return launched_;
+}
+
+void ProcessTable::ObserveLaunches(std::function<void(const LaunchedProcess&)> observer) {
+  const std::scoped_lock lock(lock_);
+  observer_ = std::move(observer);
+}
+
+std::optional<Process> ProcessTable::Find(DWORD id) const {
+  const std::scoped_lock lock(lock_);
+  const auto found = std::find_if(processes_.begin(), processes_.end(),
+                                  [&](const Process& process) { return process.id == id; });
+  return found == processes_.end() ? std::nullopt : std::optional<Process>(*found);
+}
+
+std::vector<DWORD> ProcessTable::Ids() const {
+  const std::scoped_lock lock(lock_);
+  std::vector<DWORD> ids;
+  for (const Process& process : processes_) {
+    ids.push_back(process.id);
+  }
+  return ids;
+}
+
+// A started program is not listed: it has ended by the time anybody looks.
+DWORD ProcessTable::Launch(const LaunchedProcess& launch) {
+  constexpr DWORD FirstLaunchedId = 20'000;
+  std::function<void(const LaunchedProcess&)> observer;
+  DWORD id = 0;
+  {
+    const std::scoped_lock lock(lock_);
+    id = FirstLaunchedId + 4 * static_cast<DWORD>(launched_.size());
+    launched_.push_back(launch);
+    observer = observer_;
+  }
+  if (observer) {
+    observer(launch);
+  }
+  return id;
+}
+
+}  // namespace platform

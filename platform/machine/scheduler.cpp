@@ -1,0 +1,305 @@
+#include "platform/machine/scheduler.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csetjmp>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+namespace platform {
+
+namespace {
+
+thread_local SimThread* currentThread = nullptr;
+
+// Where ExitCurrentThread lands. Jumping skips the destructors in between, as Windows does.
+thread_local std::jmp_buf* threadExit = nullptr;
+
+// A run that hands over this often without a millisecond passing does so for ever.
+constexpr std::uint64_t MostPassesAtOneTime = 2'000'000;
+
+}  // namespace
+
+Scheduler::Scheduler(const SchedulerOptions& options)
+    : options_(options), random_(options.seed * 0x9E3779B97F4A7C15ull + 1) {
+  onStuck_ = [](const std::string& why) {
+    std::fprintf(stderr, "%s\n", why.c_str());
+    std::fflush(stderr);
+    std::_Exit(3);
+  };
+}
+
+SimThread* Scheduler::Current() {
+  return currentThread;
+}
+
+std::uint64_t Scheduler::NowMs() const {
+  const Lock lock(lock_);
+  return nowMs_;
+}
+
+bool Scheduler::serviceEnded() const {
+  const Lock lock(lock_);
+  return serviceEnded_;
+}
+
+void Scheduler::OnStuck(std::function<void(const std::string&)> handler) {
+  const Lock lock(lock_);
+  onStuck_ = std::move(handler);
+}
+
+void Scheduler::AttachCurrentThread(const std::string& name, ThreadOwner owner) {
+  const Lock lock(lock_);
+  auto thread = std::make_shared<SimThread>();
+  thread->name_ = name;
+  thread->id_ = nextThreadId_++;
+  thread->owner_ = owner;
+  thread->state_ = SimThread::State::Running;
+  ++running_;
+  threads_.push_back(thread);
+  currentThread = thread.get();
+}
+
+std::shared_ptr<SimThread> Scheduler::Spawn(const std::string& name, ThreadOwner owner,
+                                            bool suspended, std::function<std::uint32_t()> body) {
+  auto thread = std::make_shared<SimThread>();
+  {
+    const Lock lock(lock_);
+    thread->name_ = name;
+    thread->id_ = nextThreadId_++;
+    thread->owner_ = owner;
+    thread->state_ = suspended ? SimThread::State::Suspended : SimThread::State::Ready;
+    thread->order_ = nextOrder_++;
+    threads_.push_back(thread);
+  }
+
+  std::thread([this, thread, body = std::move(body)] { HostThreadMain(thread, body); }).detach();
+
+  if (!suspended && options_.mode == SchedulerMode::Parallel) {
+    const Lock lock(lock_);
+    Dispatch();
+  }
+  return thread;
+}
+
+void Scheduler::HostThreadMain(std::shared_ptr<SimThread> thread,
+                               const std::function<std::uint32_t()>& body) {
+  currentThread = thread.get();
+  {
+    Lock lock(lock_);
+    thread->wake_.wait(lock, [&] { return thread->state_ == SimThread::State::Running; });
+  }
+
+  std::jmp_buf landing;
+  threadExit = &landing;
+  if (setjmp(landing) == 0) {
+    const std::uint32_t exitCode = body();
+    Update([&] { thread->exitCode = exitCode; });
+  }
+
+  const Lock lock(lock_);
+  thread->state_ = SimThread::State::Ended;
+  --running_;
+  std::erase(threads_, thread);
+  Dispatch();
+}
+
+bool Scheduler::Resume(SimThread& thread) {
+  const Lock lock(lock_);
+  if (thread.state_ != SimThread::State::Suspended) {
+    return false;
+  }
+  thread.state_ = SimThread::State::Ready;
+  thread.order_ = nextOrder_++;
+  if (options_.mode == SchedulerMode::Parallel) {
+    Dispatch();
+  }
+  return true;
+}
+
+void Scheduler::ExitCurrentThread(std::uint32_t exitCode) {
+  Update([&] { currentThread->exitCode = exitCode; });
+  std::longjmp(*threadExit, 1);
+}
+
+void Scheduler::Update(const std::function<void()>& change) {
+  const Lock lock(lock_);
+  change();
+  if (options_.mode == SchedulerMode::Parallel) {
+    Dispatch();
+  }
+}
+
+bool Scheduler::WaitUntil(const std::function<bool()>& tryTake, std::uint64_t deadlineMs) {
+  Lock lock(lock_);
+  if (tryTake()) {
+    return true;
+  }
+  SimThread& self = *currentThread;
+  self.tryTake_ = &tryTake;
+  self.deadlineMs_ = std::max(deadlineMs, nowMs_);
+  self.timedOut_ = false;
+  self.state_ = SimThread::State::Blocked;
+  BlockCurrent(lock, self);
+  self.tryTake_ = nullptr;
+  return !self.timedOut_;
+}
+
+void Scheduler::SleepMs(std::uint64_t milliseconds) {
+  if (milliseconds == 0) {
+    Yield();
+    return;
+  }
+  const std::uint64_t now = NowMs();
+  WaitUntil([] { return false; },
+            milliseconds > NoDeadline - now ? NoDeadline : now + milliseconds);
+}
+
+void Scheduler::Yield() {
+  Lock lock(lock_);
+  SimThread& self = *currentThread;
+  self.state_ = SimThread::State::Ready;
+  BlockCurrent(lock, self);
+}
+
+void Scheduler::Checkpoint() {
+  Lock lock(lock_);
+  SimThread& self = *currentThread;
+  const bool ended = serviceEnded_ && self.owner_ == ThreadOwner::Service;
+  if (ended || (options_.seed != 0 && NextRandom() % 4 == 0)) {
+    self.state_ = SimThread::State::Ready;
+    BlockCurrent(lock, self);
+  }
+}
+
+void Scheduler::EndServiceProcess() {
+  {
+    const Lock lock(lock_);
+    serviceEnded_ = true;
+  }
+  Checkpoint();
+}
+
+std::uint64_t Scheduler::Draw(std::uint64_t limit) {
+  const Lock lock(lock_);
+  return NextRandom() % limit;
+}
+
+std::string Scheduler::DescribeThreads() const {
+  const Lock lock(lock_);
+  return DescribeLocked();
+}
+
+// Gives up the processor and returns when the calling thread has been picked again.
+void Scheduler::BlockCurrent(Lock& lock, SimThread& self) {
+  self.order_ = nextOrder_++;
+  --running_;
+  Dispatch();
+  self.wake_.wait(lock, [&] { return self.state_ == SimThread::State::Running; });
+}
+
+// Fills the places of running threads: one in serial mode, as many as can run in parallel mode.
+void Scheduler::Dispatch() {
+  const bool serial = options_.mode == SchedulerMode::Serial;
+  while (!serial || running_ == 0) {
+    SimThread* const next = PickNext();
+    if (next != nullptr) {
+      CountPass();
+      LetRun(*next);
+    } else if (running_ > 0) {
+      return;
+    } else if (!AdvanceTime()) {
+      Stuck("no thread can run and none waits for a time");
+    }
+  }
+}
+
+SimThread* Scheduler::PickNext() {
+  std::vector<SimThread*> waiting;
+  for (const std::shared_ptr<SimThread>& thread : threads_) {
+    const bool candidate =
+        thread->state_ == SimThread::State::Ready || thread->state_ == SimThread::State::Blocked;
+    if (candidate && !(serviceEnded_ && thread->owner_ == ThreadOwner::Service)) {
+      waiting.push_back(thread.get());
+    }
+  }
+  std::sort(waiting.begin(), waiting.end(),
+            [](const SimThread* a, const SimThread* b) { return a->order_ < b->order_; });
+  if (options_.seed != 0) {
+    for (std::size_t i = waiting.size(); i > 1; --i) {
+      std::swap(waiting[i - 1], waiting[NextRandom() % i]);
+    }
+  }
+  const auto chosen = std::find_if(waiting.begin(), waiting.end(),
+                                   [&](SimThread* thread) { return TakeIfEligible(*thread); });
+  return chosen == waiting.end() ? nullptr : *chosen;
+}
+
+bool Scheduler::TakeIfEligible(SimThread& thread) {
+  if (thread.state_ == SimThread::State::Ready || (*thread.tryTake_)()) {
+    return true;
+  }
+  thread.timedOut_ = thread.deadlineMs_ <= nowMs_;
+  return thread.timedOut_;
+}
+
+// Moves the clock to the next deadline; false when nobody waits for one.
+bool Scheduler::AdvanceTime() {
+  std::uint64_t next = NoDeadline;
+  for (const std::shared_ptr<SimThread>& thread : threads_) {
+    if (thread->state_ == SimThread::State::Blocked &&
+        !(serviceEnded_ && thread->owner_ == ThreadOwner::Service)) {
+      next = std::min(next, thread->deadlineMs_);
+    }
+  }
+  if (next == NoDeadline) {
+    return false;
+  }
+  if (options_.realtime) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(next - nowMs_));
+  }
+  nowMs_ = next;
+  passesAtThisTime_ = 0;
+  return true;
+}
+
+void Scheduler::LetRun(SimThread& thread) {
+  thread.state_ = SimThread::State::Running;
+  ++running_;
+  thread.wake_.notify_one();
+}
+
+void Scheduler::CountPass() {
+  if (++passesAtThisTime_ > MostPassesAtOneTime) {
+    Stuck("threads hand over to each other for ever and time stands still");
+  }
+}
+
+std::string Scheduler::DescribeLocked() const {
+  static constexpr const char* StateNames[] = {"suspended", "ready", "running", "waiting", "ended"};
+  std::string text = "at " + std::to_string(nowMs_) + " ms:";
+  for (const std::shared_ptr<SimThread>& thread : threads_) {
+    text += "\n  " + thread->name_ + " (" + std::to_string(thread->id_) + ") " +
+            StateNames[static_cast<int>(thread->state_)];
+    if (thread->state_ == SimThread::State::Blocked && thread->deadlineMs_ != NoDeadline) {
+      text += " until " + std::to_string(thread->deadlineMs_) + " ms";
+    }
+  }
+  return text;
+}
+
+void Scheduler::Stuck(const std::string& why) {
+  onStuck_(why + "; " + DescribeLocked());
+  std::_Exit(3);
+}
+
+// xorshift64*: small, fast, the same on every machine.
+std::uint64_t Scheduler::NextRandom() {
+  random_ ^= random_ >> 12;
+  random_ ^= random_ << 25;
+  random_ ^= random_ >> 27;
+  return random_ * 0x2545F4914F6CDD1Dull;
+}
+
+}  // namespace platform

@@ -1,0 +1,155 @@
+// Virtual time, and who runs next.
+//
+// Every thread of the simulated machine is a host thread that the scheduler holds back or lets go.
+// Time stands still while any of them can run and jumps to the next deadline when none can; equal
+// deadlines fire in the order in which they were asked for. All blocking of the machine goes
+// through WaitUntil and Yield: a thread that blocks on anything else looks runnable, and time
+// stops.
+//
+// Serial mode lets one thread run at a time, which hands over only inside these calls, so that a
+// run repeats exactly. A seed other than 0 draws who goes next instead of going by order. Parallel
+// mode lets every thread run that can, for the thread sanitizer.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace platform {
+
+inline constexpr std::uint64_t NoDeadline = ~std::uint64_t{0};
+
+enum class SchedulerMode { Serial, Parallel };
+
+struct SchedulerOptions {
+  SchedulerMode mode = SchedulerMode::Serial;
+  std::uint64_t seed = 0;  // 0: in order
+  bool realtime = false;   // paces virtual time by the wall clock
+};
+
+// The two worlds that share the clock. When the service's process ends, its threads never run
+// again; the machine's own (the keyboard, the script of a run) go on.
+enum class ThreadOwner { Service, Machine };
+
+class SimThread {
+ public:
+  const std::string& name() const { return name_; }
+  std::uint32_t id() const { return id_; }
+  ThreadOwner owner() const { return owner_; }
+
+  // Bookkeeping of the thread calls, guarded by the scheduler's lock.
+  int priority = 0;
+  std::uint32_t exitCode = 0;
+  bool hasEnded() const { return state_ == State::Ended; }
+
+ private:
+  friend class Scheduler;
+  enum class State { Suspended, Ready, Running, Blocked, Ended };
+
+  std::string name_;
+  std::uint32_t id_ = 0;
+  ThreadOwner owner_ = ThreadOwner::Machine;
+  State state_ = State::Suspended;
+  std::uint64_t order_ = 0;  // of becoming ready, or of beginning to wait
+  std::uint64_t deadlineMs_ = NoDeadline;
+  bool timedOut_ = false;
+  const std::function<bool()>* tryTake_ = nullptr;
+  std::condition_variable wake_;
+};
+
+class Scheduler {
+ public:
+  explicit Scheduler(const SchedulerOptions& options);
+
+  // Milliseconds of virtual time since the machine was switched on.
+  std::uint64_t NowMs() const;
+
+  // Makes the calling host thread a thread of the machine. Once per host thread, before it calls
+  // anything else here.
+  void AttachCurrentThread(const std::string& name, ThreadOwner owner);
+
+  // Starts a thread that runs body and whose exit code is what body returns. It runs when the
+  // scheduler picks it, never before Spawn has returned in serial mode.
+  std::shared_ptr<SimThread> Spawn(const std::string& name, ThreadOwner owner, bool suspended,
+                                   std::function<std::uint32_t()> body);
+
+  // Lets a suspended thread run; true when it was suspended.
+  bool Resume(SimThread& thread);
+
+  // Ends the calling thread with the exit code, skipping the destructors of its frames.
+  [[noreturn]] void ExitCurrentThread(std::uint32_t exitCode);
+
+  // Blocks until tryTake returns true (true) or the deadline has passed (false). tryTake is asked
+  // with the scheduler's lock held, possibly on another thread; it consumes what it takes exactly
+  // when it returns true, and calls nothing of the scheduler. A deadline of now or earlier yields
+  // once.
+  bool WaitUntil(const std::function<bool()>& tryTake, std::uint64_t deadlineMs);
+
+  // Sleeps for so long in virtual time. 0 yields.
+  void SleepMs(std::uint64_t milliseconds);
+
+  // Lets the other threads that can run go first.
+  void Yield();
+
+  // With a seed: now and then lets another thread go first. Called at the entry of every platform
+  // call, the only places where a serial run hands over. Also the place where a thread of an ended
+  // process stops for good.
+  void Checkpoint();
+
+  // Changes state that waiting threads look at, with the lock held.
+  void Update(const std::function<void()>& change);
+
+  // From now on no thread of the service runs. The call returns when called by a thread of the
+  // machine, and never when called by one of the service.
+  void EndServiceProcess();
+  bool serviceEnded() const;
+
+  // Called with a sentence when no thread can ever run again or time stands still although threads
+  // run; by default it ends the host process with exit code 3.
+  void OnStuck(std::function<void(const std::string&)> handler);
+
+  // What every thread is doing, for the report of a stuck run.
+  std::string DescribeThreads() const;
+
+  // A draw from the run's seed, below limit (which is not 0).
+  std::uint64_t Draw(std::uint64_t limit);
+
+  SchedulerMode mode() const { return options_.mode; }
+
+  // The thread of the machine that the calling host thread is; null when it is none.
+  static SimThread* Current();
+
+ private:
+  using Lock = std::unique_lock<std::mutex>;
+
+  void HostThreadMain(std::shared_ptr<SimThread> thread,
+                      const std::function<std::uint32_t()>& body);
+  void BlockCurrent(Lock& lock, SimThread& self);
+  void Dispatch();
+  SimThread* PickNext();
+  bool TakeIfEligible(SimThread& thread);
+  bool AdvanceTime();
+  void LetRun(SimThread& thread);
+  std::uint64_t NextRandom();
+  void CountPass();
+  std::string DescribeLocked() const;
+  [[noreturn]] void Stuck(const std::string& why);
+
+  const SchedulerOptions options_;
+  mutable std::mutex lock_;
+  std::vector<std::shared_ptr<SimThread>> threads_;
+  std::uint64_t nowMs_ = 0;
+  std::uint64_t nextOrder_ = 1;
+  std::uint32_t nextThreadId_ = 1000;
+  std::uint32_t running_ = 0;
+  std::uint64_t random_;
+  std::uint64_t passesAtThisTime_ = 0;
+  bool serviceEnded_ = false;
+  std::function<void(const std::string&)> onStuck_;
+};
+
+}  // namespace platform

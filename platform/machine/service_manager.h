@@ -1,0 +1,77 @@
+// The service control manager's side of one service: the dispatcher that the process's main thread
+// waits in, the controls sent to it, and the statuses it reports.
+#pragma once
+
+#include <windows.h>
+
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/machine/handle_table.h"
+#include "platform/machine/scheduler.h"
+
+namespace platform {
+
+struct StatusReport {
+  SERVICE_STATUS status;
+  std::uint64_t timeMs;
+};
+
+struct ControlAnswer {
+  DWORD control;
+  DWORD result;
+};
+
+// The object behind a SERVICE_STATUS_HANDLE.
+class ServiceRegistration : public KernelObject {
+ public:
+  LPHANDLER_FUNCTION_EX handler = nullptr;
+  LPVOID context = nullptr;
+};
+
+class ServiceManager {
+ public:
+  explicit ServiceManager(Scheduler& scheduler) : scheduler_(scheduler) {}
+
+  // --- For the script of a run ---
+
+  // False: the program was started from a console, and the dispatcher refuses it. Default true.
+  void SetStartedByManager(bool started);
+
+  // Queues a control. The dispatcher hands it to the handler, on the process's main thread, as soon
+  // as the service has registered one.
+  void SendControl(DWORD control);
+
+  std::vector<StatusReport> Reports() const;
+  std::vector<ControlAnswer> Answers() const;
+
+  // Sees each report as it is made, on the reporting thread; null for none.
+  void ObserveReports(std::function<void(const StatusReport&)> observer);
+
+  // --- For the calls of the layer ---
+
+  // Runs the service's entry on a thread of its own and hands over controls until the service has
+  // reported that it is stopped. False when the manager did not start the process.
+  bool Dispatch(const SERVICE_TABLE_ENTRYW& entry);
+
+  void Register(std::shared_ptr<ServiceRegistration> registration);
+  void Report(const SERVICE_STATUS& status);
+
+ private:
+  bool TakeControl(DWORD& control, std::shared_ptr<ServiceRegistration>& registration);
+
+  Scheduler& scheduler_;
+  mutable std::mutex lock_;
+  bool startedByManager_ = true;
+  bool stopped_ = false;
+  std::shared_ptr<ServiceRegistration> registration_;
+  std::deque<DWORD> controls_;
+  std::vector<StatusReport> reports_;
+  std::vector<ControlAnswer> answers_;
+  std::function<void(const StatusReport&)> observer_;
+};
+
+}  // namespace platform

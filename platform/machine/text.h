@@ -1,0 +1,28 @@
+// Text between the three encodings that meet here: UTF-16 of the calls, the ANSI code page of the
+// machine (Windows-1252), and UTF-8 of the host's file names and of what the simulator prints.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+// Every byte of the code page stands for a character; the five that it leaves open for themselves.
+char16_t WideFromAnsi(char byte);
+
+// The byte for a UTF-16 unit; false when the code page has none. bestFit also accepts a fullwidth
+// form in place of its plain character.
+bool AnsiFromWide(char16_t unit, bool bestFit, char& byte);
+
+std::string Utf8FromWide(std::u16string_view text);
+std::u16string WideFromUtf8(std::string_view text);
+std::string Utf8FromAnsi(std::string_view text);
+
+// '?' stands for what the code page does not have.
+std::string AnsiFromUtf8(std::string_view text);
+
+// The upper-case form, by which file names and registry keys are compared and sorted.
+std::u16string UpperCase(std::u16string_view text);
+bool EqualsIgnoringCase(std::u16string_view left, std::u16string_view right);
+
+}  // namespace platform

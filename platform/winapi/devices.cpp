@@ -1,0 +1,208 @@
+// The Configuration Manager's calls: lists of device interfaces, device nodes, notifications.
+//
+// <initguid.h> makes this file define the property key that it knows.
+#include <initguid.h>
+
+#include <cfgmgr32.h>
+#include <devpkey.h>
+#include <windows.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "platform/winapi/refusal.h"
+
+using platform::Call;
+using platform::DeviceNode;
+using platform::EnterCall;
+using platform::HandleKind;
+using platform::NotificationRegistration;
+using platform::Refuse;
+using platform::TheMachine;
+
+namespace {
+
+// The node above all devices; it has no interface and no description.
+constexpr DEVINST RootNode = 1;
+
+CONFIGRET RefuseConfig(Call call, const std::string& what) {
+  Refuse(call, what);
+  return CR_CALL_NOT_IMPLEMENTED;
+}
+
+// In characters: every path with its NUL, and the NUL that closes the list.
+ULONG ListChars(const std::vector<std::u16string>& paths) {
+  std::size_t chars = 1;
+  for (const std::u16string& path : paths) {
+    chars += path.size() + 1;
+  }
+  return static_cast<ULONG>(chars);
+}
+
+bool IsListFlag(ULONG flags) {
+  return flags == CM_GET_DEVICE_INTERFACE_LIST_PRESENT ||
+         flags == CM_GET_DEVICE_INTERFACE_LIST_ALL_DEVICES;
+}
+
+// A string property, whose size is counted in bytes both ways.
+CONFIGRET CopyText(const std::u16string& text, void* buffer, ULONG& bytes) {
+  const ULONG needed = static_cast<ULONG>((text.size() + 1) * sizeof(WCHAR));
+  const bool fits = bytes >= needed;
+  bytes = needed;
+  if (!fits) {
+    return CR_BUFFER_SMALL;
+  }
+  if (buffer == nullptr) {
+    return CR_INVALID_POINTER;
+  }
+  std::memcpy(buffer, text.c_str(), needed);
+  return CR_SUCCESS;
+}
+
+bool SameKey(const DEVPROPKEY& left, const DEVPROPKEY& right) {
+  return left.fmtid == right.fmtid && left.pid == right.pid;
+}
+
+}  // namespace
+
+CONFIGRET WINAPI CM_Get_Device_Interface_List_SizeW(PULONG pulLen, LPGUID InterfaceClassGuid,
+                                                    DEVINSTID_W pDeviceID, ULONG ulFlags) {
+  if (const CONFIGRET error = EnterCall(Call::CM_Get_Device_Interface_List_SizeW)) {
+    return error;
+  }
+  if (pulLen == nullptr || InterfaceClassGuid == nullptr) {
+    return CR_INVALID_POINTER;
+  }
+  if (pDeviceID != nullptr || !IsListFlag(ulFlags)) {
+    return RefuseConfig(Call::CM_Get_Device_Interface_List_SizeW, "this selection is");
+  }
+  *pulLen = ListChars(TheMachine().devices.ListInterfaces(
+      *InterfaceClassGuid, ulFlags == CM_GET_DEVICE_INTERFACE_LIST_PRESENT));
+  return CR_SUCCESS;
+}
+
+CONFIGRET WINAPI CM_Get_Device_Interface_ListW(LPGUID InterfaceClassGuid, DEVINSTID_W pDeviceID,
+                                               PWCHAR Buffer, ULONG BufferLen, ULONG ulFlags) {
+  if (const CONFIGRET error = EnterCall(Call::CM_Get_Device_Interface_ListW)) {
+    return error;
+  }
+  if (InterfaceClassGuid == nullptr || Buffer == nullptr || BufferLen == 0) {
+    return CR_INVALID_POINTER;
+  }
+  if (pDeviceID != nullptr || !IsListFlag(ulFlags)) {
+    return RefuseConfig(Call::CM_Get_Device_Interface_ListW, "this selection is");
+  }
+  const std::vector<std::u16string> paths = TheMachine().devices.ListInterfaces(
+      *InterfaceClassGuid, ulFlags == CM_GET_DEVICE_INTERFACE_LIST_PRESENT);
+  if (BufferLen < ListChars(paths)) {
+    return CR_BUFFER_SMALL;
+  }
+  for (const std::u16string& path : paths) {
+    std::memcpy(Buffer, path.c_str(), (path.size() + 1) * sizeof(WCHAR));
+    Buffer += path.size() + 1;
+  }
+  *Buffer = u'\0';
+  return CR_SUCCESS;
+}
+
+CONFIGRET WINAPI CM_Get_Device_Interface_PropertyW(LPCWSTR pszDeviceInterface,
+                                                   const DEVPROPKEY* PropertyKey,
+                                                   DEVPROPTYPE* PropertyType, PBYTE PropertyBuffer,
+                                                   PULONG PropertyBufferSize, ULONG ulFlags) {
+  if (const CONFIGRET error = EnterCall(Call::CM_Get_Device_Interface_PropertyW)) {
+    return error;
+  }
+  if (pszDeviceInterface == nullptr || PropertyKey == nullptr || PropertyType == nullptr ||
+      PropertyBufferSize == nullptr) {
+    return CR_INVALID_POINTER;
+  }
+  if (ulFlags != 0 || !SameKey(*PropertyKey, DEVPKEY_Device_InstanceId)) {
+    return RefuseConfig(Call::CM_Get_Device_Interface_PropertyW, "this property is");
+  }
+  const auto node = TheMachine().devices.FindNodeOfInterface(pszDeviceInterface);
+  if (!node.has_value()) {
+    return CR_NO_SUCH_DEVICE_INTERFACE;
+  }
+  if (!node->instanceIdReadable) {
+    *PropertyType = DEVPROP_TYPE_EMPTY;
+    *PropertyBufferSize = 0;
+    return CR_NO_SUCH_VALUE;
+  }
+  *PropertyType = DEVPROP_TYPE_STRING;
+  return CopyText(node->instanceId, PropertyBuffer, *PropertyBufferSize);
+}
+
+CONFIGRET WINAPI CM_Locate_DevNodeW(PDEVINST pdnDevInst, DEVINSTID_W pDeviceID, ULONG ulFlags) {
+  if (const CONFIGRET error = EnterCall(Call::CM_Locate_DevNodeW)) {
+    return error;
+  }
+  if (pdnDevInst == nullptr) {
+    return CR_INVALID_POINTER;
+  }
+  if (ulFlags != CM_LOCATE_DEVNODE_NORMAL && ulFlags != CM_LOCATE_DEVNODE_PHANTOM) {
+    return RefuseConfig(Call::CM_Locate_DevNodeW, "this flag is");
+  }
+  if (pDeviceID == nullptr || *pDeviceID == u'\0') {
+    *pdnDevInst = RootNode;
+    return CR_SUCCESS;
+  }
+  const auto node = TheMachine().devices.FindNode(std::u16string(pDeviceID));
+  if (!node.has_value() || (!node->isPresent && ulFlags == CM_LOCATE_DEVNODE_NORMAL)) {
+    return CR_NO_SUCH_DEVNODE;
+  }
+  *pdnDevInst = node->number;
+  return CR_SUCCESS;
+}
+
+CONFIGRET WINAPI CM_Get_DevNode_Registry_PropertyW(DEVINST dnDevInst, ULONG ulProperty,
+                                                   PULONG pulRegDataType, PVOID Buffer,
+                                                   PULONG pulLength, ULONG ulFlags) {
+  if (const CONFIGRET error = EnterCall(Call::CM_Get_DevNode_Registry_PropertyW)) {
+    return error;
+  }
+  if (pulLength == nullptr) {
+    return CR_INVALID_POINTER;
+  }
+  if (ulFlags != 0 || ulProperty != CM_DRP_DEVICEDESC) {
+    return RefuseConfig(Call::CM_Get_DevNode_Registry_PropertyW, "this property is");
+  }
+  const auto node = TheMachine().devices.FindNode(dnDevInst);
+  if (!node.has_value() && dnDevInst != RootNode) {
+    return CR_INVALID_DEVNODE;
+  }
+  if (!node.has_value() || !node->description.has_value()) {
+    *pulLength = 0;
+    return CR_NO_SUCH_VALUE;
+  }
+  if (pulRegDataType != nullptr) {
+    *pulRegDataType = REG_SZ;
+  }
+  return CopyText(*node->description, Buffer, *pulLength);
+}
+
+CONFIGRET WINAPI CM_Register_Notification(PCM_NOTIFY_FILTER pFilter, PVOID pContext,
+                                          PCM_NOTIFY_CALLBACK pCallback,
+                                          PHCMNOTIFICATION pNotifyContext) {
+  if (const CONFIGRET error = EnterCall(Call::CM_Register_Notification)) {
+    return error;
+  }
+  if (pFilter == nullptr || pCallback == nullptr || pNotifyContext == nullptr) {
+    return CR_INVALID_POINTER;
+  }
+  if (pFilter->cbSize != sizeof(CM_NOTIFY_FILTER) || pFilter->Reserved != 0) {
+    return CR_INVALID_DATA;
+  }
+  if (pFilter->Flags != 0 || pFilter->FilterType != CM_NOTIFY_FILTER_TYPE_DEVICEINTERFACE) {
+    return RefuseConfig(Call::CM_Register_Notification, "this filter is");
+  }
+  auto registration = std::make_shared<NotificationRegistration>();
+  registration->classGuid = pFilter->u.DeviceInterface.ClassGuid;
+  registration->callback = pCallback;
+  registration->context = pContext;
+  registration->handle = static_cast<HCMNOTIFICATION>(
+      TheMachine().handles.Open(HandleKind::Notification, registration));
+  *pNotifyContext = registration->handle;
+  TheMachine().devices.Register(registration);
+  return CR_SUCCESS;
+}

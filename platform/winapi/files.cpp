@@ -1,0 +1,186 @@
+// Files, searches and the opening of devices.
+#include <binary_file.h>
+#include <fcntl.h>
+#include <sys/types.h>
+#include <unistd.h>
+#include <windows.h>
+
+#include <atomic>
+#include <cerrno>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/machine/text.h"
+#include "platform/winapi/refusal.h"
+
+using platform::Call;
+using platform::EnterCall;
+using platform::FailsAtEntry;
+using platform::HandleKind;
+using platform::KernelObject;
+using platform::Refuse;
+using platform::TheMachine;
+
+namespace {
+
+// The entries as they were when the search began.
+class SearchObject : public KernelObject {
+ public:
+  std::vector<WIN32_FIND_DATAA> entries;
+  std::atomic<std::size_t> next = 1;
+};
+
+// Windows gives '?', "*.*" and the folder's own entries meanings that no caller needs.
+bool IsModelledPattern(std::string_view path) {
+  const std::string_view name = path.substr(path.find_last_of("\\/") + 1);
+  return path.find_first_of("?<>\"") == std::string_view::npos &&
+         path.substr(0, path.size() - name.size()).find('*') == std::string_view::npos &&
+         name.find_first_not_of("*.") != std::string_view::npos;
+}
+
+// A stream of the service counts as an open file until it is closed.
+class FileObject : public KernelObject {};
+
+struct Stream {
+  int descriptor;
+  void* handle;
+};
+
+ssize_t ReadStream(void* cookie, char* buffer, std::size_t bytes) {
+  return read(static_cast<Stream*>(cookie)->descriptor, buffer, bytes);
+}
+
+int SeekStream(void* cookie, off64_t* position, int whence) {
+  const off64_t reached = lseek64(static_cast<Stream*>(cookie)->descriptor, *position, whence);
+  if (reached < 0) {
+    return -1;
+  }
+  *position = reached;
+  return 0;
+}
+
+int CloseStream(void* cookie) {
+  const Stream* const stream = static_cast<Stream*>(cookie);
+  TheMachine().handles.Close(stream->handle, HandleKind::File, "fclose");
+  const int result = close(stream->descriptor);
+  delete stream;
+  return result;
+}
+
+}  // namespace
+
+// Opens devices only: what the service reads from the drive it reads as a stream.
+HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwShareMode,
+                          LPSECURITY_ATTRIBUTES lpSecurityAttributes, DWORD dwCreationDisposition,
+                          DWORD dwFlagsAndAttributes, HANDLE hTemplateFile) {
+  if (FailsAtEntry(Call::CreateFileW)) {
+    return INVALID_HANDLE_VALUE;
+  }
+  const std::u16string path = lpFileName;
+  const bool onDrive = path.size() >= 2 && path[1] == u':';
+  if (onDrive || (dwDesiredAccess & ~(GENERIC_READ | GENERIC_WRITE)) != 0 ||
+      (dwShareMode & ~DWORD{FILE_SHARE_READ | FILE_SHARE_WRITE}) != 0 ||
+      lpSecurityAttributes != nullptr || dwCreationDisposition != OPEN_EXISTING ||
+      (dwFlagsAndAttributes & ~DWORD{FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL}) != 0 ||
+      hTemplateFile != nullptr) {
+    Refuse(Call::CreateFileW, "this way to open a file is");
+    return INVALID_HANDLE_VALUE;
+  }
+  DWORD error = ERROR_SUCCESS;
+  auto device = TheMachine().devices.OpenPath(path, dwDesiredAccess, dwShareMode,
+                                              dwFlagsAndAttributes, error);
+  if (device == nullptr) {
+    SetLastError(error);
+    return INVALID_HANDLE_VALUE;
+  }
+  return TheMachine().handles.Open(HandleKind::File, std::move(device));
+}
+
+BOOL WINAPI CloseHandle(HANDLE hObject) {
+  EnterCall(Call::CloseHandle);
+  if (!TheMachine().handles.CloseAny(hObject, "CloseHandle")) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return FALSE;
+  }
+  return TRUE;
+}
+
+HANDLE WINAPI FindFirstFileA(LPCSTR lpFileName, LPWIN32_FIND_DATAA lpFindFileData) {
+  if (FailsAtEntry(Call::FindFirstFileA)) {
+    return INVALID_HANDLE_VALUE;
+  }
+  const std::string_view path = lpFileName;
+  if (!path.empty() && path.back() != '\\' && !IsModelledPattern(path)) {
+    Refuse(Call::FindFirstFileA, "this pattern is");
+    return INVALID_HANDLE_VALUE;
+  }
+  auto search = std::make_shared<SearchObject>();
+  const DWORD error = TheMachine().drive.List(platform::Utf8FromAnsi(path), search->entries);
+  if (error != ERROR_SUCCESS) {
+    SetLastError(error);
+    return INVALID_HANDLE_VALUE;
+  }
+  *lpFindFileData = search->entries[0];
+  return TheMachine().handles.Open(HandleKind::Search, search);
+}
+
+BOOL WINAPI FindNextFileA(HANDLE hFindFile, LPWIN32_FIND_DATAA lpFindFileData) {
+  if (FailsAtEntry(Call::FindNextFileA)) {
+    return FALSE;
+  }
+  const auto search =
+      TheMachine().handles.Get<SearchObject>(hFindFile, HandleKind::Search, "FindNextFileA");
+  if (search == nullptr) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return FALSE;
+  }
+  const std::size_t at = search->next++;
+  if (at >= search->entries.size()) {
+    SetLastError(ERROR_NO_MORE_FILES);
+    return FALSE;
+  }
+  *lpFindFileData = search->entries[at];
+  return TRUE;
+}
+
+BOOL WINAPI FindClose(HANDLE hFindFile) {
+  EnterCall(Call::FindClose);
+  if (!TheMachine().handles.Close(hFindFile, HandleKind::Search, "FindClose")) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return FALSE;
+  }
+  return TRUE;
+}
+
+LONG WINAPI CompareFileTime(const FILETIME* lpFileTime1, const FILETIME* lpFileTime2) {
+  const auto whole = [](const FILETIME& time) {
+    return ULONGLONG{time.dwHighDateTime} << 32 | time.dwLowDateTime;
+  };
+  const ULONGLONG first = whole(*lpFileTime1);
+  const ULONGLONG second = whole(*lpFileTime2);
+  return first < second ? -1 : first > second ? 1 : 0;
+}
+
+std::FILE* OpenBinaryFile(const char* path) {
+  if (EnterCall(Call::OpenBinaryFile) != 0) {
+    errno = EACCES;
+    return nullptr;
+  }
+  const std::string utf8 = platform::Utf8FromAnsi(path);
+  if (const DWORD error = TheMachine().drive.CheckFile(utf8)) {
+    errno = error == ERROR_ACCESS_DENIED ? EACCES : ENOENT;
+    return nullptr;
+  }
+  const int descriptor = open(TheMachine().drive.HostPath(utf8).c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) {
+    return nullptr;
+  }
+  Stream* const stream = new Stream{
+      descriptor, TheMachine().handles.Open(HandleKind::File, std::make_shared<FileObject>())};
+  std::FILE* const file = fopencookie(stream, "rb", {ReadStream, nullptr, SeekStream, CloseStream});
+  if (file == nullptr) {
+    CloseStream(stream);
+  }
+  return file;
+}

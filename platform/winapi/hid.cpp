@@ -1,0 +1,203 @@
+// The HID calls. On the wire they are control transfers, and the transfer log shows them as such.
+#include <hidsdi.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "platform/winapi/device_handles.h"
+
+using platform::AttachedInterface;
+using platform::Bytes;
+using platform::Call;
+using platform::DeviceInterface;
+using platform::EnterCall;
+using platform::FailsAtEntry;
+using platform::GetDeviceFile;
+using platform::HandleKind;
+using platform::HidCollection;
+using platform::KernelObject;
+using platform::TheMachine;
+using platform::UsbReply;
+using platform::UsbResult;
+
+namespace {
+
+// Longer buffers for a string are refused by the drivers below.
+constexpr ULONG LongestStringBytes = 4093;
+
+class PreparsedObject : public KernelObject {
+ public:
+  HidCollection collection;
+};
+
+// The HID collection behind a file; null with the last error set.
+std::shared_ptr<AttachedInterface> GetCollection(HANDLE handle, Call call) {
+  const auto file = GetDeviceFile(handle, call);
+  if (file == nullptr) {
+    return nullptr;
+  }
+  if (file->target()->details().hid == nullptr) {
+    SetLastError(ERROR_INVALID_FUNCTION);
+    return nullptr;
+  }
+  return file->target();
+}
+
+// The same for the calls that only ask the driver: it answers while the device is there.
+std::shared_ptr<AttachedInterface> GetPresentCollection(HANDLE handle, Call call) {
+  auto target = GetCollection(handle, call);
+  if (target != nullptr && target->isGone()) {
+    SetLastError(ERROR_DEVICE_NOT_CONNECTED);
+    return nullptr;
+  }
+  return target;
+}
+
+BOOLEAN Finish(UsbResult result) {
+  switch (result) {
+    case UsbResult::Done:
+      return TRUE;
+    case UsbResult::Stalled:
+      SetLastError(ERROR_GEN_FAILURE);
+      return FALSE;
+    case UsbResult::TimedOut:
+      SetLastError(ERROR_SEM_TIMEOUT);
+      return FALSE;
+    default:
+      SetLastError(ERROR_DEVICE_NOT_CONNECTED);
+      return FALSE;
+  }
+}
+
+WINUSB_SETUP_PACKET MakeSetup(UCHAR requestType, UCHAR request, unsigned value, std::size_t bytes) {
+  return {requestType, request, static_cast<USHORT>(value), 0, static_cast<USHORT>(bytes)};
+}
+
+}  // namespace
+
+void NTAPI HidD_GetHidGuid(LPGUID HidGuid) {
+  *HidGuid = platform::HidInterfaceGuid;
+}
+
+BOOLEAN NTAPI HidD_GetAttributes(HANDLE HidDeviceObject, PHIDD_ATTRIBUTES Attributes) {
+  if (FailsAtEntry(Call::HidD_GetAttributes)) {
+    return FALSE;
+  }
+  const auto target = GetPresentCollection(HidDeviceObject, Call::HidD_GetAttributes);
+  if (target == nullptr) {
+    return FALSE;
+  }
+  if (Attributes->Size != sizeof(HIDD_ATTRIBUTES)) {
+    TheMachine().faults.Add("HidD_GetAttributes: Size is not that of the record");
+  }
+  const HidCollection& collection = target->details().collection;
+  *Attributes = {sizeof(HIDD_ATTRIBUTES), collection.vendorId, collection.productId,
+                 collection.versionNumber};
+  return TRUE;
+}
+
+BOOLEAN NTAPI HidD_GetPreparsedData(HANDLE HidDeviceObject, PHIDP_PREPARSED_DATA* PreparsedData) {
+  if (FailsAtEntry(Call::HidD_GetPreparsedData)) {
+    return FALSE;
+  }
+  const auto target = GetPresentCollection(HidDeviceObject, Call::HidD_GetPreparsedData);
+  if (target == nullptr) {
+    return FALSE;
+  }
+  auto preparsed = std::make_shared<PreparsedObject>();
+  preparsed->collection = target->details().collection;
+  *PreparsedData = static_cast<PHIDP_PREPARSED_DATA>(
+      TheMachine().handles.Open(HandleKind::PreparsedData, preparsed));
+  return TRUE;
+}
+
+BOOLEAN NTAPI HidD_FreePreparsedData(PHIDP_PREPARSED_DATA PreparsedData) {
+  if (!TheMachine().handles.Close(PreparsedData, HandleKind::PreparsedData,
+                                  "HidD_FreePreparsedData")) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return FALSE;
+  }
+  return TRUE;
+}
+
+NTSTATUS NTAPI HidP_GetCaps(PHIDP_PREPARSED_DATA PreparsedData, PHIDP_CAPS Capabilities) {
+  if (EnterCall(Call::HidP_GetCaps) != 0) {
+    return HIDP_STATUS_INVALID_PREPARSED_DATA;
+  }
+  const auto preparsed = TheMachine().handles.Get<PreparsedObject>(
+      PreparsedData, HandleKind::PreparsedData, NameOf(Call::HidP_GetCaps));
+  if (preparsed == nullptr) {
+    return HIDP_STATUS_INVALID_PREPARSED_DATA;
+  }
+  *Capabilities = {};
+  Capabilities->UsagePage = preparsed->collection.usagePage;
+  Capabilities->Usage = preparsed->collection.usage;
+  Capabilities->InputReportByteLength = preparsed->collection.inputReportBytes;
+  Capabilities->OutputReportByteLength = preparsed->collection.outputReportBytes;
+  Capabilities->FeatureReportByteLength = preparsed->collection.featureReportBytes;
+  return HIDP_STATUS_SUCCESS;
+}
+
+BOOLEAN NTAPI HidD_GetProductString(HANDLE HidDeviceObject, PVOID Buffer, ULONG BufferLength) {
+  if (FailsAtEntry(Call::HidD_GetProductString)) {
+    return FALSE;
+  }
+  const auto target = GetCollection(HidDeviceObject, Call::HidD_GetProductString);
+  if (target == nullptr) {
+    return FALSE;
+  }
+  if (BufferLength > LongestStringBytes) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return FALSE;
+  }
+  std::u16string text;
+  Bytes data;
+  const UsbResult result = TheMachine().devices.Carry(
+      *target, MakeSetup(0x80, 6, 0x0302, 255), data, [&](const Bytes&) -> UsbReply {
+        if (!target->details().hid->ReadProductString(text)) {
+          return {UsbResult::Stalled, {}};
+        }
+        const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+        return {UsbResult::Done, Bytes(bytes, bytes + text.size() * sizeof(WCHAR))};
+      });
+  if (!Finish(result)) {
+    return FALSE;
+  }
+  // A buffer that does not hold the string and its NUL gets nothing of it.
+  if (BufferLength < (text.size() + 1) * sizeof(WCHAR)) {
+    SetLastError(ERROR_INVALID_USER_BUFFER);
+    return FALSE;
+  }
+  std::memcpy(Buffer, text.c_str(), (text.size() + 1) * sizeof(WCHAR));
+  return TRUE;
+}
+
+BOOLEAN NTAPI HidD_SetOutputReport(HANDLE HidDeviceObject, PVOID ReportBuffer,
+                                   ULONG ReportBufferLength) {
+  if (FailsAtEntry(Call::HidD_SetOutputReport)) {
+    return FALSE;
+  }
+  const auto target = GetCollection(HidDeviceObject, Call::HidD_SetOutputReport);
+  if (target == nullptr) {
+    return FALSE;
+  }
+  const USHORT reportBytes = target->details().collection.outputReportBytes;
+  if (reportBytes == 0 || ReportBuffer == nullptr) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return FALSE;
+  }
+  if (ReportBufferLength < reportBytes) {
+    SetLastError(ERROR_INVALID_USER_BUFFER);
+    return FALSE;
+  }
+  const auto* const bytes = static_cast<const std::uint8_t*>(ReportBuffer);
+  Bytes data(bytes, bytes + reportBytes);
+  return Finish(TheMachine().devices.Carry(
+      *target, MakeSetup(0x21, 9, 0x0200u | data[0], reportBytes), data,
+      [&](const Bytes& report) -> UsbReply {
+        const bool taken = target->details().hid->TakeOutputReport(report);
+        return {taken ? UsbResult::Done : UsbResult::Stalled, {}};
+      }));
+}

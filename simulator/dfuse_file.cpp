@@ -1,0 +1,202 @@
+#include "simulator/dfuse_file.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace simulator {
+
+namespace {
+
+constexpr std::size_t TargetNameBytes = 255;
+
+void Append(std::vector<u8>& bytes, const char* text) {
+  bytes.insert(bytes.end(), text, text + std::strlen(text));
+}
+
+void Append16(std::vector<u8>& bytes, u32 value) {
+  bytes.push_back(static_cast<u8>(value));
+  bytes.push_back(static_cast<u8>(value >> 8));
+}
+
+void Append32(std::vector<u8>& bytes, u32 value) {
+  Append16(bytes, value);
+  Append16(bytes, value >> 16);
+}
+
+u32 Read16(const u8* bytes) {
+  return bytes[0] | static_cast<u32>(bytes[1]) << 8;
+}
+u32 Read32(const u8* bytes) {
+  return Read16(bytes) | Read16(bytes + 2) << 16;
+}
+
+u32 ElementBytes(const DfuSeTarget& target) {
+  std::size_t size = 0;
+  for (const DfuSeElement& element : target.elements) {
+    size += 8 + element.data.size();
+  }
+  return static_cast<u32>(size);
+}
+
+void AppendTarget(std::vector<u8>& bytes, const DfuSeTarget& target) {
+  Append(bytes, "Target");
+  bytes.push_back(target.alternateSetting);
+  Append32(bytes, target.named);
+  std::string name = target.name.substr(0, TargetNameBytes);
+  name.resize(TargetNameBytes, '\0');
+  bytes.insert(bytes.end(), name.begin(), name.end());
+  Append32(bytes, target.statedSize.value_or(ElementBytes(target)));
+  Append32(bytes, target.statedElementCount.value_or(static_cast<u32>(target.elements.size())));
+  for (const DfuSeElement& element : target.elements) {
+    Append32(bytes, element.address);
+    Append32(bytes, static_cast<u32>(element.data.size()));
+    bytes.insert(bytes.end(), element.data.begin(), element.data.end());
+  }
+}
+
+// Walks a file's targets; every length is compared with the bytes left before it is used.
+class Reader {
+ public:
+  Reader(const u8* bytes, std::size_t count) : at_(bytes), left_(count) {}
+
+  const u8* Take(std::size_t count) {
+    if (count > left_) {
+      return nullptr;
+    }
+    const u8* const taken = at_;
+    at_ += count;
+    left_ -= count;
+    return taken;
+  }
+
+  std::size_t left() const { return left_; }
+
+ private:
+  const u8* at_;
+  std::size_t left_;
+};
+
+bool ReadTarget(Reader& reader, DfuSeTarget& target, std::string& reason) {
+  const u8* const prefix = reader.Take(DfuSeTargetPrefixBytes);
+  if (prefix == nullptr || std::memcmp(prefix, "Target", 6) != 0) {
+    reason = "a target does not begin with its prefix";
+    return false;
+  }
+  target.alternateSetting = prefix[6];
+  target.named = Read32(prefix + 7);
+  const char* const name = reinterpret_cast<const char*>(prefix + 11);
+  target.name.assign(name, std::find(name, name + TargetNameBytes, '\0'));
+
+  const std::size_t leftBefore = reader.left();
+  const u32 elementCount = Read32(prefix + 270);
+  for (u32 i = 0; i < elementCount; ++i) {
+    const u8* const header = reader.Take(8);
+    const u8* const data = header == nullptr ? nullptr : reader.Take(Read32(header + 4));
+    if (data == nullptr) {
+      reason = "an element runs past the end of the file";
+      return false;
+    }
+    target.elements.push_back({Read32(header), {data, data + Read32(header + 4)}});
+  }
+  if (leftBefore - reader.left() != Read32(prefix + 266)) {
+    reason = "a target's size does not match its elements";
+    return false;
+  }
+  return true;
+}
+
+bool CheckEnds(const std::vector<u8>& bytes, std::string& reason) {
+  if (bytes.size() < DfuSePrefixBytes + DfuSeSuffixBytes) {
+    reason = "the file is too short to be a DfuSe file";
+    return false;
+  }
+  const u8* const suffix = bytes.data() + bytes.size() - DfuSeSuffixBytes;
+  if (std::memcmp(bytes.data(), "DfuSe", 5) != 0 || bytes[5] != 1) {
+    reason = "the file does not begin with the prefix of a DfuSe file of version 1";
+  } else if (std::memcmp(suffix + 8, "UFD", 3) != 0 || suffix[11] != DfuSeSuffixBytes ||
+             Read16(suffix + 6) != 0x011A) {
+    reason = "the file does not end with a DFU suffix of version 1.1a";
+  } else if (Read32(suffix + 12) != DfuCrc(bytes.data(), bytes.size() - 4)) {
+    reason = "the file's CRC does not match its contents";
+  } else {
+    return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+u32 DfuCrc(const u8* bytes, std::size_t count) {
+  u32 crc = 0xFFFFFFFF;
+  for (std::size_t i = 0; i < count; ++i) {
+    crc ^= bytes[i];
+    for (int bit = 0; bit < 8; ++bit) {
+      crc = (crc >> 1) ^ ((crc & 1) != 0 ? 0xEDB88320u : 0u);
+    }
+  }
+  return crc;
+}
+
+void SealDfuSe(std::vector<u8>& bytes) {
+  if (bytes.size() < 4) {
+    return;
+  }
+  bytes.resize(bytes.size() - 4);
+  Append32(bytes, DfuCrc(bytes.data(), bytes.size()));
+}
+
+std::vector<u8> BuildDfuSe(const DfuSeFile& file) {
+  std::vector<u8> bytes;
+  Append(bytes, "DfuSe");
+  bytes.push_back(1);
+  Append32(bytes, 0);
+  bytes.push_back(static_cast<u8>(file.targets.size()));
+  for (const DfuSeTarget& target : file.targets) {
+    AppendTarget(bytes, target);
+  }
+
+  // The image size counts all but the suffix.
+  const u32 imageSize = static_cast<u32>(bytes.size());
+  for (int i = 0; i < 4; ++i) {
+    bytes[static_cast<std::size_t>(6 + i)] = static_cast<u8>(imageSize >> (8 * i));
+  }
+
+  Append16(bytes, file.deviceVersion);
+  Append16(bytes, file.productId);
+  Append16(bytes, file.vendorId);
+  Append16(bytes, 0x011A);
+  Append(bytes, "UFD");
+  bytes.push_back(DfuSeSuffixBytes);
+  Append32(bytes, 0);
+  SealDfuSe(bytes);
+  return bytes;
+}
+
+std::optional<DfuSeFile> ReadDfuSe(const std::vector<u8>& bytes, std::string& reason) {
+  if (!CheckEnds(bytes, reason)) {
+    return std::nullopt;
+  }
+  const u8* const suffix = bytes.data() + bytes.size() - DfuSeSuffixBytes;
+  DfuSeFile file;
+  file.deviceVersion = static_cast<u16>(Read16(suffix));
+  file.productId = static_cast<u16>(Read16(suffix + 2));
+  file.vendorId = static_cast<u16>(Read16(suffix + 4));
+  Reader reader(bytes.data() + DfuSePrefixBytes,
+                bytes.size() - DfuSePrefixBytes - DfuSeSuffixBytes);
+  for (int i = 0; i < bytes[10]; ++i) {
+    file.targets.emplace_back();
+    if (!ReadTarget(reader, file.targets.back(), reason)) {
+      return std::nullopt;
+    }
+  }
+  return file;
+}
+
+const DfuSeTarget* TargetForUpdate(const DfuSeFile& file) {
+  const auto found =
+      std::find_if(file.targets.begin(), file.targets.end(),
+                   [](const DfuSeTarget& target) { return target.alternateSetting == 0; });
+  return found == file.targets.end() ? nullptr : &*found;
+}
+
+}  // namespace simulator
