@@ -1,0 +1,237 @@
+#include "simulator/dfu_bootloader.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace simulator {
+
+using platform::Bytes;
+using platform::UsbReply;
+using platform::UsbResult;
+
+namespace {
+
+constexpr u8 SetAddressCommand = 0x21;
+constexpr u8 EraseCommand = 0x41;
+constexpr std::size_t AddressedCommandBytes = 5;
+constexpr std::size_t MassEraseBytes = 1;
+constexpr u16 FirstDataBlock = 2;
+
+u32 AddressOf(const Bytes& command) {
+  return u32{command[1]} | u32{command[2]} << 8 | u32{command[3]} << 16 | u32{command[4]} << 24;
+}
+
+}  // namespace
+
+void DfuBootloader::Reset() {
+  state_ = dfuIDLE;
+  status_ = dfuOK;
+  outcome_ = dfuOK;
+  hasBlock_ = false;
+  addressPointer_ = 0;
+  leaving_ = false;
+}
+
+bool DfuBootloader::TakeLeave() {
+  return std::exchange(leaving_, false);
+}
+
+UsbReply DfuBootloader::Request(const WINUSB_SETUP_PACKET& setup, const Bytes& data, u64 nowMs) {
+  Settle(nowMs);
+  switch (setup.Request) {
+    case DfuDnload:
+      return Download(setup, data);
+    case DfuGetStatus:
+      return ReportStatus(nowMs);
+    case DfuClrStatus:
+      return ClearStatus();
+    case DfuGetState:
+      return {UsbResult::Done, {state_}};
+    case DfuAbort:
+      return Abort();
+    default:
+      return Refuse();
+  }
+}
+
+// Work that has had its time waits to be asked about.
+void DfuBootloader::Settle(u64 nowMs) {
+  if (state_ == dfuDNBUSY && nowMs >= busyUntilMs_) {
+    state_ = dfuDNLOADSYNC;
+  }
+}
+
+UsbReply DfuBootloader::Refuse(u8 status) {
+  Fail(status);
+  return {UsbResult::Stalled, {}};
+}
+
+u32 DfuBootloader::Fail(u8 status) {
+  state_ = dfuERROR;
+  status_ = status;
+  hasBlock_ = false;
+  return 0;
+}
+
+UsbReply DfuBootloader::Download(const WINUSB_SETUP_PACKET& setup, const Bytes& data) {
+  if ((state_ != dfuIDLE && state_ != dfuDNLOADIDLE) || data.size() > options_.transferSize) {
+    return Refuse();
+  }
+  if (data.empty()) {
+    // The device is to leave DFU mode.
+    state_ = dfuMANIFESTSYNC;
+    leaving_ = !options_.reportsManifestation;
+    return {};
+  }
+  hasBlock_ = true;
+  blockNumber_ = setup.Value;
+  block_ = data;
+  outcome_ = dfuOK;
+  state_ = dfuDNLOADSYNC;
+  return {};
+}
+
+UsbReply DfuBootloader::ClearStatus() {
+  if (state_ != dfuERROR) {
+    return Refuse();
+  }
+  state_ = dfuIDLE;
+  status_ = dfuOK;
+  return {};
+}
+
+UsbReply DfuBootloader::Abort() {
+  switch (state_) {
+    case dfuIDLE:
+    case dfuDNLOADSYNC:
+    case dfuDNLOADIDLE:
+    case dfuMANIFESTSYNC:
+      state_ = dfuIDLE;
+      hasBlock_ = false;
+      return {};
+    default:
+      return Refuse();
+  }
+}
+
+UsbReply DfuBootloader::ReportStatus(u64 nowMs) {
+  DfuStatusReply reply;
+  reply.pollTimeoutMs = AdvanceForStatus(nowMs);
+  if (!scripted_.empty()) {
+    reply = scripted_.front();
+    scripted_.pop_front();
+    state_ = reply.state;
+    status_ = reply.status;
+    busyUntilMs_ = nowMs + reply.pollTimeoutMs;
+    outcome_ = dfuOK;
+  }
+  return {UsbResult::Done,
+          {status_, static_cast<u8>(reply.pollTimeoutMs), static_cast<u8>(reply.pollTimeoutMs >> 8),
+           static_cast<u8>(reply.pollTimeoutMs >> 16), state_, 0}};
+}
+
+// What a GETSTATUS sets going; the poll time-out to tell.
+u32 DfuBootloader::AdvanceForStatus(u64 nowMs) {
+  switch (state_) {
+    case dfuDNLOADSYNC:
+      if (hasBlock_) {
+        return Execute(nowMs);
+      }
+      if (outcome_ != dfuOK) {
+        return Fail(outcome_);
+      }
+      state_ = dfuDNLOADIDLE;
+      return 0;
+    case dfuDNBUSY:
+      return static_cast<u32>(std::min<u64>(pollMs_, busyUntilMs_ - nowMs));
+    case dfuMANIFESTSYNC:
+      state_ = dfuMANIFEST;
+      leaving_ = true;
+      return options_.manifestMs;
+    default:
+      return 0;
+  }
+}
+
+// Does the work of the block at once; the time it takes passes afterwards, and only then does the
+// device tell how it went.
+u32 DfuBootloader::Execute(u64 nowMs) {
+  hasBlock_ = false;
+  pollMs_ = blockNumber_ == 0 ? ExecuteCommand() : ExecuteWrite();
+  if (state_ == dfuERROR) {
+    return 0;
+  }
+  if (pollMs_ == 0) {
+    state_ = dfuDNLOADIDLE;
+    return outcome_ == dfuOK ? 0 : Fail(outcome_);
+  }
+  state_ = dfuDNBUSY;
+  busyUntilMs_ = nowMs + u64{pollMs_} * options_.busyRounds;
+  return pollMs_;
+}
+
+u32 DfuBootloader::ExecuteCommand() {
+  if (block_[0] == EraseCommand && block_.size() == MassEraseBytes) {
+    flash_.EraseAll();
+    return options_.eraseBaseMs;
+  }
+  if (block_.size() != AddressedCommandBytes) {
+    return Fail(errUNKNOWN);
+  }
+  const u32 address = AddressOf(block_);
+  switch (block_[0]) {
+    case EraseCommand:
+      return ExecuteErase(address);
+    case SetAddressCommand:
+      if (flash_.FindSector(address) == nullptr) {
+        return Fail(errADDRESS);
+      }
+      addressPointer_ = address;
+      return options_.setAddressMs;
+    default:
+      return Fail(errUNKNOWN);
+  }
+}
+
+u32 DfuBootloader::ExecuteErase(u32 address) {
+  const FlashSector* const sector = flash_.FindSector(address);
+  if (sector == nullptr) {
+    return Fail(errADDRESS);
+  }
+  if (!sector->isErasable()) {
+    return Fail(errTARGET);
+  }
+  flash_.Erase(*sector);
+  constexpr u32 Unit = 16 * 1024;
+  const u32 busyMs = options_.eraseBaseMs +
+                     static_cast<u32>(u64{sector->sizeBytes} * options_.erasePer16KiBMs / Unit);
+  ++counts_.sectorsErased;
+  counts_.eraseMs += busyMs;
+  return busyMs;
+}
+
+u32 DfuBootloader::ExecuteWrite() {
+  if (blockNumber_ < FirstDataBlock) {
+    return Fail(errUNKNOWN);
+  }
+  const u64 first =
+      u64{addressPointer_} + u64{blockNumber_ - u32{FirstDataBlock}} * options_.transferSize;
+  for (u64 at = first; at < first + block_.size();) {
+    const FlashSector* const sector =
+        at > 0xFFFFFFFF ? nullptr : flash_.FindSector(static_cast<u32>(at));
+    if (sector == nullptr) {
+      return Fail(errADDRESS);
+    }
+    if (!sector->isWritable()) {
+      return Fail(errTARGET);
+    }
+    at = u64{sector->address} + sector->sizeBytes;
+  }
+  outcome_ = flash_.Program(static_cast<u32>(first), block_) ? dfuOK : errVERIFY;
+  ++counts_.blocksWritten;
+  counts_.bytesWritten += block_.size();
+  counts_.writeMs += options_.writeMs;
+  return options_.writeMs;
+}
+
+}  // namespace simulator

@@ -1,0 +1,137 @@
+// The keyboard's bootloader: the state machine of USB Device Firmware Upgrade 1.1 with the DfuSe
+// commands, over the keyboard's flash.
+//
+// It has no clock and no lock: the keyboard that owns it tells it the time and guards it. A request
+// that the state does not allow is stalled and ends in dfuERROR, as the standard wants it.
+#pragma once
+
+#include <deque>
+
+#include "common/types.h"
+#include "platform/machine/device_backend.h"
+#include "simulator/nor_flash.h"
+
+namespace simulator {
+
+enum DfuState : u8 {
+  dfuIDLE = 2,
+  dfuDNLOADSYNC = 3,
+  dfuDNBUSY = 4,
+  dfuDNLOADIDLE = 5,
+  dfuMANIFESTSYNC = 6,
+  dfuMANIFEST = 7,
+  dfuERROR = 10,
+};
+
+enum DfuStatusCode : u8 {
+  dfuOK = 0x00,
+  errTARGET = 0x01,
+  errWRITE = 0x03,
+  errERASE = 0x04,
+  errVERIFY = 0x07,
+  errADDRESS = 0x08,
+  errUNKNOWN = 0x0E,
+  errSTALLEDPKT = 0x0F,
+};
+
+enum DfuRequest : u8 {
+  DfuDetach = 0,
+  DfuDnload = 1,
+  DfuUpload = 2,
+  DfuGetStatus = 3,
+  DfuClrStatus = 4,
+  DfuGetState = 5,
+  DfuAbort = 6,
+};
+
+struct BootloaderOptions {
+  u16 transferSize = 1024;
+
+  // How long an erase keeps the device busy: so long for any sector, so long for each 16 KiB of it.
+  u32 eraseBaseMs = 150;
+  u32 erasePer16KiBMs = 100;
+
+  // For a block of data, and for a set-address command. A time of 0 is reported as dfuDNLOAD-IDLE
+  // straight away.
+  u32 writeMs = 4;
+  u32 setAddressMs = 1;
+
+  // How many times over the device is busy for as long as it says in bwPollTimeout.
+  u32 busyRounds = 1;
+
+  u32 manifestMs = 50;
+
+  // False: the device leaves on the request already, and never reports dfuMANIFEST.
+  bool reportsManifestation = true;
+};
+
+// What a GETSTATUS answers, without the iString.
+struct DfuStatusReply {
+  u8 status = dfuOK;
+  u32 pollTimeoutMs = 0;
+  u8 state = dfuIDLE;
+};
+
+// Where the time of an update went, as the device sees it.
+struct BootloaderCounts {
+  u32 sectorsErased = 0;
+  u32 blocksWritten = 0;
+  u64 bytesWritten = 0;
+  u64 eraseMs = 0;
+  u64 writeMs = 0;
+};
+
+class DfuBootloader {
+ public:
+  // Keeps both; the owner may change the options between two requests.
+  DfuBootloader(NorFlash& flash, const BootloaderOptions& options)
+      : flash_(flash), options_(options) {}
+
+  // Power-up: back to dfuIDLE, the flash as it is. What was scripted stays.
+  void Reset();
+
+  // One class request on the interface.
+  platform::UsbReply Request(const WINUSB_SETUP_PACKET& setup, const platform::Bytes& data,
+                             u64 nowMs);
+
+  // The next GETSTATUS answers this, whatever it would have answered, and the device is in that
+  // state from then on. Several are answered in order.
+  void ScriptStatus(const DfuStatusReply& reply) { scripted_.push_back(reply); }
+
+  // True once after the device has been told to leave DFU mode.
+  bool TakeLeave();
+
+  u8 state() const { return state_; }
+  const BootloaderCounts& counts() const { return counts_; }
+
+ private:
+  void Settle(u64 nowMs);
+  platform::UsbReply Refuse(u8 status = errSTALLEDPKT);
+  platform::UsbReply Download(const WINUSB_SETUP_PACKET& setup, const platform::Bytes& data);
+  platform::UsbReply ClearStatus();
+  platform::UsbReply Abort();
+  platform::UsbReply ReportStatus(u64 nowMs);
+  u32 AdvanceForStatus(u64 nowMs);
+  u32 Execute(u64 nowMs);
+  u32 ExecuteCommand();
+  u32 ExecuteErase(u32 address);
+  u32 ExecuteWrite();
+  u32 Fail(u8 status);
+
+  NorFlash& flash_;
+  const BootloaderOptions& options_;
+  u8 state_ = dfuIDLE;
+  u8 status_ = dfuOK;
+  u8 outcome_ = dfuOK;  // of the work in progress, told when it is done
+  bool hasBlock_ = false;
+  u16 blockNumber_ = 0;
+  platform::Bytes block_;
+  u32 addressPointer_ = 0;
+  u32 pollMs_ = 0;
+  u64 busyUntilMs_ = 0;
+  bool leaving_ = false;
+  std::deque<DfuStatusReply> scripted_;
+  BootloaderCounts counts_;
+};
+
+}  // namespace simulator

@@ -1,0 +1,144 @@
+#include "simulator/dfu_descriptors.h"
+
+#include <algorithm>
+
+namespace simulator {
+
+using platform::Bytes;
+using platform::UsbReply;
+using platform::UsbResult;
+
+namespace {
+
+constexpr u8 ManufacturerString = 1;
+constexpr u8 ProductString = 2;
+constexpr u8 SerialString = 3;
+constexpr u8 FirstSettingString = 4;
+constexpr std::size_t LongestStringBytes = 254;
+
+template <class Record>
+void Append(Bytes& bytes, const Record& record) {
+  const auto* const first = reinterpret_cast<const u8*>(&record);
+  bytes.insert(bytes.end(), first, first + sizeof(Record));
+}
+
+Bytes DeviceDescriptor(const KeyboardOptions& options) {
+  USB_DEVICE_DESCRIPTOR device{};
+  device.bLength = sizeof(device);
+  device.bDescriptorType = USB_DEVICE_DESCRIPTOR_TYPE;
+  device.bcdUSB = 0x0200;
+  device.bMaxPacketSize0 = 64;
+  device.idVendor = options.vendorId;
+  device.idProduct = options.dfuProductId;
+  device.bcdDevice = 0x0100;
+  device.iManufacturer = ManufacturerString;
+  device.iProduct = ProductString;
+  device.iSerialNumber = SerialString;
+  device.bNumConfigurations = 1;
+  Bytes bytes;
+  Append(bytes, device);
+  return bytes;
+}
+
+// The functional descriptor stands last, behind the settings' interface descriptors.
+Bytes ConfigurationSet(const KeyboardOptions& options) {
+  const std::size_t settings = options.alternateSettings.size();
+  const u16 transferSize = options.bootloader.transferSize;
+  const Bytes functional = {9,
+                            0x21,
+                            0x0B,
+                            0xFF,
+                            0x00,
+                            static_cast<u8>(transferSize),
+                            static_cast<u8>(transferSize >> 8),
+                            0x1A,
+                            0x01};
+  USB_CONFIGURATION_DESCRIPTOR configuration{};
+  configuration.bLength = sizeof(configuration);
+  configuration.bDescriptorType = USB_CONFIGURATION_DESCRIPTOR_TYPE;
+  configuration.wTotalLength = static_cast<u16>(
+      sizeof(configuration) + settings * sizeof(USB_INTERFACE_DESCRIPTOR) + functional.size());
+  configuration.bNumInterfaces = 1;
+  configuration.bConfigurationValue = 1;
+  configuration.bmAttributes = 0x80;
+  configuration.MaxPower = 50;
+
+  Bytes bytes;
+  Append(bytes, configuration);
+  for (std::size_t i = 0; i < settings; ++i) {
+    Append(bytes, *SettingDescriptor(options, i));
+  }
+  bytes.insert(bytes.end(), functional.begin(), functional.end());
+  return bytes;
+}
+
+Bytes StringDescriptor(const std::string& text) {
+  const std::size_t chars = std::min(text.size(), (LongestStringBytes - 2) / 2);
+  Bytes bytes = {static_cast<u8>(2 + chars * 2), USB_STRING_DESCRIPTOR_TYPE};
+  for (std::size_t i = 0; i < chars; ++i) {
+    bytes.push_back(static_cast<u8>(text[i]));
+    bytes.push_back(0);
+  }
+  return bytes;
+}
+
+std::string MapStringOf(const KeyboardOptions& options, std::size_t setting) {
+  return options.alternateSettings[setting].mapString.value_or(
+      MemoryMapText(options.flashName, options.flash));
+}
+
+UsbReply AnswerString(const KeyboardOptions& options, u8 index) {
+  switch (index) {
+    case 0:
+      return {UsbResult::Done, {4, USB_STRING_DESCRIPTOR_TYPE, 0x09, 0x04}};
+    case ManufacturerString:
+    case ProductString:
+      return {UsbResult::Done, StringDescriptor("Keyboard")};
+    case SerialString:
+      return {UsbResult::Done, StringDescriptor("0001")};
+    default:
+      break;
+  }
+  const std::size_t setting = std::size_t{index} - FirstSettingString;
+  if (setting >= options.alternateSettings.size()) {
+    return {UsbResult::Stalled, {}};
+  }
+  return {UsbResult::Done, StringDescriptor(MapStringOf(options, setting))};
+}
+
+}  // namespace
+
+UsbReply AnswerDescriptor(const KeyboardOptions& options, const WINUSB_SETUP_PACKET& setup) {
+  const u8 type = static_cast<u8>(setup.Value >> 8);
+  const u8 index = static_cast<u8>(setup.Value);
+  switch (type) {
+    case USB_DEVICE_DESCRIPTOR_TYPE:
+      return {UsbResult::Done, DeviceDescriptor(options)};
+    case USB_CONFIGURATION_DESCRIPTOR_TYPE:
+      return index == 0 ? UsbReply{UsbResult::Done, ConfigurationSet(options)}
+                        : UsbReply{UsbResult::Stalled, {}};
+    case USB_STRING_DESCRIPTOR_TYPE:
+      return AnswerString(options, index);
+    default:
+      return {UsbResult::Stalled, {}};
+  }
+}
+
+std::optional<USB_INTERFACE_DESCRIPTOR> SettingDescriptor(const KeyboardOptions& options,
+                                                          std::size_t index) {
+  if (index >= options.alternateSettings.size()) {
+    return std::nullopt;
+  }
+  USB_INTERFACE_DESCRIPTOR setting{};
+  setting.bLength = sizeof(setting);
+  setting.bDescriptorType = USB_INTERFACE_DESCRIPTOR_TYPE;
+  setting.bAlternateSetting = options.alternateSettings[index].number;
+  setting.bInterfaceClass = 0xFE;
+  setting.bInterfaceSubClass = 0x01;
+  setting.bInterfaceProtocol = 0x02;
+  setting.iInterface =
+      MapStringOf(options, index).empty() ? u8{0} : static_cast<u8>(FirstSettingString + index);
+  return setting;
+}
+
+}  // namespace simulator

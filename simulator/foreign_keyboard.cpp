@@ -1,0 +1,41 @@
+#include "simulator/foreign_keyboard.h"
+
+#include <memory>
+#include <utility>
+
+#include "simulator/hid_side.h"
+
+namespace simulator {
+
+class ForeignKeyboard::Collection : public platform::HidBackEnd {
+ public:
+  explicit Collection(ForeignKeyboard& keyboard) : keyboard_(keyboard) {}
+
+  bool ReadProductString(std::u16string& text) override {
+    text = keyboard_.options_.productString;
+    return true;
+  }
+  bool TakeOutputReport(const platform::Bytes&) override {
+    ++keyboard_.reports_;
+    return true;
+  }
+
+ private:
+  ForeignKeyboard& keyboard_;
+};
+
+void ForeignKeyboard::Attach() {
+  const std::vector<platform::Device> devices =
+      MakeHidDevices({options_.vendorId, options_.productId, options_.unit}, options_.collections,
+                     [this](std::size_t) { return std::make_shared<Collection>(*this); });
+  for (const platform::Device& device : devices) {
+    attached_.push_back(device.instanceId);
+  }
+  machine_.devices.Attach(devices);
+}
+
+void ForeignKeyboard::Detach() {
+  machine_.devices.Detach(std::exchange(attached_, {}));
+}
+
+}  // namespace simulator

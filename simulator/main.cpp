@@ -1,0 +1,137 @@
+// vantrel-sim: a whole firmware update on a simulated tablet.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+
+#include "simulator/update_run.h"
+
+namespace {
+
+constexpr int ExitUpdated = 0;
+constexpr int ExitNotUpdated = 1;
+constexpr int ExitBadArguments = 2;
+
+constexpr char DefaultPackageVersion[] = "1.2.2.1";
+
+int RefuseArguments(const std::string& why) {
+  std::fprintf(stderr, "vantrel-sim: %s\nTry vantrel-sim --help.\n", why.c_str());
+  return ExitBadArguments;
+}
+
+struct Arguments {
+  std::string package;
+  std::string keyboard;
+  int battery = 80;
+  bool realtime = false;
+  std::string trace;
+};
+
+void Describe(CLI::App& app, Arguments& arguments) {
+  app.set_help_flag("--help", "Print this help and exit");
+  app.set_version_flag("--version", VANTREL_VERSION, "Print the version and exit");
+  app.add_option("--package", arguments.package,
+                 "A DfuSe package of your own; its name carries the version at the characters 10, "
+                 "12, 14 and 16, as in VantrelKb_1.2.3.4.dfu")
+      ->type_name("FILE.dfu");
+  app.add_option("--keyboard", arguments.keyboard,
+                 "The keyboard's firmware; by default older than the package's")
+      ->type_name("M.m.model.rev");
+  app.add_option("--battery", arguments.battery, "The battery's charge in percent (255: unknown)")
+      ->type_name("N")
+      ->capture_default_str();
+  app.add_flag("--realtime", arguments.realtime, "Pace the run by the wall clock");
+  app.add_option("--trace", arguments.trace,
+                 "Show more: wire (every transfer), calls (every platform call) or all (both, and "
+                 "the service's own standard output)")
+      ->type_name("WHAT");
+}
+
+// A keyboard for the package's model, one version older where there is one.
+simulator::KeyboardVersion OlderThan(simulator::KeyboardVersion version) {
+  if (version.minor > 0) {
+    --version.minor;
+  } else if (version.major > 0) {
+    --version.major;
+    version.minor = 9;
+  }
+  return version;
+}
+
+bool ReadTrace(const std::string& trace, simulator::TimelineOptions& timeline) {
+  timeline.wire = trace == "wire" || trace == "all";
+  timeline.calls = trace == "calls" || trace == "all";
+  return trace.empty() || timeline.wire || timeline.calls;
+}
+
+// The service writes to standard output on its own account. The timeline goes to the console; the
+// service's lines only do when they were asked for.
+std::FILE* SplitConsole(bool keepServiceOutput) {
+  std::FILE* const console = fdopen(dup(STDOUT_FILENO), "w");
+  if (!keepServiceOutput) {
+    const int nowhere = open("/dev/null", O_WRONLY);
+    dup2(nowhere, STDOUT_FILENO);
+    close(nowhere);
+  }
+  return console;
+}
+
+int Run(const Arguments& arguments) {
+  simulator::UpdateRunOptions options;
+  if (!ReadTrace(arguments.trace, options.timeline)) {
+    return RefuseArguments("--trace takes wire, calls or all, not '" + arguments.trace + "'");
+  }
+  if ((arguments.battery < 0 || arguments.battery > 100) && arguments.battery != 255) {
+    return RefuseArguments("--battery takes 0 to 100, or 255 for unknown");
+  }
+  options.batteryPercent = static_cast<u8>(arguments.battery);
+  options.realtime = arguments.realtime;
+
+  if (arguments.package.empty()) {
+    options.package = simulator::DefaultPackage(*simulator::ParseVersion(DefaultPackageVersion));
+  } else {
+    std::string reason;
+    const auto package = simulator::ReadPackage(arguments.package, reason);
+    if (!package.has_value()) {
+      std::fprintf(stderr, "vantrel-sim: the service would refuse %s: %s\n",
+                   arguments.package.c_str(), reason.c_str());
+      return ExitNotUpdated;
+    }
+    options.package = *package;
+  }
+
+  options.keyboardVersion = OlderThan(options.package.version);
+  if (!arguments.keyboard.empty()) {
+    const auto version = simulator::ParseVersion(arguments.keyboard);
+    if (!version.has_value()) {
+      return RefuseArguments("--keyboard takes four digits such as 1.0.2.1, not '" +
+                             arguments.keyboard + "'");
+    }
+    options.keyboardVersion = *version;
+  }
+
+  std::FILE* const console = SplitConsole(arguments.trace == "all");
+  const bool updated = simulator::RunUpdate(options, console);
+  std::fflush(console);
+  return updated ? ExitUpdated : ExitNotUpdated;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Runs a whole keyboard firmware update on a simulated tablet.", "vantrel-sim");
+  Arguments arguments;
+  Describe(app, arguments);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& success) {
+    return app.exit(success);
+  } catch (const CLI::ParseError& error) {
+    return RefuseArguments(error.what());
+  }
+  const int exitCode = Run(arguments);
+  // Threads of the simulated machine still stand where its end left them.
+  std::fflush(nullptr);
+  _exit(exitCode);
+}

@@ -1,0 +1,140 @@
+#include "simulator/nor_flash.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+
+namespace simulator {
+
+namespace {
+
+constexpr u8 Erased = 0xFF;
+constexpr u32 Kilobyte = 1024;
+constexpr u32 Megabyte = 1024 * 1024;
+
+std::string RunText(const SectorRun& run) {
+  u32 size = run.sectorBytes;
+  char unit = ' ';
+  if (size % Megabyte == 0) {
+    size /= Megabyte;
+    unit = 'M';
+  } else if (size % Kilobyte == 0) {
+    size /= Kilobyte;
+    unit = 'K';
+  }
+  char text[40];
+  std::snprintf(text, sizeof(text), "%02u*%03u%c%c", run.count, size, unit, run.access);
+  return text;
+}
+
+}  // namespace
+
+NorFlash::NorFlash(const std::vector<FlashRegion>& regions) {
+  std::size_t offset = 0;
+  for (const FlashRegion& region : regions) {
+    u32 address = region.address;
+    for (const SectorRun& run : region.runs) {
+      for (u32 i = 0; i < run.count; ++i) {
+        sectors_.push_back({address, run.sectorBytes, run.access, offset});
+        address += run.sectorBytes;
+        offset += run.sectorBytes;
+      }
+    }
+  }
+  bytes_.assign(offset, Erased);
+}
+
+const FlashSector* NorFlash::FindSector(u32 address) const {
+  const auto found = std::find_if(sectors_.begin(), sectors_.end(), [&](const FlashSector& each) {
+    return address >= each.address && address - each.address < each.sizeBytes;
+  });
+  return found == sectors_.end() ? nullptr : &*found;
+}
+
+void NorFlash::Erase(const FlashSector& sector) {
+  const auto first = bytes_.begin() + static_cast<std::ptrdiff_t>(sector.offset);
+  std::fill_n(first, sector.sizeBytes, Erased);
+}
+
+void NorFlash::EraseAll() {
+  std::fill(bytes_.begin(), bytes_.end(), Erased);
+}
+
+const FlashSector* NorFlash::FindPiece(u64 address, std::size_t most, std::size_t& offset,
+                                       std::size_t& count) const {
+  const FlashSector* const sector =
+      address > 0xFFFFFFFF ? nullptr : FindSector(static_cast<u32>(address));
+  if (sector != nullptr) {
+    const std::size_t skip = static_cast<u32>(address) - sector->address;
+    offset = sector->offset + skip;
+    count = std::min(most, sector->sizeBytes - skip);
+  }
+  return sector;
+}
+
+bool NorFlash::Program(u32 address, const std::vector<u8>& data) {
+  bool holdsData = true;
+  std::size_t done = 0;
+  while (done < data.size()) {
+    std::size_t offset = 0;
+    std::size_t count = 0;
+    if (FindPiece(u64{address} + done, data.size() - done, offset, count) == nullptr) {
+      return false;
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+      u8& cell = bytes_[offset + i];
+      cell = static_cast<u8>(cell & data[done + i]);
+      holdsData = holdsData && cell == data[done + i];
+    }
+    done += count;
+  }
+  return holdsData;
+}
+
+std::optional<std::vector<u8>> NorFlash::Read(u32 address, std::size_t count) const {
+  std::vector<u8> read;
+  while (read.size() < count) {
+    std::size_t offset = 0;
+    std::size_t piece = 0;
+    if (FindPiece(u64{address} + read.size(), count - read.size(), offset, piece) == nullptr) {
+      return std::nullopt;
+    }
+    const auto first = bytes_.begin() + static_cast<std::ptrdiff_t>(offset);
+    read.insert(read.end(), first, first + static_cast<std::ptrdiff_t>(piece));
+  }
+  return read;
+}
+
+bool NorFlash::Save(const std::string& path) const {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file.write(reinterpret_cast<const char*>(bytes_.data()),
+             static_cast<std::streamsize>(bytes_.size()));
+  file.close();
+  return !file.fail();
+}
+
+bool NorFlash::Load(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  const std::vector<u8> loaded{std::istreambuf_iterator<char>(file), {}};
+  if (file.bad() || loaded.size() != bytes_.size()) {
+    return false;
+  }
+  bytes_ = loaded;
+  return true;
+}
+
+std::string MemoryMapText(const std::string& name, const std::vector<FlashRegion>& regions) {
+  std::string text = "@" + name;
+  for (const FlashRegion& region : regions) {
+    char address[16];
+    std::snprintf(address, sizeof(address), "/0x%08X/", region.address);
+    text += address;
+    for (std::size_t i = 0; i < region.runs.size(); ++i) {
+      text += (i == 0 ? "" : ",") + RunText(region.runs[i]);
+    }
+  }
+  return text;
+}
+
+}  // namespace simulator

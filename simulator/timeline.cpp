@@ -1,0 +1,180 @@
+#include "simulator/timeline.h"
+
+#include <cinttypes>
+
+#include "platform/machine/text.h"
+#include "simulator/dfu_bootloader.h"
+
+namespace simulator {
+
+namespace {
+
+constexpr u64 ProgressStepPercent = 10;
+
+const char* NameOfState(DWORD state) {
+  switch (state) {
+    case SERVICE_STOPPED:
+      return "stopped";
+    case SERVICE_START_PENDING:
+      return "start pending";
+    case SERVICE_STOP_PENDING:
+      return "stop pending";
+    case SERVICE_RUNNING:
+      return "running";
+    case SERVICE_CONTINUE_PENDING:
+      return "continue pending";
+    case SERVICE_PAUSE_PENDING:
+      return "pause pending";
+    case SERVICE_PAUSED:
+      return "paused";
+    default:
+      return "in a state of its own";
+  }
+}
+
+const char* NameOfResult(platform::UsbResult result) {
+  switch (result) {
+    case platform::UsbResult::Done:
+      return "";
+    case platform::UsbResult::Stalled:
+      return " - refused";
+    case platform::UsbResult::TimedOut:
+      return " - no answer";
+    case platform::UsbResult::Vanished:
+      return " - the device left";
+    case platform::UsbResult::Absent:
+      return " - the device is gone";
+  }
+  return "";
+}
+
+std::string Format(const char* format, unsigned first, unsigned second) {
+  char text[96];
+  std::snprintf(text, sizeof(text), format, first, second);
+  return text;
+}
+
+u32 Address(const platform::Bytes& command) {
+  return command[1] | command[2] << 8 | command[3] << 16 | static_cast<u32>(command[4]) << 24;
+}
+
+std::string DescribeDownload(const platform::TransferRecord& record) {
+  const bool isCommand = record.setup.Value == 0 && record.data.size() == 5;
+  if (isCommand && record.data[0] == 0x41) {
+    return Format("DNLOAD erase 0x%08X", Address(record.data), 0);
+  }
+  if (isCommand && record.data[0] == 0x21) {
+    return Format("DNLOAD set address 0x%08X", Address(record.data), 0);
+  }
+  return Format("DNLOAD block %u, %u bytes", record.setup.Value, record.setup.Length);
+}
+
+std::string DescribeStatus(const platform::TransferRecord& record) {
+  if (record.data.size() < 6) {
+    return "GETSTATUS";
+  }
+  const auto poll =
+      static_cast<unsigned>(record.data[1] | record.data[2] << 8 | record.data[3] << 16);
+  return Format("GETSTATUS: bStatus %u, bState %u", record.data[0], record.data[4]) +
+         Format(", poll %u ms", poll, 0);
+}
+
+std::string DescribeClassRequest(const platform::TransferRecord& record) {
+  switch (record.setup.Request) {
+    case DfuDnload:
+      return DescribeDownload(record);
+    case DfuGetStatus:
+      return DescribeStatus(record);
+    case DfuClrStatus:
+      return "CLRSTATUS";
+    case DfuGetState:
+      return record.data.empty() ? "GETSTATE" : Format("GETSTATE: bState %u", record.data[0], 0);
+    case DfuAbort:
+      return "ABORT";
+    default:
+      return Format("class request 0x%02X, %u bytes", record.setup.Request, record.setup.Length);
+  }
+}
+
+}  // namespace
+
+std::string SecondsText(u64 milliseconds) {
+  char text[32];
+  std::snprintf(text, sizeof(text), "%" PRIu64 ".%03" PRIu64 " s", milliseconds / 1000,
+                milliseconds % 1000);
+  return text;
+}
+
+std::string DescribeTransfer(const platform::TransferRecord& record) {
+  const u8 type = record.setup.RequestType & 0x60;
+  std::string text;
+  if (type == 0x20) {
+    text = DescribeClassRequest(record);
+  } else if (record.setup.Request == 6) {
+    text = Format("GET_DESCRIPTOR type %u index %u", record.setup.Value >> 8,
+                  record.setup.Value & 0xFF);
+  } else if (record.setup.Request == 11) {
+    text = Format("SET_INTERFACE alternate setting %u", record.setup.Value, 0);
+  } else {
+    text = Format("request 0x%02X, %u bytes", record.setup.Request, record.setup.Length);
+  }
+  return text + NameOfResult(record.result);
+}
+
+Timeline::Timeline(platform::Machine& machine, std::FILE* stream, const TimelineOptions& options)
+    : machine_(machine), stream_(stream), options_(options) {}
+
+void Timeline::WatchMachine() {
+  machine_.services.ObserveReports([this](const platform::StatusReport& report) {
+    Write("service", std::string("reports ") + NameOfState(report.status.dwCurrentState));
+  });
+  machine_.debugLog.Observe([this](const platform::DebugLine& line) { WriteDebugLine(line); });
+  machine_.processes.ObserveLaunches([this](const platform::LaunchedProcess& launch) {
+    Write("user", "is told " + platform::Utf8FromWide(launch.commandLine));
+  });
+  if (options_.wire) {
+    machine_.devices.ObserveTransfers(
+        [this](const platform::TransferRecord& record) { WriteTransfer(record); });
+  }
+  if (options_.calls) {
+    machine_.gate.Observe([this](platform::Call call) { Write("call", platform::NameOf(call)); });
+  }
+}
+
+void Timeline::Write(const char* speaker, const std::string& text) {
+  const std::string time = SecondsText(machine_.scheduler.NowMs());
+  const std::scoped_lock lock(lock_);
+  std::fprintf(stream_, "%12s  %-9s %s\n", time.c_str(), speaker, text.c_str());
+  std::fflush(stream_);
+}
+
+void Timeline::WriteProgress(u64 bytesDone, u64 bytesInAll) {
+  const u64 percent = bytesInAll == 0 ? 100 : bytesDone * 100 / bytesInAll;
+  {
+    const std::scoped_lock lock(lock_);
+    if (percent / ProgressStepPercent == lastTens_) {
+      return;
+    }
+    lastTens_ = percent / ProgressStepPercent;
+  }
+  Write("keyboard", "has written " + std::to_string(percent) + " % of the firmware");
+}
+
+// A write can hold several lines, none, or half of one; each piece gets a line of its own.
+void Timeline::WriteDebugLine(const platform::DebugLine& line) {
+  const std::string text = platform::Utf8FromWide(line.text);
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = std::min(text.find('\n', begin), text.size());
+    if (end > begin) {
+      Write("debug", text.substr(begin, end - begin));
+    }
+    begin = end + 1;
+  }
+}
+
+void Timeline::WriteTransfer(const platform::TransferRecord& record) {
+  Write("wire",
+        DescribeTransfer(record) + " (" + std::to_string(record.endMs - record.startMs) + " ms)");
+}
+
+}  // namespace simulator

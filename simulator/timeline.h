@@ -1,0 +1,52 @@
+// What a run looks like to a person: one line for each thing that happens, with its virtual time.
+//
+// The lines come from the machine's and the keyboard's observers, on whichever thread it happens;
+// each is written whole. The service's own standard output is not part of it.
+#pragma once
+
+#include <cstdio>
+#include <mutex>
+#include <string>
+
+#include "common/types.h"
+#include "platform/machine/machine.h"
+
+namespace simulator {
+
+struct TimelineOptions {
+  bool wire = false;   // every transfer between the service and a device
+  bool calls = false;  // every platform call
+};
+
+class Timeline {
+ public:
+  // Writes to the stream, which the caller keeps open.
+  Timeline(platform::Machine& machine, std::FILE* stream, const TimelineOptions& options);
+
+  // Begins to watch the machine. The timeline must outlive the run.
+  void WatchMachine();
+
+  // One line of the run's own: who speaks, and what.
+  void Write(const char* speaker, const std::string& text);
+
+  // The download's progress as the keyboard sees it; written when the number changes by ten.
+  void WriteProgress(u64 bytesDone, u64 bytesInAll);
+
+ private:
+  void WriteDebugLine(const platform::DebugLine& line);
+  void WriteTransfer(const platform::TransferRecord& record);
+
+  platform::Machine& machine_;
+  std::FILE* const stream_;
+  const TimelineOptions options_;
+  std::mutex lock_;
+  u64 lastTens_ = 0;
+};
+
+// "12.345 s".
+std::string SecondsText(u64 milliseconds);
+
+// A transfer as one reads it on the wire, for instance "DNLOAD block 2, 1024 bytes".
+std::string DescribeTransfer(const platform::TransferRecord& record);
+
+}  // namespace simulator

@@ -1,0 +1,393 @@
+#include "simulator/virtual_keyboard.h"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "simulator/dfu_descriptors.h"
+#include "simulator/hid_side.h"
+
+namespace simulator {
+
+using platform::Bytes;
+using platform::Device;
+using platform::UsbReply;
+using platform::UsbResult;
+
+namespace {
+
+constexpr u8 EnterDfuReportId = 0x17;
+constexpr u8 EnterDfuCommand = 0x01;
+
+constexpr u8 ToHost = 0x80;
+constexpr u8 TypeMask = 0x60;
+constexpr u8 ClassType = 0x20;
+constexpr u8 GetDescriptorRequest = 6;
+constexpr u8 SetInterfaceRequest = 11;
+
+std::vector<std::u16string> InstanceIdsOf(const std::vector<Device>& devices) {
+  std::vector<std::u16string> ids;
+  for (const Device& device : devices) {
+    ids.push_back(device.instanceId);
+  }
+  return ids;
+}
+
+}  // namespace
+
+std::u16string ProductStringOf(const KeyboardVersion& version) {
+  std::u16string text = u"Keyboard v";
+  for (const u8 digit : {version.major, version.minor, version.modelId, version.hwRev}) {
+    text += static_cast<char16_t>(u'0' + digit);
+    text += u'.';
+  }
+  text.pop_back();
+  return text;
+}
+
+// ---- What the machine sees ----
+
+class VirtualKeyboard::Collection : public platform::HidBackEnd {
+ public:
+  Collection(VirtualKeyboard& keyboard, std::size_t index) : keyboard_(keyboard), index_(index) {}
+
+  bool ReadProductString(std::u16string& text) override {
+    return keyboard_.ReadProductString(index_, text);
+  }
+  bool TakeOutputReport(const Bytes& report) override {
+    return keyboard_.TakeOutputReport(index_, report);
+  }
+
+ private:
+  VirtualKeyboard& keyboard_;
+  const std::size_t index_;
+};
+
+class VirtualKeyboard::DfuDevice : public platform::UsbBackEnd {
+ public:
+  explicit DfuDevice(VirtualKeyboard& keyboard) : keyboard_(keyboard) {}
+
+  UsbReply Transfer(const WINUSB_SETUP_PACKET& setup, const Bytes& data) override {
+    return keyboard_.Transfer(setup, data);
+  }
+  bool QueryInterfaceSettings(u8 index, USB_INTERFACE_DESCRIPTOR& settings) override {
+    return keyboard_.QuerySettings(index, settings);
+  }
+
+ private:
+  VirtualKeyboard& keyboard_;
+};
+
+VirtualKeyboard::VirtualKeyboard(platform::Machine& machine, const KeyboardOptions& options)
+    : machine_(machine),
+      options_(options),
+      flash_(options.flash),
+      bootloader_(flash_, options_.bootloader) {
+  for (const DfuSeElement& element : BuildKeyboardImage(options.version, options.firmware)) {
+    flash_.Program(element.address, element.data);
+  }
+}
+
+std::vector<Device> VirtualKeyboard::MakeDevices() {
+  if (mode_ == KeyboardMode::Dfu) {
+    return {MakeDfuDevice()};
+  }
+  return MakeHidDevices(
+      {options_.vendorId, options_.productId, options_.unit}, options_.collections,
+      [this](std::size_t index) { return std::make_shared<Collection>(*this, index); });
+}
+
+Device VirtualKeyboard::MakeDfuDevice() {
+  char name[64];
+  std::snprintf(name, sizeof(name), "USB\\VID_%04X&PID_%04X\\", options_.vendorId,
+                options_.dfuProductId);
+  Device device;
+  device.instanceId = Widen(name) + options_.unit;
+  device.instanceIdReadable = options_.dfuInstanceIdReadable;
+  device.description = options_.dfuDescription;
+
+  platform::DeviceInterface dfu;
+  dfu.classGuid = DfuModeInterfaceGuid;
+  dfu.path = options_.dfuPath.value_or(InterfacePath(device.instanceId, dfu.classGuid));
+  dfu.enabled = options_.dfuInterfaceEnabled;
+  dfu.openError = options_.dfuOpenError;
+  dfu.usb = std::make_shared<DfuDevice>(*this);
+  device.interfaces.push_back(dfu);
+  return device;
+}
+
+// ---- Plugging and restarting ----
+
+void VirtualKeyboard::Attach() {
+  Boot(false, std::nullopt);
+}
+
+void VirtualKeyboard::AttachInDfuMode() {
+  Boot(true, std::nullopt);
+}
+
+void VirtualKeyboard::Detach() {
+  Unplug(KeyboardMode::Detached, std::nullopt);
+}
+
+void VirtualKeyboard::PullFor(u64 milliseconds, bool backInDfuMode) {
+  const std::optional<u64> life = Unplug(KeyboardMode::Detached, std::nullopt);
+  BootAfter(milliseconds, backInDfuMode, *life);
+}
+
+void VirtualKeyboard::Boot(bool intoDfu, std::optional<u64> onlyInLife) {
+  const u64 nowMs = machine_.scheduler.NowMs();
+  std::vector<Device> devices;
+  InstanceIds replaced;
+  {
+    const std::scoped_lock lock(lock_);
+    if (onlyInLife.has_value() && *onlyInLife != life_) {
+      return;
+    }
+    ++life_;
+    bootloader_.Reset();
+    running_ = intoDfu ? std::nullopt : FindVersion();
+    mode_ = running_.has_value() ? KeyboardMode::Normal : KeyboardMode::Dfu;
+    silentUntilMs_ = nowMs + options_.silentMs;
+    devices = MakeDevices();
+    replaced = std::exchange(attached_, InstanceIdsOf(devices));
+  }
+  machine_.devices.Detach(replaced);
+  machine_.devices.Attach(devices);
+
+  // Threads that run at once may have pulled it in the meantime.
+  InstanceIds outdated = InstanceIdsOf(devices);
+  {
+    const std::scoped_lock lock(lock_);
+    std::erase_if(outdated, [&](const std::u16string& id) {
+      return std::find(attached_.begin(), attached_.end(), id) != attached_.end();
+    });
+  }
+  machine_.devices.Detach(outdated);
+}
+
+// The life that begins with it; empty when the keyboard has gone on in the meantime.
+std::optional<u64> VirtualKeyboard::Unplug(KeyboardMode mode, std::optional<u64> onlyInLife) {
+  InstanceIds left;
+  u64 life = 0;
+  {
+    const std::scoped_lock lock(lock_);
+    if (onlyInLife.has_value() && *onlyInLife != life_) {
+      return std::nullopt;
+    }
+    life = ++life_;
+    mode_ = mode;
+    running_ = std::nullopt;
+    left = std::exchange(attached_, {});
+  }
+  machine_.devices.Detach(left);
+  return life;
+}
+
+// Leaves after so long, at once on the calling thread for 0, and returns after the restart time
+// unless the options keep it away.
+void VirtualKeyboard::Restart(u64 detachAfterMs, bool intoDfu) {
+  u64 life = 0;
+  u64 restartMs = 0;
+  bool returns = true;
+  {
+    const std::scoped_lock lock(lock_);
+    life = life_;
+    restartMs = options_.restartMs;
+    returns = !intoDfu || options_.returnsAfterReport;
+  }
+  const auto leave = [this, life, restartMs, intoDfu, returns] {
+    const std::optional<u64> next = Unplug(KeyboardMode::Restarting, life);
+    if (next.has_value() && returns) {
+      BootAfter(restartMs, intoDfu, *next);
+    }
+  };
+  if (detachAfterMs == 0) {
+    leave();
+    return;
+  }
+  machine_.scheduler.Spawn("keyboard leaving", platform::ThreadOwner::Machine, false,
+                           [this, detachAfterMs, leave]() -> u32 {
+                             machine_.scheduler.SleepMs(detachAfterMs);
+                             leave();
+                             return 0;
+                           });
+}
+
+void VirtualKeyboard::BootAfter(u64 milliseconds, bool intoDfu, u64 life) {
+  machine_.scheduler.Spawn("keyboard starting", platform::ThreadOwner::Machine, false,
+                           [this, milliseconds, intoDfu, life]() -> u32 {
+                             machine_.scheduler.SleepMs(milliseconds);
+                             Boot(intoDfu, life);
+                             return 0;
+                           });
+}
+
+// ---- What it answers ----
+
+bool VirtualKeyboard::ReadProductString(std::size_t collection, std::u16string& text) {
+  const std::scoped_lock lock(lock_);
+  if (!running_.has_value() || collection >= options_.collections.size() ||
+      options_.collections[collection].refusesProductString) {
+    return false;
+  }
+  text = options_.collections[collection].productString.value_or(ProductStringOf(*running_));
+  return true;
+}
+
+bool VirtualKeyboard::TakeOutputReport(std::size_t collection, const Bytes& report) {
+  u64 detachDelayMs = 0;
+  {
+    const std::scoped_lock lock(lock_);
+    if (mode_ != KeyboardMode::Normal || collection >= options_.collections.size()) {
+      return false;
+    }
+    const HidCollectionOptions& taker = options_.collections[collection];
+    if (taker.usagePage != 1 || taker.usage != 0 || report.size() < 2 ||
+        report[0] != EnterDfuReportId || report[1] != EnterDfuCommand) {
+      return false;
+    }
+    ++enterDfuReports_;
+    if (options_.refusedReports > 0) {
+      --options_.refusedReports;
+      return false;
+    }
+    detachDelayMs = options_.detachDelayMs;
+  }
+  Restart(detachDelayMs, true);
+  return true;
+}
+
+UsbReply VirtualKeyboard::Transfer(const WINUSB_SETUP_PACKET& setup, const Bytes& data) {
+  const u64 nowMs = machine_.scheduler.NowMs();
+  Interceptor interceptor;
+  {
+    const std::scoped_lock lock(lock_);
+    interceptor = interceptor_;
+  }
+  if (interceptor) {
+    if (std::optional<UsbReply> reply = interceptor(setup, data)) {
+      return *reply;
+    }
+  }
+
+  UsbReply reply;
+  bool leaves = false;
+  u64 leaveDelayMs = 0;
+  {
+    const std::scoped_lock lock(lock_);
+    reply = Answer(setup, data, nowMs);
+    leaves = bootloader_.TakeLeave();
+    leaveDelayMs = options_.leaveDelayMs;
+  }
+  if (leaves) {
+    Restart(leaveDelayMs, false);
+  }
+  return reply;
+}
+
+UsbReply VirtualKeyboard::Answer(const WINUSB_SETUP_PACKET& setup, const Bytes& data, u64 nowMs) {
+  const UsbReply refused{UsbResult::Stalled, {}};
+  const bool isClassRequest = (setup.RequestType & TypeMask) == ClassType;
+  if (mode_ != KeyboardMode::Dfu) {
+    strayDfuRequests_ += (isClassRequest && mode_ == KeyboardMode::Normal) ? 1 : 0;
+    return refused;
+  }
+
+  UsbReply reply = refused;
+  if (isClassRequest && setup.Index == 0) {
+    reply = bootloader_.Request(setup, data, nowMs);
+  } else if (setup.RequestType == ToHost && setup.Request == GetDescriptorRequest) {
+    reply = AnswerDescriptor(options_, setup);
+  } else if (setup.Request == SetInterfaceRequest) {
+    const auto isSelected = [&](const AlternateSettingOptions& setting) {
+      return setting.number == setup.Value;
+    };
+    reply.result = std::any_of(options_.alternateSettings.begin(), options_.alternateSettings.end(),
+                               isSelected)
+                       ? UsbResult::Done
+                       : UsbResult::Stalled;
+  }
+  if (nowMs < silentUntilMs_) {
+    reply.delayMs = static_cast<u32>(silentUntilMs_ - nowMs);
+  }
+  return reply;
+}
+
+bool VirtualKeyboard::QuerySettings(std::size_t index, USB_INTERFACE_DESCRIPTOR& settings) const {
+  const std::scoped_lock lock(lock_);
+  const std::optional<USB_INTERFACE_DESCRIPTOR> found = SettingDescriptor(options_, index);
+  settings = found.value_or(settings);
+  return found.has_value();
+}
+
+// ---- Knobs and the verdict ----
+
+void VirtualKeyboard::Change(const std::function<void(KeyboardOptions&)>& change) {
+  const std::scoped_lock lock(lock_);
+  change(options_);
+}
+
+void VirtualKeyboard::ScriptStatus(const DfuStatusReply& reply) {
+  const std::scoped_lock lock(lock_);
+  bootloader_.ScriptStatus(reply);
+}
+
+void VirtualKeyboard::Intercept(Interceptor interceptor) {
+  const std::scoped_lock lock(lock_);
+  interceptor_ = std::move(interceptor);
+}
+
+KeyboardMode VirtualKeyboard::mode() const {
+  const std::scoped_lock lock(lock_);
+  return mode_;
+}
+
+std::optional<KeyboardVersion> VirtualKeyboard::FindVersion() const {
+  return options_.findVersion ? options_.findVersion(flash_)
+                              : FindKeyboardImage(flash_, options_.imageAddress);
+}
+
+std::optional<KeyboardVersion> VirtualKeyboard::runningVersion() const {
+  const std::scoped_lock lock(lock_);
+  return running_;
+}
+
+std::optional<KeyboardVersion> VirtualKeyboard::storedVersion() const {
+  const std::scoped_lock lock(lock_);
+  return FindVersion();
+}
+
+NorFlash VirtualKeyboard::ReadFlash() const {
+  const std::scoped_lock lock(lock_);
+  return flash_;
+}
+
+void VirtualKeyboard::WriteFlash(const NorFlash& flash) {
+  const std::scoped_lock lock(lock_);
+  flash_ = flash;
+}
+
+bool VirtualKeyboard::FlashHolds(const std::vector<DfuSeElement>& elements) const {
+  const std::scoped_lock lock(lock_);
+  return std::all_of(elements.begin(), elements.end(), [&](const DfuSeElement& element) {
+    return flash_.Read(element.address, element.data.size()) == element.data;
+  });
+}
+
+BootloaderCounts VirtualKeyboard::counts() const {
+  const std::scoped_lock lock(lock_);
+  return bootloader_.counts();
+}
+
+u32 VirtualKeyboard::enterDfuReports() const {
+  const std::scoped_lock lock(lock_);
+  return enterDfuReports_;
+}
+
+u32 VirtualKeyboard::strayDfuRequests() const {
+  const std::scoped_lock lock(lock_);
+  return strayDfuRequests_;
+}
+
+}  // namespace simulator

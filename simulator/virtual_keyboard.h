@@ -1,0 +1,123 @@
+// The keyboard of a simulated machine: HID collections in normal mode, a DFU device in DFU mode,
+// and the restarts between the two.
+//
+// The script plugs it in and out; from then on it reacts to what the service sends, on the
+// service's threads, and restarts on a machine thread of its own. What became of an update is read
+// here, from the flash and from the product string. Any thread may call. A keyboard is never
+// destroyed while the machine is on.
+#pragma once
+
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/machine/machine.h"
+#include "simulator/dfu_bootloader.h"
+#include "simulator/keyboard_options.h"
+
+namespace simulator {
+
+enum class KeyboardMode {
+  Detached,    // not plugged in
+  Restarting,  // plugged in, but the machine does not see it
+  Normal,
+  Dfu,
+};
+
+class VirtualKeyboard {
+ public:
+  // With the options' firmware in its flash.
+  VirtualKeyboard(platform::Machine& machine, const KeyboardOptions& options);
+  VirtualKeyboard(const VirtualKeyboard&) = delete;
+  VirtualKeyboard& operator=(const VirtualKeyboard&) = delete;
+
+  // --- The hand that plugs ---
+
+  // Powers up: runs the firmware when the flash holds a whole image, else stays in DFU mode.
+  void Attach();
+
+  // Powers up in DFU mode whatever the flash holds.
+  void AttachInDfuMode();
+
+  // Pulls the keyboard, whatever it is doing.
+  void Detach();
+
+  // Pulls the keyboard now and plugs it in again after so long.
+  void PullFor(u64 milliseconds, bool backInDfuMode);
+
+  // --- Knobs ---
+
+  void Change(const std::function<void(KeyboardOptions&)>& change);
+
+  // See DfuBootloader::ScriptStatus.
+  void ScriptStatus(const DfuStatusReply& reply);
+
+  // Asked first about every transfer in DFU mode; an empty answer leaves it to the keyboard. Called
+  // with no lock held.
+  using Interceptor = std::function<std::optional<platform::UsbReply>(
+      const WINUSB_SETUP_PACKET& setup, const platform::Bytes& data)>;
+  void Intercept(Interceptor interceptor);
+
+  // --- The verdict ---
+
+  KeyboardMode mode() const;
+
+  // The version that its product string tells; empty unless it runs its firmware.
+  std::optional<KeyboardVersion> runningVersion() const;
+
+  // The version of the whole image in its flash; empty when there is none.
+  std::optional<KeyboardVersion> storedVersion() const;
+
+  NorFlash ReadFlash() const;
+  void WriteFlash(const NorFlash& flash);
+
+  // Whether the flash holds the elements byte for byte.
+  bool FlashHolds(const std::vector<DfuSeElement>& elements) const;
+
+  BootloaderCounts counts() const;
+  u32 enterDfuReports() const;
+
+  // DFU requests that came while it was not in DFU mode.
+  u32 strayDfuRequests() const;
+
+ private:
+  class Collection;
+  class DfuDevice;
+  using InstanceIds = std::vector<std::u16string>;
+
+  void Boot(bool intoDfu, std::optional<u64> onlyInLife);
+  std::optional<u64> Unplug(KeyboardMode mode, std::optional<u64> onlyInLife);
+  void Restart(u64 detachAfterMs, bool intoDfu);
+  void BootAfter(u64 milliseconds, bool intoDfu, u64 life);
+  std::optional<KeyboardVersion> FindVersion() const;
+  std::vector<platform::Device> MakeDevices();
+  platform::Device MakeDfuDevice();
+
+  bool ReadProductString(std::size_t collection, std::u16string& text);
+  bool TakeOutputReport(std::size_t collection, const platform::Bytes& report);
+  platform::UsbReply Transfer(const WINUSB_SETUP_PACKET& setup, const platform::Bytes& data);
+  platform::UsbReply Answer(const WINUSB_SETUP_PACKET& setup, const platform::Bytes& data,
+                            u64 nowMs);
+  bool QuerySettings(std::size_t index, USB_INTERFACE_DESCRIPTOR& settings) const;
+
+  platform::Machine& machine_;
+  mutable std::mutex lock_;  // guards all that follows
+  KeyboardOptions options_;
+  NorFlash flash_;
+  DfuBootloader bootloader_;
+  Interceptor interceptor_;
+  KeyboardMode mode_ = KeyboardMode::Detached;
+  std::optional<KeyboardVersion> running_;
+  InstanceIds attached_;
+  u64 life_ = 0;  // counts power-ups and pulls, so that a late restart knows that it is late
+  u64 silentUntilMs_ = 0;
+  u32 enterDfuReports_ = 0;
+  u32 strayDfuRequests_ = 0;
+};
+
+// The product string of firmware of that version.
+std::u16string ProductStringOf(const KeyboardVersion& version);
+
+}  // namespace simulator

@@ -1,0 +1,162 @@
+#include "tests/support/tablet_test.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "platform/machine/text.h"
+#include "simulator/timeline.h"
+
+namespace {
+
+simulator::Tablet& NewTablet() {
+  simulator::TabletOptions options;
+  if (std::getenv("VANTREL_TEST_PARALLEL") != nullptr) {
+    options.scheduler.mode = platform::SchedulerMode::Parallel;
+  }
+  // Never destroyed: threads of the service may still stand in its calls when the process ends.
+  return *new simulator::Tablet(options);
+}
+
+// What the service opens once and keeps until its process ends.
+const std::map<platform::HandleKind, std::size_t> LongLived = {
+    {platform::HandleKind::Mutex, 2},         // the update lock, the order of reports
+    {platform::HandleKind::Event, 1},         // of the tick thread
+    {platform::HandleKind::File, 1},          // keyboardHandle
+    {platform::HandleKind::Notification, 2},  // one a device interface class
+    {platform::HandleKind::ServiceStatus, 1},
+};
+
+}  // namespace
+
+TabletTest::TabletTest() : tablet(NewTablet()), machine(tablet.machine()) {
+  machine.devices.ObserveTransfers([this](const platform::TransferRecord& record) {
+    const std::scoped_lock lock(lock_);
+    transfers_.push_back(record);
+  });
+}
+
+TabletTest::~TabletTest() {
+  machine.devices.ObserveTransfers(nullptr);
+  tablet.Remove();
+}
+
+void TabletTest::TearDown() {
+  machine.KillServiceProcess();
+  for (const std::string& words : expectedFaults_) {
+    EXPECT_GT(machine.faults.Expect(words), 0u) << "the layer found no fault: " << words;
+  }
+  for (const std::string& fault : machine.faults.All()) {
+    ADD_FAILURE() << fault;
+  }
+  if (failuresCounted_) {
+    EXPECT_EQ(machine.gate.failed(), failuresOrdered_) << "an ordered failure was not met";
+  }
+  EXPECT_EQ(machine.heap.OpenBlocks(), 0u) << "blocks of the process heap were not freed";
+  CheckHandles();
+}
+
+void TabletTest::CheckHandles() const {
+  std::map<platform::HandleKind, std::size_t> open;
+  for (const platform::OpenHandle& handle : machine.handles.OpenHandles()) {
+    ++open[handle.kind];
+  }
+  for (const auto& [kind, count] : open) {
+    const auto lasting = LongLived.find(kind);
+    const auto expected = leftOpen_.find(kind);
+    const std::size_t allowed = (lasting == LongLived.end() ? 0 : lasting->second) +
+                                (expected == leftOpen_.end() ? 0 : expected->second);
+    EXPECT_LE(count, allowed) << "left open: " << platform::NameOf(kind) << " handles";
+  }
+}
+
+simulator::Package TabletTest::InstallPackage(const simulator::KeyboardVersion& version) {
+  simulator::Package package = simulator::DefaultPackage(version);
+  tablet.InstallPackage(package.fileName, package.bytes);
+  return package;
+}
+
+simulator::VirtualKeyboard& TabletTest::PlugIn(const simulator::KeyboardOptions& options) {
+  auto* const keyboard = new simulator::VirtualKeyboard(machine, options);
+  keyboard->Attach();
+  return *keyboard;
+}
+
+simulator::VirtualKeyboard& TabletTest::PlugInInDfuMode(const simulator::KeyboardOptions& options) {
+  auto* const keyboard = new simulator::VirtualKeyboard(machine, options);
+  keyboard->AttachInDfuMode();
+  return *keyboard;
+}
+
+void TabletTest::PassTimeUntil(const char* what, const std::function<bool()>& condition,
+                               u64 atMostMs) {
+  ASSERT_TRUE(tablet.PassTimeUntil(condition, atMostMs))
+      << "after " << atMostMs << " ms still not: " << what;
+}
+
+void TabletTest::FailCall(platform::Call call, u32 error, u32 occurrence) {
+  machine.gate.FailCall(call, occurrence, error);
+  ++failuresOrdered_;
+}
+
+void TabletTest::KeepFailing(platform::Call call, u32 error) {
+  machine.gate.FailCall(call, 1, error, true);
+  failuresCounted_ = false;
+}
+
+std::vector<std::string> TabletTest::Lines() const {
+  std::vector<std::string> lines;
+  const std::vector<platform::DebugLine> all = machine.debugLog.Lines();
+  for (std::size_t i = firstLine_; i < all.size(); ++i) {
+    lines.push_back(platform::Utf8FromWide(all[i].text));
+  }
+  return lines;
+}
+
+std::size_t TabletTest::CountLines(const std::string& text) const {
+  const std::vector<std::string> lines = Lines();
+  return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), text));
+}
+
+std::vector<std::string> TabletTest::Words() const {
+  std::vector<std::string> words;
+  for (const simulator::ToldWord& told : tablet.WordsTold()) {
+    words.push_back(told.word);
+  }
+  return words;
+}
+
+std::vector<platform::TransferRecord> TabletTest::Transfers() const {
+  const std::scoped_lock lock(lock_);
+  return transfers_;
+}
+
+std::vector<std::string> TabletTest::Wire() const {
+  std::vector<std::string> wire;
+  for (const platform::TransferRecord& record : Transfers()) {
+    wire.push_back(simulator::DescribeTransfer(record));
+  }
+  return wire;
+}
+
+std::vector<std::string> TabletTest::DfuRequests() const {
+  std::vector<std::string> requests;
+  for (const platform::TransferRecord& record : Transfers()) {
+    // Class requests to an interface; HID's own go to an interface, too, but with other numbers.
+    const bool isClass = (record.setup.RequestType & 0x7F) == 0x21;
+    if (isClass && record.setup.Request >= 1 && record.setup.Request <= 6 &&
+        record.setup.Index == 0) {
+      requests.push_back(simulator::DescribeTransfer(record));
+    }
+  }
+  return requests;
+}
+
+void TabletTest::LookFromHere() {
+  firstLine_ = machine.debugLog.Lines().size();
+  const std::scoped_lock lock(lock_);
+  transfers_.clear();
+}
+
+void TabletTest::ExpectLeftOpen(platform::HandleKind kind, std::size_t count) {
+  leftOpen_[kind] += count;
+}
