@@ -52,7 +52,7 @@ u32 CountAlternateSettings(const u8* set, std::size_t setBytes) {
     return 0;
   }
   const std::size_t totalBytes = LittleEndian16(set + TotalLengthOffset);
-  if (totalBytes > setBytes || set[0] <= TypeOffset) {
+  if (totalBytes > setBytes || set[0] <= TypeOffset || set[0] > totalBytes) {
     return 0;
   }
 

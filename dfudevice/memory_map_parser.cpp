@@ -205,7 +205,7 @@ u64 SectorTotal(const char* regions) {
 
 // Takes the characters between "@" and the first "/".
 void CopyName(const char* name, const char* end, MemoryMap& map) {
-  const std::size_t length = std::min(static_cast<size_t>(end - name), sizeof(map.name) - 1);
+  const std::size_t length = std::min(static_cast<std::size_t>(end - name), sizeof(map.name) - 1);
   std::memset(map.name, 0, sizeof(map.name));
   std::memcpy(map.name, name, length);
 }

@@ -25,7 +25,7 @@ i32 WorkerThread::Start() {
   if (threadHandle != nullptr) {
     return 0;
   }
-  // Reset before the thread exists, so that a Stop that comes before its first wait is not lost.
+  // Here and not on the thread itself: a Stop that comes before its first wait would be forgotten.
   ResetEvent(stopEvent);
 
   threadHandle = CreateThread(nullptr, 0, ThreadEntry, this, CREATE_SUSPENDED, nullptr);
@@ -53,8 +53,7 @@ DWORD WorkerThread::RunSteps() {
   if (extraCount >= ExtraWaitHandleLimit) {
     return ExitTooManyHandles;
   }
-  // May erase the first signal of a Stop that is under way already; Stop signals until it is heard.
-  for (u32 index = 0; index <= extraCount; ++index) {
+  for (u32 index = 1; index <= extraCount; ++index) {
     ResetEvent(waitHandles[index]);
   }
 
@@ -95,7 +94,6 @@ i32 WorkerThread::Stop(DWORD* exitCode) {
       suspended = ResumeThread(threadHandle) == ResumeFailed;
     }
     Sleep(StopPollMs);
-    SetEvent(stopEvent);
   }
 
   if (exitCode != nullptr) {

@@ -168,8 +168,8 @@ bool ReadElement(DfuFile& file, DfuImage* image) {
   const u32 address = LittleEndian32(header);
   const u32 size = LittleEndian32(header + 4);
   // No memory is asked for that the file cannot fill. The read that is spared would have come up
-  // short and left the stream unusable, so that is how it is left here. A file that has shrunk
-  // since it was measured may end before the position.
+  // short and left the stream unusable, so that is how it is left here. In a file that has grown
+  // since it was measured the position may lie behind its former end.
   if (stream.position() > file.FileBytes || size > file.FileBytes - stream.position()) {
     stream.MarkFailed();
     return false;

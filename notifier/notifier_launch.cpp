@@ -120,6 +120,12 @@ void CopyWord(const WCHAR* word, WCHAR (&commandLine)[CommandLineChars]) {
   commandLine[lengthChars] = 0;
 }
 
+// A null token stands for the caller's own account: the notifier would run with the service's full
+// rights. When there is no token of the user's, one that the call refuses takes its place.
+HANDLE TokenOfUser(const LaunchHandles& handles) {
+  return handles.notifierToken.valid() ? handles.notifierToken.get() : INVALID_HANDLE_VALUE;
+}
+
 void StartNotifier(const LaunchHandles& handles, const WCHAR* word) {
   WCHAR path[NotifierPathCapacity];
   BuildNotifierPath(path);
@@ -137,8 +143,8 @@ void StartNotifier(const LaunchHandles& handles, const WCHAR* word) {
   const DWORD flags =
       handles.environment.valid() ? LaunchFlags | CREATE_UNICODE_ENVIRONMENT : LaunchFlags;
   PROCESS_INFORMATION notifier = {};
-  if (!CreateProcessAsUserW(handles.notifierToken.get(), path, commandLine, nullptr, nullptr, FALSE,
-                            flags, handles.environment.get(), nullptr, &startup, &notifier)) {
+  if (!CreateProcessAsUserW(TokenOfUser(handles), path, commandLine, nullptr, nullptr, FALSE, flags,
+                            handles.environment.get(), nullptr, &startup, &notifier)) {
     const DWORD error = GetLastError();
     WriteDebugFormat(TEXT("Process token open error: %u\n"), error);
     return;

@@ -88,14 +88,15 @@ void ReportPendingAndDone(DWORD pendingState, DWORD doneState) {
   SendReport(doneState);
 }
 
-// The service entry's reports. A pause in the meantime is overwritten, a stop is not. Returns false
-// when there has been a stop and nothing was reported.
+// The service entry's reports. A pause in the meantime is overwritten, a stop is not: it is latched
+// before its first state is written. Returns false when there has been one and nothing was
+// reported.
 bool ReportUnlessStopped(DWORD state) {
   ReportTurn turn;
 
   DWORD seen = CurrentState().load();
   do {
-    if (StopSeen() || seen == SERVICE_STOP_PENDING || seen == SERVICE_STOPPED) {
+    if (StopSeen()) {
       return false;
     }
   } while (!CurrentState().compare_exchange_weak(seen, state));
@@ -164,9 +165,6 @@ bool StartUp() {
   }
 
   SelectPackageFolder();
-  if (StopSeen()) {
-    return false;
-  }
   EvaluateUpdate(1);
   if (StopSeen() || !SleepUnlessStopped(DelayBeforeNotificationsMs)) {
     return false;

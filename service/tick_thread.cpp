@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "common/handles.h"
 #include "dfuengine/update_session.h"
 #include "service/update_decision.h"
 
@@ -33,13 +34,13 @@ void Tick() {
 }  // namespace
 
 DWORD WINAPI TickThread(LPVOID) {
-  const HANDLE tickEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  const KernelHandle tickEvent(CreateEventW(nullptr, TRUE, FALSE, nullptr));
   bool waitFailed = false;
 
   for (;;) {
-    const DWORD result = WaitForTick(tickEvent);
+    const DWORD result = WaitForTick(tickEvent.get());
     if (result == WAIT_OBJECT_0) {
-      break;
+      return 0;
     }
     if (result == WAIT_TIMEOUT) {
       waitFailed = false;
@@ -53,9 +54,4 @@ DWORD WINAPI TickThread(LPVOID) {
     }
     waitFailed = true;
   }
-
-  if (tickEvent != nullptr) {
-    CloseHandle(tickEvent);
-  }
-  return 0;
 }

@@ -41,6 +41,7 @@ const std::vector<std::uint32_t>& DocumentedErrors(Call call) {
       {Call::FindFirstFileA, {ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED}},
       {Call::FindNextFileA, {ERROR_NO_MORE_FILES}},
       {Call::OpenBinaryFile, {ERROR_ACCESS_DENIED}},
+      {Call::ReadBinaryFile, {ERROR_CRC, ERROR_IO_DEVICE}},
       {Call::RegOpenKeyExW, {ERROR_ACCESS_DENIED, ERROR_FILE_NOT_FOUND}},
       {Call::RegQueryInfoKeyW, {ERROR_ACCESS_DENIED}},
       {Call::RegEnumKeyExW, {ERROR_MORE_DATA, ERROR_NO_MORE_ITEMS}},
@@ -87,7 +88,7 @@ std::uint32_t CallGate::Enter(Call call) {
     error = ErrorFor(call);
     if (error != 0) {
       ++failed_;
-      lastFailed_ = call;
+      ++failedCounts_[static_cast<std::size_t>(call)];
     }
   }
 
@@ -159,9 +160,9 @@ std::uint64_t CallGate::failed() const {
   return failed_;
 }
 
-Call CallGate::lastFailed() const {
+std::uint64_t CallGate::FailedOf(Call call) const {
   const std::scoped_lock lock(lock_);
-  return lastFailed_;
+  return failedCounts_[static_cast<std::size_t>(call)];
 }
 
 }  // namespace platform

@@ -46,6 +46,7 @@ namespace platform {
   X(FindNextFileA)                      \
   X(FindClose)                          \
   X(OpenBinaryFile)                     \
+  X(ReadBinaryFile)                     \
   X(RegOpenKeyExW)                      \
   X(RegQueryInfoKeyW)                   \
   X(RegEnumKeyExW)                      \
@@ -126,9 +127,9 @@ class CallGate {
   std::uint64_t total() const;
   std::uint64_t CountOf(Call call) const;
 
-  // How many calls were made to fail, and what the last one was.
+  // How many calls were made to fail, in all and of one kind.
   std::uint64_t failed() const;
-  Call lastFailed() const;
+  std::uint64_t FailedOf(Call call) const;
 
  private:
   struct Order {
@@ -144,7 +145,7 @@ class CallGate {
   std::array<std::uint64_t, CallCount> counts_{};
   std::uint64_t total_ = 0;
   std::uint64_t failed_ = 0;
-  Call lastFailed_ = Call::Count;
+  std::array<std::uint64_t, CallCount> failedCounts_{};
   std::multimap<Call, Order> orders_;
   std::uint64_t failNumber_ = 0;
   std::uint32_t failErrorIndex_ = 0;

@@ -26,6 +26,11 @@ std::size_t DebugLog::CountOf(std::u16string_view text) const {
       lines_.begin(), lines_.end(), [&](const DebugLine& line) { return line.text == text; }));
 }
 
+void DebugLog::Clear() {
+  const std::scoped_lock lock(lock_);
+  lines_.clear();
+}
+
 void DebugLog::Observe(std::function<void(const DebugLine&)> observer) {
   const std::scoped_lock lock(lock_);
   observer_ = std::move(observer);

@@ -31,6 +31,9 @@ class DebugLog {
   // How many writes had exactly this text.
   std::size_t CountOf(std::u16string_view text) const;
 
+  // Forgets what was written so far.
+  void Clear();
+
   // Sees each write as it is made, on the writing thread; null for none.
   void Observe(std::function<void(const DebugLine&)> observer);
 

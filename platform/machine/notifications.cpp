@@ -51,7 +51,7 @@ void NotificationCenter::Announce(const Notice& notice) {
   const std::uint64_t notBeforeMs = scheduler_.NowMs() + plan.delayMs;
   scheduler_.Update([&] {
     for (const std::shared_ptr<NotificationRegistration>& registration : registrations) {
-      if (registration->classGuid == notice.classGuid) {
+      if (registration->filter.u.DeviceInterface.ClassGuid == notice.classGuid) {
         registration->queue_.insert(registration->queue_.end(), plan.times, {notice, notBeforeMs});
       }
     }

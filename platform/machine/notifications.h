@@ -35,7 +35,7 @@ struct DeliveryPlan {
 // The object behind an HCMNOTIFICATION.
 class NotificationRegistration : public KernelObject {
  public:
-  GUID classGuid{};
+  CM_NOTIFY_FILTER filter{};  // as the caller gave it
   PCM_NOTIFY_CALLBACK callback = nullptr;
   PVOID context = nullptr;
   HCMNOTIFICATION handle = nullptr;

@@ -37,8 +37,10 @@ struct LaunchedProcess {
 
 class OpenProcessObject : public KernelObject {
  public:
-  explicit OpenProcessObject(const Process& opened) : process(opened) {}
+  OpenProcessObject(const Process& opened, DWORD desiredAccess)
+      : process(opened), access(desiredAccess) {}
   const Process process;
+  const DWORD access;  // as it was asked for
 };
 
 class TokenObject : public KernelObject {

@@ -62,11 +62,11 @@ bool ServiceManager::Dispatch(const SERVICE_TABLE_ENTRYW& entry) {
   }
 }
 
-// The next control, once there is a handler to take it.
+// The next control, once the service has told that it takes any.
 bool ServiceManager::TakeControl(DWORD& control,
                                  std::shared_ptr<ServiceRegistration>& registration) {
   const std::scoped_lock lock(lock_);
-  if (controls_.empty() || registration_ == nullptr) {
+  if (controls_.empty() || registration_ == nullptr || reports_.empty()) {
     return false;
   }
   control = controls_.front();

@@ -28,6 +28,7 @@ struct ControlAnswer {
 // The object behind a SERVICE_STATUS_HANDLE.
 class ServiceRegistration : public KernelObject {
  public:
+  std::u16string name;
   LPHANDLER_FUNCTION_EX handler = nullptr;
   LPVOID context = nullptr;
 };
@@ -42,7 +43,8 @@ class ServiceManager {
   void SetStartedByManager(bool started);
 
   // Queues a control. The dispatcher hands it to the handler, on the process's main thread, as soon
-  // as the service has registered one.
+  // as the service has registered one and reported for the first time: before that Windows takes no
+  // control for it.
   void SendControl(DWORD control);
 
   std::vector<StatusReport> Reports() const;

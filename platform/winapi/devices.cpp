@@ -197,7 +197,7 @@ CONFIGRET WINAPI CM_Register_Notification(PCM_NOTIFY_FILTER pFilter, PVOID pCont
     return RefuseConfig(Call::CM_Register_Notification, "this filter is");
   }
   auto registration = std::make_shared<NotificationRegistration>();
-  registration->classGuid = pFilter->u.DeviceInterface.ClassGuid;
+  registration->filter = *pFilter;
   registration->callback = pCallback;
   registration->context = pContext;
   registration->handle = static_cast<HCMNOTIFICATION>(

@@ -47,7 +47,12 @@ struct Stream {
   void* handle;
 };
 
+// What the drive is asked for when the stream's own buffer is empty.
 ssize_t ReadStream(void* cookie, char* buffer, std::size_t bytes) {
+  if (EnterCall(Call::ReadBinaryFile) != 0) {
+    errno = EIO;
+    return -1;
+  }
   return read(static_cast<Stream*>(cookie)->descriptor, buffer, bytes);
 }
 

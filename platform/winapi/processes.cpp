@@ -26,6 +26,9 @@ namespace {
 
 constexpr LUID DebugPrivilege = {20, 0};
 
+// All that a launcher may want to do with a user's token.
+constexpr DWORD UserTokenAccess = 0x201EB;
+
 BOOL Fail(DWORD error) {
   SetLastError(error);
   return FALSE;
@@ -103,7 +106,7 @@ HANDLE WINAPI OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle, DWORD dwPr
     return nullptr;
   }
   return TheMachine().handles.Open(HandleKind::Process,
-                                   std::make_shared<OpenProcessObject>(*process));
+                                   std::make_shared<OpenProcessObject>(*process, dwDesiredAccess));
 }
 
 // Every process is shown with two modules, so that a caller with room for one sees the need exceed
@@ -115,6 +118,10 @@ BOOL WINAPI K32EnumProcessModules(HANDLE hProcess, HMODULE* lphModule, DWORD cb,
   }
   const auto open = GetProcess(hProcess, Call::K32EnumProcessModules);
   if (open == nullptr) {
+    return FALSE;
+  }
+  if (open->access != PROCESS_ALL_ACCESS) {
+    Refuse(Call::K32EnumProcessModules, "less than full access to the process is");
     return FALSE;
   }
   constexpr DWORD Modules = 2;
@@ -164,6 +171,10 @@ BOOL WINAPI OpenProcessToken(HANDLE ProcessHandle, DWORD DesiredAccess, PHANDLE 
   if (open == nullptr) {
     return FALSE;
   }
+  if (open->access != MAXIMUM_ALLOWED || DesiredAccess != UserTokenAccess) {
+    Refuse(Call::OpenProcessToken, "another access to the process or its token is");
+    return FALSE;
+  }
   auto token = std::make_shared<TokenObject>();
   token->sessionId = open->process.sessionId;
   token->access = DesiredAccess;
@@ -192,8 +203,8 @@ BOOL WINAPI DuplicateTokenEx(HANDLE hExistingToken, DWORD dwDesiredAccess,
     return FALSE;
   }
   if (lpTokenAttributes != nullptr || ImpersonationLevel != SecurityIdentification ||
-      TokenType != TokenPrimary) {
-    Refuse(Call::DuplicateTokenEx, "another kind of token is");
+      TokenType != TokenPrimary || dwDesiredAccess != MAXIMUM_ALLOWED) {
+    Refuse(Call::DuplicateTokenEx, "another kind of token or access is");
     return FALSE;
   }
   const auto token = GetToken(hExistingToken, TOKEN_DUPLICATE, Call::DuplicateTokenEx);
@@ -279,6 +290,10 @@ BOOL WINAPI CreateProcessAsUserW(HANDLE hToken, LPCWSTR lpApplicationName, LPWST
     return FALSE;
   }
   TouchCommandLine(lpCommandLine);
+  if (hToken == nullptr) {
+    Refuse(ThisCall, "a null token, which stands for the caller's own account, is");
+    return FALSE;
+  }
   const auto token =
       GetToken(hToken, TOKEN_QUERY | TOKEN_DUPLICATE | TOKEN_ASSIGN_PRIMARY, ThisCall);
   if (token == nullptr) {
@@ -309,8 +324,8 @@ BOOL WINAPI CreateProcessAsUserW(HANDLE hToken, LPCWSTR lpApplicationName, LPWST
   started.id = id;
   started.sessionId = token->sessionId;
   const auto open = [&] {
-    return TheMachine().handles.Open(HandleKind::Process,
-                                     std::make_shared<OpenProcessObject>(started));
+    return TheMachine().handles.Open(
+        HandleKind::Process, std::make_shared<OpenProcessObject>(started, PROCESS_ALL_ACCESS));
   };
   *lpProcessInformation = {open(), open(), id, id + 1};
   return TRUE;

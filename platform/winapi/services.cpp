@@ -26,7 +26,7 @@ BOOL WINAPI StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* lpServiceSta
   return TRUE;
 }
 
-SERVICE_STATUS_HANDLE WINAPI RegisterServiceCtrlHandlerExW(LPCWSTR,
+SERVICE_STATUS_HANDLE WINAPI RegisterServiceCtrlHandlerExW(LPCWSTR lpServiceName,
                                                            LPHANDLER_FUNCTION_EX lpHandlerProc,
                                                            LPVOID lpContext) {
   if (const DWORD error = EnterCall(Call::RegisterServiceCtrlHandlerExW)) {
@@ -34,6 +34,7 @@ SERVICE_STATUS_HANDLE WINAPI RegisterServiceCtrlHandlerExW(LPCWSTR,
     return nullptr;
   }
   auto registration = std::make_shared<ServiceRegistration>();
+  registration->name = lpServiceName;
   registration->handler = lpHandlerProc;
   registration->context = lpContext;
   void* const handle = TheMachine().handles.Open(HandleKind::ServiceStatus, registration);

@@ -73,7 +73,10 @@ HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES lpThreadAttributes, SIZE_T dwSt
 }
 
 DWORD WINAPI ResumeThread(HANDLE hThread) {
-  EnterCall(Call::ResumeThread);
+  if (const DWORD error = EnterCall(Call::ResumeThread)) {
+    SetLastError(error);
+    return ~DWORD{0};
+  }
   const auto thread = GetThread(hThread, "ResumeThread");
   if (thread == nullptr) {
     return ~DWORD{0};
