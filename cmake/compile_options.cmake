@@ -1,8 +1,16 @@
-# How every part of the tree is compiled. Warnings are errors with GCC and Clang.
+# How every part of the tree is compiled. Warnings are errors with every compiler.
 
 add_library(vantrel_options INTERFACE)
 target_include_directories(vantrel_options INTERFACE ${PROJECT_SOURCE_DIR})
-target_compile_options(vantrel_options INTERFACE -Wall -Wextra -Werror -Wshadow -Wnon-virtual-dtor)
+if(MSVC)
+  target_compile_options(vantrel_options INTERFACE /W4 /WX /permissive- /utf-8 /Zc:__cplusplus)
+  # The standard library's own fopen and strncpy are meant where they stand.
+  target_compile_definitions(vantrel_options INTERFACE _CRT_SECURE_NO_WARNINGS)
+else()
+  target_compile_options(vantrel_options INTERFACE -Wall -Wextra -Werror -Wshadow -Wnon-virtual-dtor
+    # GCC 12 sees overlapping copies in its own std::string at -O3.
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
+endif()
 if(VANTREL_SANITIZE)
   target_compile_options(vantrel_options INTERFACE -fsanitize=${VANTREL_SANITIZE}
                          -fno-sanitize-recover=all -fno-omit-frame-pointer)
@@ -13,21 +21,44 @@ if(VANTREL_COVERAGE)
   target_link_options(vantrel_options INTERFACE --coverage)
 endif()
 
-# Where the Windows names come from: the toolchain's own headers with the few declarations it lacks,
-# or the platform layer's.
+# Where the Windows names come from: the Windows headers of the toolchain, or the platform layer's.
+# <binary_file.h>, which Windows does not have, stands in platform/windows for every toolchain there;
+# platform/mingw adds the few declarations that mingw-w64's headers lack and the SDK's have.
 add_library(vantrel_seam INTERFACE)
 target_link_libraries(vantrel_seam INTERFACE vantrel_options)
 target_compile_definitions(vantrel_seam INTERFACE
   VANTREL_KEYBOARD_VENDOR_ID=${VANTREL_KEYBOARD_VENDOR_ID}
   VANTREL_KEYBOARD_PRODUCT_ID=${VANTREL_KEYBOARD_PRODUCT_ID})
 if(WIN32)
-  target_include_directories(vantrel_seam BEFORE INTERFACE ${PROJECT_SOURCE_DIR}/platform/mingw)
+  target_include_directories(vantrel_seam BEFORE INTERFACE ${PROJECT_SOURCE_DIR}/platform/windows)
+  if(MINGW)
+    target_include_directories(vantrel_seam BEFORE INTERFACE ${PROJECT_SOURCE_DIR}/platform/mingw)
+  endif()
   target_compile_definitions(vantrel_seam INTERFACE
     UNICODE _UNICODE _WIN32_WINNT=0x0A00 WINVER=0x0A00)
 else()
   target_include_directories(vantrel_seam BEFORE INTERFACE ${PROJECT_SOURCE_DIR}/platform/include)
 endif()
 
+# The product's own: no exceptions, no run-time types.
 add_library(vantrel_product_options INTERFACE)
-target_compile_options(vantrel_product_options INTERFACE
-  -fno-exceptions -fno-rtti -Wconversion -Wno-unused-parameter)
+if(MSVC)
+  target_compile_options(vantrel_product_options INTERFACE /EHs-c- /GR- /wd4100)
+  target_compile_definitions(vantrel_product_options INTERFACE _HAS_EXCEPTIONS=0)
+else()
+  target_compile_options(vantrel_product_options INTERFACE
+    -fno-exceptions -fno-rtti -Wconversion -Wno-unused-parameter)
+endif()
+
+# What the toolchain offers against a smashed stack, an overrun buffer and a diverted call.
+# docs/windows.md tells what each is worth on Windows.
+if(MSVC)
+  target_compile_options(vantrel_product_options INTERFACE /GS /guard:cf)
+elseif(MINGW)
+  target_compile_options(vantrel_product_options INTERFACE -fstack-protector-strong)
+  target_compile_definitions(vantrel_product_options INTERFACE
+    $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    target_compile_options(vantrel_product_options INTERFACE -fcf-protection=full)
+  endif()
+endif()

@@ -86,6 +86,7 @@ UsbReply DfuBootloader::Download(const WINUSB_SETUP_PACKET& setup, const Bytes& 
   hasBlock_ = true;
   blockNumber_ = setup.Value;
   block_ = data;
+  status_ = dfuOK;
   outcome_ = dfuOK;
   state_ = dfuDNLOADSYNC;
   return {};

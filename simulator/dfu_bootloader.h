@@ -97,6 +97,7 @@ class DfuBootloader {
   // The next GETSTATUS answers this, whatever it would have answered, and the device is in that
   // state from then on. Several are answered in order.
   void ScriptStatus(const DfuStatusReply& reply) { scripted_.push_back(reply); }
+  void ForgetScript() { scripted_.clear(); }
 
   // True once after the device has been told to leave DFU mode.
   bool TakeLeave();

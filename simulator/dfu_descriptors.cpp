@@ -1,6 +1,7 @@
 #include "simulator/dfu_descriptors.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace simulator {
 
@@ -18,8 +19,9 @@ constexpr std::size_t LongestStringBytes = 254;
 
 template <class Record>
 void Append(Bytes& bytes, const Record& record) {
-  const auto* const first = reinterpret_cast<const u8*>(&record);
-  bytes.insert(bytes.end(), first, first + sizeof(Record));
+  const std::size_t at = bytes.size();
+  bytes.resize(at + sizeof(record));
+  std::memcpy(&bytes[at], &record, sizeof(record));
 }
 
 Bytes DeviceDescriptor(const KeyboardOptions& options) {

@@ -11,8 +11,8 @@ namespace simulator {
 
 struct ForeignKeyboardOptions {
   std::u16string unit = u"8&2b3c4d5e";
-  u16 vendorId = 0x1D50;
-  u16 productId = 0x6122;
+  u16 vendorId = 0x1234;
+  u16 productId = 0x5678;
   std::u16string productString = u"Other keys 9.9.2.1";
   std::vector<HidCollectionOptions> collections = DefaultHidCollections();
 };

@@ -77,7 +77,7 @@ struct KeyboardOptions {
   // --- Normal mode ---
   std::vector<HidCollectionOptions> collections = DefaultHidCollections();
   u32 refusedReports = 0;  // so many enter-DFU reports are refused before one is taken
-  u32 detachDelayMs = 30;  // from the report to the keyboard's leaving
+  u32 detachDelayMs = 30;  // from the report to the keyboard's leaving; 0: before it answers
   u32 restartMs = 1200;    // from its leaving to its return, in either mode
   bool returnsAfterReport = true;
 

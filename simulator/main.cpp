@@ -5,6 +5,8 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 
+#include "simulator/check_package.h"
+#include "simulator/soak/soak.h"
 #include "simulator/update_run.h"
 
 namespace {
@@ -26,6 +28,7 @@ struct Arguments {
   int battery = 80;
   bool realtime = false;
   std::string trace;
+  simulator::SoakOptions soak;
 };
 
 void Describe(CLI::App& app, Arguments& arguments) {
@@ -46,6 +49,34 @@ void Describe(CLI::App& app, Arguments& arguments) {
                  "Show more: wire (every transfer), calls (every platform call) or all (both, and "
                  "the service's own standard output)")
       ->type_name("WHAT");
+}
+
+CLI::App* DescribeSoak(CLI::App& app, Arguments& arguments) {
+  CLI::App* const soak = app.add_subcommand(
+      "soak", "Many updates with troubles drawn from seeds; exit 0 when all kept their promises");
+  soak->set_help_flag("--help", "Print this help and exit");
+  soak->add_option("--runs", arguments.soak.runs, "How many runs")
+      ->type_name("N")
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  soak->add_option("--seed", arguments.soak.firstSeed, "The first run's seed; the next ones follow")
+      ->type_name("S")
+      ->capture_default_str();
+  soak->add_option("--jobs", arguments.soak.jobs, "How many runs side by side")
+      ->type_name("J")
+      ->check(CLI::Range(1, 64))
+      ->capture_default_str();
+  soak->add_option("--trace", arguments.trace, "all: tell every run on standard error")
+      ->type_name("all");
+  return soak;
+}
+
+CLI::App* DescribeCheck(CLI::App& app, Arguments& arguments) {
+  CLI::App* const check = app.add_subcommand(
+      "check", "What is in a firmware package; exit 1 when the service would refuse it");
+  check->set_help_flag("--help", "Print this help and exit");
+  check->add_option("file", arguments.package, "The package")->type_name("FILE.dfu")->required();
+  return check;
 }
 
 // A keyboard for the package's model, one version older where there is one.
@@ -117,12 +148,22 @@ int Run(const Arguments& arguments) {
   return updated ? ExitUpdated : ExitNotUpdated;
 }
 
+int Soak(Arguments& arguments) {
+  if (!arguments.trace.empty() && arguments.trace != "all") {
+    return RefuseArguments("soak --trace takes all, not '" + arguments.trace + "'");
+  }
+  arguments.soak.trace = arguments.trace == "all";
+  return simulator::RunSoak(arguments.soak, stdout) ? ExitUpdated : ExitNotUpdated;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   CLI::App app("Runs a whole keyboard firmware update on a simulated tablet.", "vantrel-sim");
   Arguments arguments;
   Describe(app, arguments);
+  const CLI::App* const soak = DescribeSoak(app, arguments);
+  const CLI::App* const check = DescribeCheck(app, arguments);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& success) {
@@ -130,7 +171,10 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return RefuseArguments(error.what());
   }
-  const int exitCode = Run(arguments);
+  if (check->parsed()) {
+    return simulator::CheckPackage(arguments.package, stdout, stderr);
+  }
+  const int exitCode = soak->parsed() ? Soak(arguments) : Run(arguments);
   // Threads of the simulated machine still stand where its end left them.
   std::fflush(nullptr);
   _exit(exitCode);

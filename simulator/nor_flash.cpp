@@ -125,13 +125,17 @@ bool NorFlash::Load(const std::string& path) {
 }
 
 std::string MemoryMapText(const std::string& name, const std::vector<FlashRegion>& regions) {
-  std::string text = "@" + name;
+  std::string text = "@";
+  text += name;
   for (const FlashRegion& region : regions) {
     char address[16];
     std::snprintf(address, sizeof(address), "/0x%08X/", region.address);
     text += address;
     for (std::size_t i = 0; i < region.runs.size(); ++i) {
-      text += (i == 0 ? "" : ",") + RunText(region.runs[i]);
+      if (i > 0) {
+        text += ',';
+      }
+      text += RunText(region.runs[i]);
     }
   }
   return text;

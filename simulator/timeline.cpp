@@ -55,7 +55,7 @@ std::string Format(const char* format, unsigned first, unsigned second) {
 }
 
 u32 Address(const platform::Bytes& command) {
-  return command[1] | command[2] << 8 | command[3] << 16 | static_cast<u32>(command[4]) << 24;
+  return u32{command[1]} | u32{command[2]} << 8 | u32{command[3]} << 16 | u32{command[4]} << 24;
 }
 
 std::string DescribeDownload(const platform::TransferRecord& record) {

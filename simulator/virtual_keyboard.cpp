@@ -333,6 +333,11 @@ void VirtualKeyboard::ScriptStatus(const DfuStatusReply& reply) {
   bootloader_.ScriptStatus(reply);
 }
 
+void VirtualKeyboard::ForgetScript() {
+  const std::scoped_lock lock(lock_);
+  bootloader_.ForgetScript();
+}
+
 void VirtualKeyboard::Intercept(Interceptor interceptor) {
   const std::scoped_lock lock(lock_);
   interceptor_ = std::move(interceptor);

@@ -53,6 +53,7 @@ class VirtualKeyboard {
 
   // See DfuBootloader::ScriptStatus.
   void ScriptStatus(const DfuStatusReply& reply);
+  void ForgetScript();
 
   // Asked first about every transfer in DFU mode; an empty answer leaves it to the keyboard. Called
   // with no lock held.

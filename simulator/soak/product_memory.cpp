@@ -1,0 +1,120 @@
+#include "simulator/soak/product_memory.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace simulator {
+
+namespace {
+
+std::atomic<std::size_t> blocksInUse = 0;
+std::atomic<std::size_t> bytesInUse = 0;
+std::atomic<std::size_t> requests = 0;
+
+// Requests still to come up to the one that is refused; 0 or less when none is.
+std::atomic<std::ptrdiff_t> requestsLeft = 0;
+std::atomic<bool> refused = false;
+
+// In front of every block: what it is, and how long.
+struct alignas(__STDCPP_DEFAULT_NEW_ALIGNMENT__) Header {
+  std::size_t bytes;
+  bool counted;
+};
+
+bool Refuses() {
+  ++requests;
+  if (requestsLeft.load() <= 0 || requestsLeft.fetch_sub(1) != 1) {
+    return false;
+  }
+  refused = true;
+  return true;
+}
+
+void* Allocate(std::size_t bytes, bool counted) {
+  if (bytes > SIZE_MAX - sizeof(Header)) {
+    return nullptr;
+  }
+  auto* const header = static_cast<Header*>(std::malloc(sizeof(Header) + bytes));
+  if (header == nullptr) {
+    return nullptr;
+  }
+  header->bytes = bytes;
+  header->counted = counted;
+  if (counted) {
+    ++blocksInUse;
+    bytesInUse += bytes;
+  }
+  return header + 1;
+}
+
+void Free(void* block) {
+  if (block == nullptr) {
+    return;
+  }
+  Header* const header = static_cast<Header*>(block) - 1;
+  if (header->counted) {
+    --blocksInUse;
+    bytesInUse -= header->bytes;
+  }
+  std::free(header);
+}
+
+void* AllocateOrEnd(std::size_t bytes) {
+  void* const block = Allocate(bytes, false);
+  if (block == nullptr) {
+    std::abort();
+  }
+  return block;
+}
+
+}  // namespace
+
+MemoryFigures ProductMemory() {
+  return {blocksInUse, bytesInUse, requests};
+}
+
+void RefuseMemoryRequest(std::size_t number) {
+  refused = false;
+  requestsLeft = static_cast<std::ptrdiff_t>(number);
+}
+
+bool MemoryWasRefused() {
+  return refused;
+}
+
+}  // namespace simulator
+
+void* operator new(std::size_t bytes) {
+  return simulator::AllocateOrEnd(bytes);
+}
+void* operator new[](std::size_t bytes) {
+  return simulator::AllocateOrEnd(bytes);
+}
+
+void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept {
+  return simulator::Refuses() ? nullptr : simulator::Allocate(bytes, true);
+}
+
+void* operator new[](std::size_t bytes, const std::nothrow_t&) noexcept {
+  return simulator::Refuses() ? nullptr : simulator::Allocate(bytes, true);
+}
+
+void operator delete(void* block) noexcept {
+  simulator::Free(block);
+}
+void operator delete[](void* block) noexcept {
+  simulator::Free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+  simulator::Free(block);
+}
+void operator delete[](void* block, std::size_t) noexcept {
+  simulator::Free(block);
+}
+void operator delete(void* block, const std::nothrow_t&) noexcept {
+  simulator::Free(block);
+}
+void operator delete[](void* block, const std::nothrow_t&) noexcept {
+  simulator::Free(block);
+}
