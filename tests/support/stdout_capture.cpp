@@ -20,6 +20,9 @@ StdoutCapture::~StdoutCapture() {
   std::fflush(stdout);
   dup2(original_, STDOUT_FILENO);
   close(original_);
+  // What a failing test says about itself is among it.
+  const std::string text = Text();
+  std::fwrite(text.data(), 1, text.size(), stdout);
   close(file_);
 }
 

@@ -1,4 +1,4 @@
-// What the process writes to standard output while the object lives.
+// What the process writes to standard output while the object lives. It is written when it goes.
 #pragma once
 
 #include <string>

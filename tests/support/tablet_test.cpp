@@ -8,13 +8,21 @@
 
 namespace {
 
+// Never destroyed: threads of the service may still stand in its calls when the process ends. Leak
+// checks find it here.
+template <class T>
+T& KeepForever(T* object) {
+  static std::vector<void*>& kept = *new std::vector<void*>;
+  kept.push_back(object);
+  return *object;
+}
+
 simulator::Tablet& NewTablet() {
   simulator::TabletOptions options;
   if (std::getenv("VANTREL_TEST_PARALLEL") != nullptr) {
     options.scheduler.mode = platform::SchedulerMode::Parallel;
   }
-  // Never destroyed: threads of the service may still stand in its calls when the process ends.
-  return *new simulator::Tablet(options);
+  return KeepForever(new simulator::Tablet(options));
 }
 
 // What the service opens once and keeps until its process ends.
@@ -76,15 +84,17 @@ simulator::Package TabletTest::InstallPackage(const simulator::KeyboardVersion& 
 }
 
 simulator::VirtualKeyboard& TabletTest::PlugIn(const simulator::KeyboardOptions& options) {
-  auto* const keyboard = new simulator::VirtualKeyboard(machine, options);
-  keyboard->Attach();
-  return *keyboard;
+  simulator::VirtualKeyboard& keyboard =
+      KeepForever(new simulator::VirtualKeyboard(machine, options));
+  keyboard.Attach();
+  return keyboard;
 }
 
 simulator::VirtualKeyboard& TabletTest::PlugInInDfuMode(const simulator::KeyboardOptions& options) {
-  auto* const keyboard = new simulator::VirtualKeyboard(machine, options);
-  keyboard->AttachInDfuMode();
-  return *keyboard;
+  simulator::VirtualKeyboard& keyboard =
+      KeepForever(new simulator::VirtualKeyboard(machine, options));
+  keyboard.AttachInDfuMode();
+  return keyboard;
 }
 
 void TabletTest::PassTimeUntil(const char* what, const std::function<bool()>& condition,

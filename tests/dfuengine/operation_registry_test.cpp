@@ -1,0 +1,263 @@
+#include "dfuengine/operation_registry.h"
+
+#include <atomic>
+#include <cstring>
+#include <set>
+
+#include "common/status.h"
+#include "dfuengine/session_values.h"
+#include "dfufile/dfu_image.h"
+#include "tests/support/refused_memory.h"
+#include "tests/support/tablet_test.h"
+
+namespace {
+
+using platform::Call;
+using platform::HandleKind;
+
+class OperationRegistryTest : public TabletTest {
+ protected:
+  OperationRegistryTest() : keyboard(PlugInInDfuMode()) {}
+
+  void TearDown() override {
+    while (OperationThread* const operation = operationRegistry.First()) {
+      Finish(operation->operationId);
+    }
+    TabletTest::TearDown();
+  }
+
+  OperationContext Record(u32 operationCode) {
+    OperationContext record{};
+    record.operationCode = operationCode;
+    record.image = &image;
+    return record;
+  }
+
+  OperationThread& Launch(u32 operationCode) {
+    OperationContext record = Record(operationCode);
+    u32 id = 0;
+    EXPECT_EQ(LaunchOperation(record, id, StatusSuccess, operationCode), StatusSuccess);
+    return *FindOperation(id);
+  }
+
+  // Its thread cannot be created, so that it stays as it was made.
+  OperationThread& LaunchWithoutThread(u32 operationCode = OperationErase) {
+    FailCall(Call::CreateThread, ERROR_NOT_ENOUGH_MEMORY);
+    return Launch(operationCode);
+  }
+
+  u32 Finish(u32 operationId) {
+    currentOperationId = operationId;
+    return FinishOperation(nullptr);
+  }
+
+  static OperationContext Published(OperationThread& operation) {
+    OperationContext published{};
+    operation.GetContext(published);
+    return published;
+  }
+
+  simulator::VirtualKeyboard& keyboard;
+  DfuImage image{0, 0, nullptr};
+};
+
+TEST_F(OperationRegistryTest, MakesItsRecordFromTheCallers) {
+  OperationContext record;
+  std::memset(static_cast<void*>(&record), 0x5A, sizeof(record));
+  record.guidA = OperationGuidA;
+  record.guidB = LeaveOperationGuidB;
+  record.operationCode = OperationDownload;
+  record.image = &image;
+  FailCall(Call::CreateThread, ERROR_NOT_ENOUGH_MEMORY);
+  u32 id = 0;
+  EXPECT_EQ(LaunchOperation(record, id, 0xCAFE, OperationDownload), 0xCAFEu);
+  EXPECT_EQ(record.status, StatusSuccess);
+  EXPECT_EQ(record.transferSize, 1024);
+
+  const OperationContext made = Published(*FindOperation(id));
+  EXPECT_TRUE(made.guidA == OperationGuidA);
+  EXPECT_TRUE(made.guidB == LeaveOperationGuidB);
+  EXPECT_EQ(made.operationCode, OperationDownload);
+  EXPECT_EQ(made.image, &image);
+  EXPECT_EQ(std::string(made.devicePath), std::string(259, '\x5A'));
+  EXPECT_EQ(made.updateCount, 0u);
+  EXPECT_EQ(made.percent, 0);
+  EXPECT_EQ(made.transferSize, 1024);
+  constexpr u8 Unset[] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+  EXPECT_EQ(std::memcmp(&made.dfuStatus, Unset, 6), 0);
+  EXPECT_EQ(made.phase, 0xFFFFFFFF);
+  EXPECT_EQ(std::memcmp(&made.blockNumber, Unset, 4), 0);
+  EXPECT_EQ(made.length, 0xFFFFFFFF);
+  EXPECT_EQ(made.address, 0u);
+  EXPECT_EQ(made.elementIndex, 0xFFFFFFFF);
+  EXPECT_EQ(made.status, StatusSuccess);
+  EXPECT_EQ(made.fileHandle, nullptr);
+  EXPECT_EQ(made.winUsbHandle, nullptr);
+}
+
+TEST_F(OperationRegistryTest, LaunchThatFailsLeavesNothingBehind) {
+  const struct {
+    const char* what;
+    u32 operationCode;
+    u32 status;
+    std::function<void()> prepare;
+  } cases[] = {
+      {"code 2", 2, StatusNothingToWorkOn, [] {}},
+      {"code 5", 5, StatusNothingToWorkOn, [] {}},
+      {"no device", 3, StatusDeviceNotOpened, [this] { keyboard.Detach(); }},
+      {"the device cannot be opened", 4, StatusDeviceNotOpened,
+       [this] { FailCall(Call::WinUsb_Initialize, ERROR_BAD_DEVICE); }},
+      {"no configuration descriptor", 1, StatusRequestFailed,
+       [this] { FailCall(Call::WinUsb_GetDescriptor, ERROR_GEN_FAILURE); }},
+      {"transfer size 0", 3, StatusRequestFailed,
+       [this] { keyboard.Change([](auto& options) { options.bootloader.transferSize = 0; }); }},
+      {"no event", 3, StatusRequestFailed,
+       [this] { FailCall(Call::CreateEventW, ERROR_NOT_ENOUGH_MEMORY); }},
+      {"no mutex", 3, StatusRequestFailed,
+       [this] { FailCall(Call::CreateMutexW, ERROR_NOT_ENOUGH_MEMORY); }},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.what);
+    keyboard.Change([](auto& options) { options.bootloader.transferSize = 1024; });
+    keyboard.AttachInDfuMode();
+    each.prepare();
+    OperationContext record = Record(each.operationCode);
+    u32 id = 4711;
+    EXPECT_EQ(LaunchOperation(record, id, 0xCAFE, each.operationCode), each.status);
+    EXPECT_EQ(id, 4711u);
+    EXPECT_EQ(operationRegistry.First(), nullptr);
+    EXPECT_TRUE(machine.handles.OpenHandles().empty());
+  }
+  EXPECT_EQ(machine.gate.CountOf(Call::CreateThread), 0u);
+}
+
+TEST_F(OperationRegistryTest, ReportsWhenThereIsNoMemory) {
+  OperationContext record = Record(OperationErase);
+  u32 id = 4711;
+  u32 status = 0;
+  {
+    const RefusedMemory refused(1);
+    status = LaunchOperation(record, id, 0xCAFE, OperationErase);
+  }
+  EXPECT_EQ(status, StatusRequestFailed);
+  EXPECT_EQ(id, 4711u);
+  EXPECT_EQ(operationRegistry.First(), nullptr);
+}
+
+// Also when a later operation gets the place in memory of an earlier one.
+TEST_F(OperationRegistryTest, NoIdIsEverZeroOrUsedAgain) {
+  std::set<u32> ids = {0};
+  for (int i = 0; i < 20; ++i) {
+    const u32 id = LaunchWithoutThread().operationId;
+    EXPECT_TRUE(ids.insert(id).second) << id;
+    if (i % 2 == 0) {
+      Finish(id);
+    }
+  }
+}
+
+TEST_F(OperationRegistryTest, FinishingTheSecondOfThreeLeavesTheOthersInOrder) {
+  OperationThread& first = LaunchWithoutThread();
+  const u32 second = LaunchWithoutThread(OperationLeave).operationId;
+  OperationThread& third = LaunchWithoutThread(OperationDownload);
+
+  currentOperationId = second;
+  OperationContext last{};
+  EXPECT_EQ(FinishOperation(&last), StatusSuccess);
+  EXPECT_EQ(last.operationCode, OperationLeave);
+  EXPECT_EQ(currentOperationId, second);
+  EXPECT_EQ(operationRegistry.First(), &first);
+  EXPECT_EQ(first.nextInList, &third);
+  EXPECT_EQ(third.nextInList, nullptr);
+}
+
+TEST_F(OperationRegistryTest, FinishesOnlyTheCurrentOperation) {
+  OperationContext untouched{};
+  untouched.percent = 77;
+  EXPECT_EQ(FinishOperation(&untouched), StatusNothingToWorkOn);
+
+  OperationThread& other = LaunchWithoutThread();
+  for (const u32 id : {0u, other.operationId + 1}) {
+    currentOperationId = id;
+    EXPECT_EQ(FinishOperation(&untouched), StatusNothingToWorkOn);
+    EXPECT_EQ(operationRegistry.First(), &other);
+  }
+  EXPECT_EQ(untouched.percent, 77);
+}
+
+TEST_F(OperationRegistryTest, StopClosesTheDeviceAndAbortsOnlyWhatItInterrupts) {
+  const struct {
+    u64 afterMs;
+    DWORD exitCode;
+    std::vector<std::string> requests;
+  } cases[] = {
+      {5000, ExitStopped, {"ABORT - refused"}},  // the device is busy for a minute
+      {70'000, ExitStepsDone, {}},
+  };
+  InsertElement(&image, 0, {0x08000000, 0, nullptr});
+  keyboard.Change([](auto& options) { options.bootloader.eraseBaseMs = 60'000; });
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.afterMs);
+    keyboard.AttachInDfuMode();
+    OperationThread& operation = Launch(OperationErase);
+    PassTime(each.afterMs);
+    ASSERT_EQ(machine.handles.OpenCount(HandleKind::WinUsb), 1u);
+    const u32 updateCount = Published(operation).updateCount;
+
+    LookFromHere();
+    DWORD exitCode = 77;
+    EXPECT_EQ(operation.Stop(&exitCode), 1);
+    EXPECT_EQ(exitCode, each.exitCode);
+    EXPECT_EQ(DfuRequests(), each.requests);
+    EXPECT_EQ(machine.handles.OpenCount(HandleKind::WinUsb), 0u);
+    EXPECT_EQ(machine.handles.OpenCount(HandleKind::File), 0u);
+    EXPECT_EQ(Published(operation).fileHandle, nullptr);
+    EXPECT_EQ(Published(operation).winUsbHandle, nullptr);
+    EXPECT_EQ(Published(operation).updateCount, updateCount + 1);
+
+    // Whoever has the same handle values by now keeps them.
+    EXPECT_EQ(operation.Stop(&exitCode), 0);
+    EXPECT_EQ(DfuRequests(), each.requests);
+    Finish(operation.operationId);
+  }
+}
+
+// Publishes records whose fields all tell the same number.
+class CountingOperation : public OperationThread {
+ public:
+  static constexpr u32 Publications = 2000;
+
+  explicit CountingOperation(OperationContext& record) : OperationThread(record) {}
+
+  i32 Step() override {
+    OperationContext record{};
+    for (u32 i = 1; i <= Publications; ++i) {
+      record.guidA.Data1 = i;
+      std::memset(record.devicePath, static_cast<int>(i & 0x7F), sizeof(record.devicePath) - 1);
+      record.updateCount = 77;  // not taken over
+      record.elementIndex = i;
+      SetContext(record);
+    }
+    return 0;
+  }
+};
+
+TEST_F(OperationRegistryTest, ReaderNeverSeesHalfAPublication) {
+  OperationContext record = Record(OperationErase);
+  CountingOperation operation(record);
+  operation.Start();
+  OperationContext seen{};
+  while (seen.elementIndex != CountingOperation::Publications) {
+    PassTime(0);
+    seen = Published(operation);
+    if (seen.updateCount != 0) {
+      ASSERT_EQ(seen.guidA.Data1, seen.updateCount);
+      ASSERT_EQ(seen.elementIndex, seen.updateCount);
+      const char filling = static_cast<char>(seen.updateCount & 0x7F);
+      ASSERT_EQ(std::string(seen.devicePath), std::string(filling == 0 ? 0 : 259, filling));
+    }
+  }
+  operation.Stop(nullptr);
+}
+
+}  // namespace

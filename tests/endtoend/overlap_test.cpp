@@ -1,0 +1,211 @@
+// What comes in between while an update runs: arrivals announced twice, the keyboard pulled and
+// plugged in again, another keyboard, the end of the service.
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "tests/support/running_update_test.h"
+
+namespace {
+
+using simulator::KeyboardOptions;
+using simulator::VirtualKeyboard;
+
+using OverlapTest = RunningUpdateTest;
+
+class DuplicateArrivalTest : public RunningUpdateTest,
+                             public testing::WithParamInterface<Progress> {};
+
+TEST_P(DuplicateArrivalTest, ChangesNothing) {
+  VirtualKeyboard& keyboard = BeginUpdate();
+  PassTimeUntilReached(keyboard, GetParam());
+  for (int i = 0; i < 3; ++i) {
+    AnnounceAgain();
+  }
+
+  ExpectUpdated(keyboard, {"START", "COMPLETE"});
+  EXPECT_EQ(CountLines("Keyboard DFU attached\n"), 4u);
+  EXPECT_EQ(keyboard.counts().sectorsErased, SectorsToErase);
+  EXPECT_EQ(keyboard.counts().blocksWritten, BlocksToWrite);
+  EXPECT_EQ(machine.handles.OpenedEver(platform::HandleKind::WinUsb), 8u);
+}
+
+INSTANTIATE_TEST_SUITE_P(, DuplicateArrivalTest,
+                         testing::Values(Progress::Erasing, Progress::Erased, Progress::Downloading,
+                                         Progress::Downloaded),
+                         [](const auto& test) { return NameOf(test.param); });
+
+// The device is still there, and nobody will announce it again.
+TEST_F(OverlapTest, DuplicateArrivalIsServedWhenTheOperationFails) {
+  VirtualKeyboard& keyboard = BeginUpdate();
+  PassTimeUntilReached(keyboard, Progress::Downloading);
+  AnnounceAgain();
+  PassTime(10);
+  keyboard.Intercept([](const WINUSB_SETUP_PACKET& setup, const auto&) {
+    return setup.Request == simulator::DfuDnload
+               ? std::optional(platform::UsbReply{platform::UsbResult::Stalled, {}, 0})
+               : std::nullopt;
+  });
+  PassTimeUntil("the operation has failed", [this] { return Words().size() == 2; });
+  keyboard.Intercept(nullptr);
+  ExpectUpdated(keyboard, {"START", "DISCONNECT", "COMPLETE"});
+}
+
+struct Pull {
+  const char* name;
+  Progress progress;
+  u64 forMs;
+  Texts words;
+  std::function<void(KeyboardOptions&)> change = {};
+};
+
+std::ostream& operator<<(std::ostream& out, const Pull& pull) {
+  return out << pull.name;
+}
+
+class PullTest : public RunningUpdateTest, public testing::WithParamInterface<Pull> {};
+
+TEST_P(PullTest, UpdateGoesOnWhenTheKeyboardIsBack) {
+  VirtualKeyboard& keyboard = BeginUpdate();
+  PassTimeUntilReached(keyboard, GetParam().progress);
+  if (GetParam().change) {
+    keyboard.Change(GetParam().change);
+    PassTime(3000);
+  }
+  AttachAgain(keyboard, GetParam().forMs, [](KeyboardOptions& usual) { usual = {}; });
+  ExpectUpdated(keyboard, GetParam().words);
+}
+
+const Texts Unnoticed = {"START", "COMPLETE"};
+const Texts Noticed = {"START", "DISCONNECT", "COMPLETE"};
+
+constexpr u32 HoursMs = 16'000'000;
+
+INSTANTIATE_TEST_SUITE_P(
+    , PullTest,
+    testing::Values(
+        Pull{"WhileErasing", Progress::Erasing, 5000, Noticed},
+        Pull{"WhileErasingForAMoment", Progress::Erasing, 100, Unnoticed},
+        Pull{"BetweenEraseAndDownload", Progress::Erased, 100, Unnoticed},
+        Pull{"WhileDownloading", Progress::Downloading, 5000, Noticed},
+        Pull{"WhileDownloadingForAMoment", Progress::Downloading, 100, Noticed},
+        Pull{"WhileDownloadingForAnHour", Progress::Downloading, 3'600'000, Noticed},
+        Pull{"BetweenDownloadAndLeave", Progress::Downloaded, 100, Unnoticed},
+        // The operation's thread sleeps for as long as the device said, and must not be waited for.
+        Pull{"InALongErase", Progress::Erasing, 2000, Unnoticed,
+             [](auto& options) { options.bootloader.eraseBaseMs = HoursMs; }},
+        Pull{"InALongWrite", Progress::Downloading, 2000, Unnoticed,
+             [](auto& options) { options.bootloader.writeMs = HoursMs; }}),
+    [](const auto& test) { return test.param.name; });
+
+// The keyboard is pulled while its descriptors are read, for the refresh or for the launch.
+class PullWhilePreparingTest : public RunningUpdateTest, public testing::WithParamInterface<u32> {};
+
+TEST_P(PullWhilePreparingTest, NextArrivalPreparesAgain) {
+  constexpr u8 GetDescriptorRequest = 6;
+  constexpr u32 OfTheRefresh = 4;
+  VirtualKeyboard& keyboard = BeginUpdate();
+  u32 readsLeft = GetParam();
+  keyboard.Intercept([&](const WINUSB_SETUP_PACKET& setup, const auto&) {
+    if (setup.Request == GetDescriptorRequest && --readsLeft == 0) {
+      keyboard.Detach();
+    }
+    return std::optional<platform::UsbReply>();
+  });
+  PassTime(10'000);
+  Texts words = {"START"};
+  if (GetParam() <= OfTheRefresh) {
+    words.push_back("DISCONNECT");
+  }
+  EXPECT_EQ(Words(), words);
+
+  keyboard.Intercept(nullptr);
+  AttachAgain(keyboard);
+  words.push_back("COMPLETE");
+  ExpectUpdated(keyboard, words);
+}
+
+INSTANTIATE_TEST_SUITE_P(, PullWhilePreparingTest, testing::Range(1u, 6u));
+
+// A keyboard that comes back in DFU mode although it was told to leave starts all over.
+TEST_F(OverlapTest, ArrivalWhileTheLeaveWaitsForItsTick) {
+  VirtualKeyboard& keyboard = BeginUpdate();
+  PassTimeUntilReached(keyboard, Progress::Told);
+  ASSERT_EQ(CountLines("\nSuccessfully left DFU mode!\n"), 0u);
+  AttachAgain(keyboard, 1);
+  PassTime(10);
+  EXPECT_EQ(CountLines("\nSuccessfully left DFU mode!\n"), 1u);
+  ExpectUpdated(keyboard, {"START", "COMPLETE", "COMPLETE"});
+}
+
+TEST_F(OverlapTest, SecondKeyboardWaitsUntilItArrivesAgain) {
+  VirtualKeyboard& first = BeginUpdate();
+  PassTimeUntilReached(first, Progress::Downloading);
+  KeyboardOptions another;
+  another.unit = u"8&5e6f7a8b";
+  VirtualKeyboard& second = PlugIn(another);
+  ExpectUpdated(first, {"START", "START", "COMPLETE"});
+  EXPECT_EQ(first.counts().blocksWritten, BlocksToWrite);
+  EXPECT_EQ(second.mode(), simulator::KeyboardMode::Dfu);
+
+  AttachAgain(second);
+  ExpectUpdated(second, {"START", "START", "COMPLETE", "COMPLETE"});
+}
+
+enum class End { Stopped, Killed };
+
+// The service ends in the middle of an update, and starts again. Its first life is a process of its
+// own, of which nothing but the keyboard's flash remains.
+class SecondLifeTest : public RunningUpdateTest,
+                       public testing::WithParamInterface<std::tuple<End, Progress>> {
+ protected:
+  void EndAt(VirtualKeyboard& keyboard, End end, Progress progress) {
+    PassTimeUntilReached(keyboard, progress);
+    if (end == End::Killed) {
+      machine.KillServiceProcess();
+      return;
+    }
+    machine.services.SendControl(SERVICE_CONTROL_STOP);
+    PassTimeUntil(
+        "the service has ended", [&] { return machine.processExitCode() == 0; }, 2000);
+  }
+
+  // False when something went wrong in the first life.
+  bool LiveFirstLife(const std::string& flashFile) {
+    const pid_t child = fork();
+    if (child == 0) {
+      VirtualKeyboard& keyboard = BeginUpdate();
+      EndAt(keyboard, std::get<End>(GetParam()), std::get<Progress>(GetParam()));
+      _exit(keyboard.ReadFlash().Save(flashFile) && !HasFailure() ? 0 : 1);
+    }
+    int status = 1;
+    return waitpid(child, &status, 0) == child && status == 0;
+  }
+};
+
+TEST_P(SecondLifeTest, FinishesWhatTheFirstBegan) {
+  const std::string flashFile = tablet.driveFolder() + "/flash";
+  ASSERT_TRUE(LiveFirstLife(flashFile));
+
+  auto& keyboard = *new VirtualKeyboard(machine, {});
+  simulator::NorFlash flash = keyboard.ReadFlash();
+  ASSERT_TRUE(flash.Load(flashFile));
+  keyboard.WriteFlash(flash);
+  keyboard.Attach();
+  EXPECT_EQ(keyboard.mode(), simulator::KeyboardMode::Dfu);
+  machine.power.SetBatteryPercent(1);  // does not matter any more
+  StartService();
+  ExpectUpdated(keyboard, {"COMPLETE"});
+}
+
+INSTANTIATE_TEST_SUITE_P(, SecondLifeTest,
+                         testing::Combine(testing::Values(End::Stopped, End::Killed),
+                                          testing::Values(Progress::Erasing, Progress::Erased,
+                                                          Progress::Downloading)),
+                         [](const auto& test) {
+                           const bool isStop = std::get<End>(test.param) == End::Stopped;
+                           return std::string(isStop ? "Stopped" : "Killed") +
+                                  NameOf(std::get<Progress>(test.param));
+                         });
+
+}  // namespace

@@ -1,0 +1,57 @@
+// The report that restarts the keyboard in DFU mode.
+
+#include "keyboard/enter_dfu.h"
+
+#include "tests/support/tablet_test.h"
+
+namespace {
+
+using Strings = std::vector<std::string>;
+
+constexpr char Looking[] = "\n....looking for our HID device (with UP=0x0001 and Usage=0x00)\n";
+constexpr char Match[] = "Success: Found my KBD.. \n";
+constexpr char NotSent[] = "failed in HidD_SetOutputReport.\n";
+
+class EnterDfuTest : public TabletTest {};
+
+// The driver takes what the collection's reports need from the 2048 bytes.
+TEST_F(EnterDfuTest, SendsTheCommandAndZeros) {
+  simulator::KeyboardOptions options;
+  for (const USHORT bytes : {2, 64, 2048}) {
+    options.collections.back().outputReportBytes = bytes;
+    simulator::VirtualKeyboard& keyboard = PlugIn(options);
+    LookFromHere();
+    EXPECT_EQ(EnterDfuMode(), 1) << bytes;
+    EXPECT_EQ(Lines(), (Strings{Looking, Match, "Found Device\n", "HidD_SetOutputReport done.\n"}));
+    platform::Bytes report(bytes, 0);
+    report[0] = 0x17;
+    report[1] = 0x01;
+    ASSERT_EQ(Transfers().size(), 1u) << bytes;
+    EXPECT_EQ(Transfers()[0].data, report) << bytes;
+    keyboard.Detach();
+  }
+  options.collections.back().outputReportBytes = 2049;
+  PlugIn(options);
+  EXPECT_EQ(EnterDfuMode(), 0) << "more than the whole buffer";
+}
+
+TEST_F(EnterDfuTest, TriesToSendWithoutAKeyboard) {
+  EXPECT_EQ(EnterDfuMode(), 0);
+  EXPECT_EQ(Lines(),
+            (Strings{"Error: No active device interfaces found.\n Is the sample driver loaded?",
+                     NotSent, "HIDSetOutputReport failed Error:6", "Enter DFU:: fail\n"}));
+}
+
+TEST_F(EnterDfuTest, FindsTheKeyboardAnewAfterARefusedReport) {
+  simulator::KeyboardOptions options;
+  options.refusedReports = 1;
+  PlugIn(options);
+  EXPECT_EQ(EnterDfuMode(), 0);
+  EXPECT_EQ(Lines(), (Strings{Looking, Match, "Found Device\n", NotSent,
+                              "HIDSetOutputReport failed Error:31", "Enter DFU:: fail\n"}));
+  LookFromHere();
+  EXPECT_EQ(EnterDfuMode(), 1);
+  EXPECT_EQ(CountLines(Match), 1u);
+}
+
+}  // namespace
