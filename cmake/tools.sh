@@ -1,3 +1,4 @@
+# shellcheck shell=sh
 # Sourced by run, test and .ci/run: makes sure that the tools they need are there.
 
 # need COMMAND PACKAGE: installs the Debian package when the command is missing, or says so.
