@@ -57,6 +57,7 @@ TEST_F(NextBlockTest, CutsElements) {
       {{65534}, 1, 65533, 1, "65534:1 65535:1 end"},
       {{65535}, 1, 65533, 1, "65534:1 65535:1 broken"},
       {{0xFFFFFFFF}, 65535, 65533, 65535, "65534:65535 65535:65535 broken"},
+      {{65531u * 65535 + 100}, 65535, 65533, 100, "end"},
       // A length that is not the block's: no empty block, which would ask the device to leave.
       {{1024}, 1024, 2, 1000, "broken"},
       {{}, 1024, 0, 5, "broken"},

@@ -46,6 +46,17 @@ class OperationRegistryTest : public TabletTest {
     return Launch(operationCode);
   }
 
+  // The device is busy with its one sector for a minute.
+  OperationThread& LaunchBusyErase() {
+    keyboard.Change([](auto& options) { options.bootloader.eraseBaseMs = 60'000; });
+    keyboard.AttachInDfuMode();
+    image.Elements.Clear();
+    image.Elements.Insert(0, {0x08000000, 0, nullptr});
+    OperationThread& operation = Launch(OperationErase);
+    PassTime(5000);
+    return operation;
+  }
+
   u32 Finish(u32 operationId) {
     currentOperationId = operationId;
     return FinishOperation(nullptr);
@@ -191,15 +202,12 @@ TEST_F(OperationRegistryTest, StopClosesTheDeviceAndAbortsOnlyWhatItInterrupts) 
     DWORD exitCode;
     std::vector<std::string> requests;
   } cases[] = {
-      {5000, ExitStopped, {"ABORT - refused"}},  // the device is busy for a minute
+      {0, ExitStopped, {"ABORT - refused"}},
       {70'000, ExitStepsDone, {}},
   };
-  InsertElement(&image, 0, {0x08000000, 0, nullptr});
-  keyboard.Change([](auto& options) { options.bootloader.eraseBaseMs = 60'000; });
   for (const auto& each : cases) {
     SCOPED_TRACE(each.afterMs);
-    keyboard.AttachInDfuMode();
-    OperationThread& operation = Launch(OperationErase);
+    OperationThread& operation = LaunchBusyErase();
     PassTime(each.afterMs);
     ASSERT_EQ(machine.handles.OpenCount(HandleKind::WinUsb), 1u);
     const u32 updateCount = Published(operation).updateCount;
@@ -220,6 +228,16 @@ TEST_F(OperationRegistryTest, StopClosesTheDeviceAndAbortsOnlyWhatItInterrupts) 
     EXPECT_EQ(DfuRequests(), each.requests);
     Finish(operation.operationId);
   }
+}
+
+TEST_F(OperationRegistryTest, FinishGivesTheContextThatTheStopLeft) {
+  OperationThread& operation = LaunchBusyErase();
+  const u32 updateCount = Published(operation).updateCount;
+  currentOperationId = operation.operationId;
+  OperationContext last{};
+  EXPECT_EQ(FinishOperation(&last), StatusSuccess);
+  EXPECT_EQ(last.updateCount, updateCount + 1);
+  EXPECT_EQ(last.winUsbHandle, nullptr);
 }
 
 // Publishes records whose fields all tell the same number.

@@ -1,5 +1,6 @@
-// One DNLOAD with its status check.
+// One DNLOAD with its status check, and the requests that it is made of.
 
+#include "dfuengine/dfu_requests.h"
 #include "dfuengine/flash_operation.h"
 #include "tests/dfuengine/operation_test.h"
 
@@ -134,6 +135,19 @@ TEST_F(TransferBlockTest, PublishesCommandAndAddress) {
   EXPECT_EQ(operation.published.front().command, CommandErase);
   EXPECT_EQ(operation.published.back().command, 0u);
   EXPECT_EQ(operation.published.back().address, 0x08004000u);
+}
+
+TEST_F(TransferBlockTest, RequestsNeedAHandle) {
+  HANDLE file = nullptr;
+  WINUSB_INTERFACE_HANDLE none = nullptr;
+  DfuStatus dfuStatus{};
+  u8 data = 0;
+  EXPECT_EQ(RequestDownload(none, 2, &data, 1), StatusNoInterfaceHandle);
+  EXPECT_EQ(RequestStatus(file, none, &dfuStatus), StatusNoInterfaceHandle);
+  EXPECT_EQ(RequestClearStatus(none), StatusNoInterfaceHandle);
+  EXPECT_EQ(RequestState(none, data), StatusNoInterfaceHandle);
+  EXPECT_EQ(RequestAbort(none), StatusNoInterfaceHandle);
+  EXPECT_EQ(machine.gate.CountOf(platform::Call::WinUsb_ControlTransfer), 0u);
 }
 
 }  // namespace
