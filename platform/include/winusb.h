@@ -3,7 +3,7 @@
 // Lengths count bytes. A handle from WinUsb_Initialize is freed before the device file is closed.
 #pragma once
 
-#include "usbspec.h"
+#include "usb.h"
 #include "windef.h"
 
 using WINUSB_INTERFACE_HANDLE = PVOID;

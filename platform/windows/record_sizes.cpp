@@ -5,7 +5,7 @@
 
 #include <cfgmgr32.h>
 #include <hidsdi.h>
-#include <usbspec.h>
+#include <usb.h>
 
 #include <climits>
 #include <cstddef>
