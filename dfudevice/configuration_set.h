@@ -11,8 +11,9 @@
 // Counts the alternate settings of the first interface that has more than one, 1 when none has.
 //
 // Returns 0 when the set gives no usable count: it is shorter than a configuration descriptor,
-// claims more bytes than were read, holds a descriptor that is shorter than its header or reaches
-// beyond the set, or holds a second configuration descriptor.
+// claims more bytes than were read, or the walk meets a descriptor that is shorter than its header
+// or reaches beyond the set, an interface descriptor too short for its number, or a second
+// configuration descriptor.
 u32 CountAlternateSettings(const u8* set, std::size_t setBytes);
 
 // Takes wTransferSize, in bytes, from the DFU functional descriptor, the last nine bytes of the

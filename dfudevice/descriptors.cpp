@@ -82,11 +82,17 @@ u32 FillTable(WINUSB_INTERFACE_HANDLE winUsbHandle, u32 settingCount, MemoryMapT
     return 0;
   }
   table.mapCount = settingCount;
+  u32 sectors = 0;
   for (u32 i = 0; i < settingCount; ++i) {
     // A set of 512 bytes has no room for 256 interface descriptors.
     const u32 result = DecodeMemoryMap(winUsbHandle, static_cast<u8>(i), table.maps[i]);
     if (result != 1) {
       return result;
+    }
+    // A set has room for many settings, which may all name one huge map.
+    sectors += table.maps[i].sectorCount;
+    if (sectors > MemoryMapMaxSectors) {
+      return StatusNothingToWorkOn;
     }
   }
   return 1;

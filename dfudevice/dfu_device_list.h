@@ -1,8 +1,8 @@
 // The DFU interfaces that are present, and the refresh that the rest of the service builds on: is
 // there a usable DFU device, and what does its memory look like?
 //
-// The update decision, the refresh before an update is prepared and the session driver refresh; all
-// of them hold the update lock, which guards dfuDeviceList and memoryMapTable.
+// The update decision, the preparation of an update and the session driver call it; all of them
+// hold the update lock, which guards dfuDeviceList and memoryMapTable.
 #pragma once
 
 #include "common/types.h"

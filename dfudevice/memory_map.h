@@ -25,8 +25,8 @@ struct MemorySector {
   u32 index;
   // In bytes.
   u32 size;
-  // The attribute letter as the device wrote it, 'a' to 'g'; its low three bits are the access
-  // bits.
+  // The character that the device wrote for the access rights, 'a' to 'g' from a sound one; its low
+  // three bits are the access bits.
   char attributes;
   // 1 for a decoded sector. Cuts and blank images pass over a sector that is not selected.
   u32 selected;

@@ -22,7 +22,7 @@ struct SectorFill {
 };
 
 struct SectorRun {
-  u64 sectorCount;
+  i64 sectorCount;  // none when it is below 0
   u32 sectorBytes;
   char attributes;
 };
@@ -54,8 +54,8 @@ u64 DecimalDigitsBefore(const char* star) {
   return DecimalDigits(first);
 }
 
-// Tells whether a number read from the front of text, blanks and a sign included, has this value.
-bool ReadsAs(const char* text, u64 value) {
+// Reads a number as atoi does: blanks and a sign may stand in front.
+i64 DecimalNumber(const char* text) {
   while (IsBlank(*text)) {
     ++text;
   }
@@ -63,8 +63,8 @@ bool ReadsAs(const char* text, u64 value) {
   if (negative || *text == '+') {
     ++text;
   }
-  const u64 magnitude = DecimalDigits(text);
-  return magnitude == value && (!negative || magnitude == 0);
+  const i64 magnitude = static_cast<i64>(DecimalDigits(text));
+  return negative ? -magnitude : magnitude;
 }
 
 // The value of a hexadecimal digit, 16 for any other character.
@@ -114,12 +114,10 @@ void ReadAddressField(const char* field, const char* end, SectorFill& fill) {
 
 // Reads the run whose text starts at text and whose '*' is star. Leaves cursor behind the attribute
 // letter, or on the terminator when the text ends before: the sectors have no access rights then.
+// False for sectors of a size that does not fit.
 bool ReadRun(const char* text, char* star, char*& cursor, SectorRun& run) {
-  run.sectorCount = DecimalDigitsBefore(star);
-  u64 sectorBytes = DecimalDigits(star + 1);
-  if (!ReadsAs(text, run.sectorCount) || !ReadsAs(star + 1, sectorBytes)) {
-    return false;
-  }
+  run.sectorCount = DecimalNumber(text);
+  i64 sectorBytes = DecimalNumber(star + 1);
   cursor = star + 1;
   while (IsDigit(*cursor)) {
     ++cursor;
@@ -129,7 +127,7 @@ bool ReadRun(const char* text, char* star, char*& cursor, SectorRun& run) {
   } else if (*cursor == 'M') {
     sectorBytes *= 1048576;
   }
-  if (sectorBytes > std::numeric_limits<u32>::max()) {
+  if (sectorBytes < 0 || sectorBytes > std::numeric_limits<u32>::max()) {
     return false;
   }
   run.sectorBytes = static_cast<u32>(sectorBytes);
@@ -143,11 +141,13 @@ bool ReadRun(const char* text, char* star, char*& cursor, SectorRun& run) {
   return true;
 }
 
+// The total counts the digits beside each '*', a run those in front of its text. False when the
+// run has more sectors than the total has left.
 bool AppendRun(const SectorRun& run, SectorFill& fill) {
-  if (run.sectorCount > fill.total - fill.count) {
+  if (run.sectorCount > i64{fill.total - fill.count}) {
     return false;
   }
-  for (u64 i = 0; i < run.sectorCount; ++i) {
+  for (i64 i = 0; i < run.sectorCount; ++i) {
     fill.sectors[fill.count] = {fill.address,    fill.secondAddress, fill.count,
                                 run.sectorBytes, run.attributes,     1};
     fill.address += run.sectorBytes;

@@ -18,8 +18,8 @@
 // The most characters of a text that are looked at; the rest is ignored.
 inline constexpr std::size_t MemoryMapTextChars = 511;
 
-// The most sectors that a map may have. What is made from a map (a blank image, the cuts) grows
-// with the number of its sectors, and real parts stay a hundred times below.
+// The most sectors that a map, or all maps of a device, may have. What is made from a map (a blank
+// image, the cuts) grows with the number of its sectors, and real parts stay a hundred times below.
 inline constexpr u32 MemoryMapMaxSectors = 65536;
 
 // Parses text, textChars characters of the ANSI code page that need no NUL; a NUL among them ends
@@ -28,7 +28,7 @@ inline constexpr u32 MemoryMapMaxSectors = 65536;
 //
 // Returns 1 for a memory map, 0 when there is no memory for the sectors, StatusNothingToWorkOn when
 // the text is none or is not to be trusted: no "@" in front, no "*" behind the first "/", no sector
-// or more than MemoryMapMaxSectors in all, a sector size beyond 32 bits, or a run whose numbers
-// read differently from the front than as the digits beside its "*", so that the sectors would
-// disagree with their total.
+// or more than MemoryMapMaxSectors in all, a sector size below 0 or beyond 32 bits, or runs with
+// more sectors than the digits beside each "*" add up to. Where they have fewer, the last sectors
+// of the map are zero-filled.
 u32 ParseMemoryMap(const char* text, std::size_t textChars, MemoryMap& map);

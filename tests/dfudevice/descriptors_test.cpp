@@ -92,11 +92,24 @@ TEST_F(DescriptorsTest, DecodesTheMapOfEachAlternateSetting) {
 
 TEST_F(DescriptorsTest, OneRefusedSettingRefusesAll) {
   simulator::VirtualKeyboard& keyboard = PlugInAndOpen(KeyboardWithMaps({PlainMap, PlainMap}));
-  for (const char* const map : {"Bootloader", "@F/0/x4*1Kg", ""}) {
+  for (const char* const map : {"Bootloader", "@F/0/4 1*1Kg", ""}) {
     keyboard.Change(
         [&](simulator::KeyboardOptions& options) { options.alternateSettings[1].mapString = map; });
     ExpectRefused(StatusNothingToWorkOn, map);
   }
+  // Together they are more than can be meant.
+  keyboard.Change([](simulator::KeyboardOptions& options) {
+    options.alternateSettings[1].mapString = "@F/0/65533*1Kg";
+  });
+  ExpectRefused(StatusNothingToWorkOn, "65537 sectors in all");
+
+  // String 0 is no text of a setting, whatever a device may answer for it.
+  keyboard.Change(
+      [](simulator::KeyboardOptions& options) { options.alternateSettings[1].mapString = ""; });
+  AnswerDescriptor(keyboard, StringType, StringDescriptor(u"@F/0/1*1Kg", 22));
+  ExpectRefused(StatusNothingToWorkOn, "string 0");
+  keyboard.Intercept(nullptr);
+
   // A setting without a text is asked for it all the same.
   FailCall(Call::WinUsb_GetDescriptor, ERROR_GEN_FAILURE, 4);
   ExpectRefused(0, "no text, and its read fails");

