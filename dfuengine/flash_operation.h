@@ -17,7 +17,6 @@ class FlashOperation : public OperationThread {
 
  private:
   i32 FirstStep(OperationContext& work);
-  i32 SelectAlternateSetting(OperationContext& work);
   i32 StatusStep(OperationContext& work);
   i32 AdvanceStep(OperationContext& work, bool resend);
   i32 ResendStep(OperationContext& work);

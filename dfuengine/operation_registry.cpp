@@ -32,7 +32,7 @@ OperationThread* MakeOperation(OperationContext& context, u32 operationCode) {
 
 }  // namespace
 
-u32 LaunchOperation(OperationContext& context, u32& operationId, u32 successCode,
+u32 LaunchOperation(OperationContext& context, std::atomic<u32>& operationId, u32 successCode,
                     u32 operationCode) {
   if (operationCode == OperationRefused || operationCode > OperationDownload) {
     return StatusNothingToWorkOn;

@@ -3,6 +3,8 @@
 // Called by the session driver and by the image preparation, under the update lock.
 #pragma once
 
+#include <atomic>
+
 #include "common/intrusive_list.h"
 #include "common/types.h"
 #include "dfuengine/operation_context.h"
@@ -20,7 +22,7 @@ extern IntrusiveList<OperationThread> operationRegistry;
 // StatusNothingToWorkOn (refused code), StatusDeviceNotOpened, StatusRequestFailed (see
 // OperationThread; also when memory is short). The context's status and, once the device has told
 // it, transferSize are written either way. The image stays the caller's.
-u32 LaunchOperation(OperationContext& context, u32& operationId, u32 successCode,
+u32 LaunchOperation(OperationContext& context, std::atomic<u32>& operationId, u32 successCode,
                     u32 operationCode);
 
 // Stops the operation that currentOperationId names, waits for its thread, closes its device, gives

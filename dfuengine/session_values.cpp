@@ -1,5 +1,5 @@
 #include "dfuengine/session_values.h"
 
-u32 currentOperationId = 0;
+constinit std::atomic<u32> currentOperationId = 0;
 DfuImage* upgradeImage = nullptr;
 u32 disconnectNotified = 0;

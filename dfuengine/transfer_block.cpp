@@ -62,15 +62,19 @@ OperationThread::Attempt OperationThread::AttemptTransfer(OperationContext& work
 }
 
 // A device that is still in dfuERROR would refuse the command. False when it cannot be got out of
-// there. A device that does not tell its state gets the command all the same.
+// there or stops telling its state. One that never told it gets the command all the same, and so
+// does one whose answer to CLRSTATUS was lost.
 bool OperationThread::LeaveErrorState(OperationContext& work) {
   EnterPhase(work, PhaseGetState);
   if (RequestState(work.winUsbHandle, work.dfuStatus.bState) == RequestSucceeded) {
     SetContext(work);
     for (u32 round = 0; work.dfuStatus.bState == dfuERROR; ++round) {
-      // Out of the loop at the first failed request too: it leaves the old state in place.
-      if (round == ErrorStateRounds || !ClearError(work) ||
-          RequestState(work.winUsbHandle, work.dfuStatus.bState) != RequestSucceeded) {
+      if (round == ErrorStateRounds) {
+        return false;
+      }
+      ClearError(work);
+      // A read that fails leaves the old state in place, for ever if the device is gone.
+      if (RequestState(work.winUsbHandle, work.dfuStatus.bState) != RequestSucceeded) {
         return false;
       }
     }

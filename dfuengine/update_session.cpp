@@ -135,6 +135,10 @@ Stand JudgeOperation() {
 }  // namespace
 
 void SessionStep() {
+  // An idle tick does not wait for a decision that holds the lock.
+  if (currentOperationId == 0) {
+    return;
+  }
   const UpdateLock lock;
   if (!lock.held() || currentOperationId == 0) {
     return;

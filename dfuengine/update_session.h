@@ -5,7 +5,8 @@
 #include "dfuengine/session_values.h"
 
 // Looks at the current operation once. When it has finished, ends it and starts the next one; when
-// it has failed, tells the user and ends the session. Called by TickThread; takes the update lock.
+// it has failed, tells the user and ends the session. Called by TickThread; takes the update lock
+// unless no operation is current.
 void SessionStep();
 
 // A DFU interface was removed. Called by the notification callback, on any thread, without a lock:
@@ -22,6 +23,7 @@ void NoteDfuRemoval();
 bool ClearWayForUpdate();
 
 // True once after an operation failed while an arrival was remembered and no removal came in
-// between: the device is still there and wants another try. Called by TickThread after SessionStep,
-// without a lock.
+// between: the device is still there and wants another try. Called by TickThread, without a lock,
+// before SessionStep: an arrival becomes due at the end of a session, and the removal that may have
+// been the cause has until the next tick to be told.
 bool TakeRememberedArrival();

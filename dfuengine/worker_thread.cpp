@@ -94,6 +94,7 @@ i32 WorkerThread::Stop(DWORD* exitCode) {
       suspended = ResumeThread(threadHandle) == ResumeFailed;
     }
     Sleep(StopPollMs);
+    SetEvent(stopEvent);
   }
 
   if (exitCode != nullptr) {

@@ -23,12 +23,13 @@ void Tick() {
   std::printf("elasped time :: 3000ms !!!\n");
   std::fflush(stdout);
 
-  SessionStep();
   // A second arrival that found a healthy operation was put off; when that operation has failed
-  // after all, the device still waits for its update.
+  // after all, the device still waits for its update. Asked a tick later: if it failed because the
+  // device is gone, its removal has been told by now.
   if (TakeRememberedArrival()) {
     PrepareDfuUpdate();
   }
+  SessionStep();
 }
 
 }  // namespace

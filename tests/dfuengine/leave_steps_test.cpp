@@ -49,6 +49,8 @@ TEST_F(LeaveStepsTest, EndWellWhateverBecomesOfTheRequest) {
                          "GETSTATE=2 LEAVE! GETSTATE=2 GETSTATE=2 LEAVE! GETSTATE=2 GETSTATE=2 "
                          "LEAVE! GETSTATE=2 ABORT " +
                          Told},
+      {"dfuDNBUSY",
+       Idle + "GETSTATE=2 LEAVE GETSTATUS=0,4,500 FREE CLOSE /500 / COMPLETE DONE:100"},
       {"dfuMANIFEST-SYNC", Idle + "GETSTATE=2 LEAVE GETSTATUS=0,6 " + Told},
       {"dfuMANIFEST-WAIT-RESET", Idle + "GETSTATE=2 LEAVE GETSTATUS=0,8 " + Told},
       {"an error", Idle + "GETSTATE=2 LEAVE GETSTATUS=14,2 " + Told},

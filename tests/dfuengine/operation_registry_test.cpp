@@ -35,7 +35,7 @@ class OperationRegistryTest : public TabletTest {
 
   OperationThread& Launch(u32 operationCode) {
     OperationContext record = Record(operationCode);
-    u32 id = 0;
+    std::atomic<u32> id = 0;
     EXPECT_EQ(LaunchOperation(record, id, StatusSuccess, operationCode), StatusSuccess);
     return *FindOperation(id);
   }
@@ -80,7 +80,7 @@ TEST_F(OperationRegistryTest, MakesItsRecordFromTheCallers) {
   record.operationCode = OperationDownload;
   record.image = &image;
   FailCall(Call::CreateThread, ERROR_NOT_ENOUGH_MEMORY);
-  u32 id = 0;
+  std::atomic<u32> id = 0;
   EXPECT_EQ(LaunchOperation(record, id, 0xCAFE, OperationDownload), 0xCAFEu);
   EXPECT_EQ(record.status, StatusSuccess);
   EXPECT_EQ(record.transferSize, 1024);
@@ -133,7 +133,7 @@ TEST_F(OperationRegistryTest, LaunchThatFailsLeavesNothingBehind) {
     keyboard.AttachInDfuMode();
     each.prepare();
     OperationContext record = Record(each.operationCode);
-    u32 id = 4711;
+    std::atomic<u32> id = 4711;
     EXPECT_EQ(LaunchOperation(record, id, 0xCAFE, each.operationCode), each.status);
     EXPECT_EQ(id, 4711u);
     EXPECT_EQ(operationRegistry.First(), nullptr);
@@ -144,7 +144,7 @@ TEST_F(OperationRegistryTest, LaunchThatFailsLeavesNothingBehind) {
 
 TEST_F(OperationRegistryTest, ReportsWhenThereIsNoMemory) {
   OperationContext record = Record(OperationErase);
-  u32 id = 4711;
+  std::atomic<u32> id = 4711;
   u32 status = 0;
   {
     const RefusedMemory refused(1);

@@ -43,6 +43,13 @@ std::string NameOfDownload(const WINUSB_SETUP_PACKET& setup, const Bytes& data) 
   return Format("%s@%08X", name, address);
 }
 
+// wValue and wLength of a request that is no download, where they are not as they must be.
+std::string NameOfSetup(const char* name, const WINUSB_SETUP_PACKET& setup, u16 length) {
+  return setup.Value == 0 && setup.Length == length
+             ? name
+             : Format("%s(%u,%u)", name, setup.Value, setup.Length);
+}
+
 // Empty for the requests that are left to the keyboard.
 std::string NameOfRequest(const WINUSB_SETUP_PACKET& setup, const Bytes& data) {
   if (setup.Index != 0) {
@@ -54,13 +61,13 @@ std::string NameOfRequest(const WINUSB_SETUP_PACKET& setup, const Bytes& data) {
     case 0x2101:
       return NameOfDownload(setup, data);
     case 0xA103:
-      return "GETSTATUS";
+      return NameOfSetup("GETSTATUS", setup, 6);
     case 0x2104:
-      return "CLRSTATUS";
+      return NameOfSetup("CLRSTATUS", setup, 0);
     case 0xA105:
-      return "GETSTATE";
+      return NameOfSetup("GETSTATE", setup, 1);
     case 0x2106:
-      return "ABORT";
+      return NameOfSetup("ABORT", setup, 0);
     default:
       return {};
   }

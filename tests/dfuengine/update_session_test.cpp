@@ -194,11 +194,15 @@ TEST_F(UpdateSessionTest, LeaveGetsABlankImageOfTheReadableSectors) {
   options.flash = {{0x08000000, {{2, 16 * 1024, 'g'}, {1, 1024, 'f'}, {1, 2048, 'a'}}}};
   options.firmware = {};
   PlugInInDfuMode(options);
-  BeginSession(OperationDownload, StatusSuccess, 100);
+  SilentOperation& download = BeginSession(OperationDownload, StatusSuccess, 100);
+  OperationContext record = CurrentRecord();
+  record.guidA = {};
+  download.SetContext(record);
   LaunchNextWithoutThread();
   SessionStep();
 
-  const OperationContext record = CurrentRecord();
+  record = CurrentRecord();
+  EXPECT_TRUE(record.guidA == OperationGuidA);
   EXPECT_TRUE(record.guidB == LeaveOperationGuidB);
   ASSERT_TRUE(IsRegisteredImage(record.image));
   std::vector<std::pair<u32, u32>> sectors;

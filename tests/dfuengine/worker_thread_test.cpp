@@ -158,6 +158,22 @@ TEST_F(WorkerThreadTest, StopsAThreadThatCouldNotBeResumed) {
   EXPECT_EQ(probe.steps, 0u);
 }
 
+// Whoever destroyed the object then would pull it away from under the thread.
+TEST_F(WorkerThreadTest, StopWaitsOnWhenItsWaitFails) {
+  std::atomic<bool> ended = false;
+  Probe probe;
+  probe.onStep = [&](u32) {
+    PassTime(100);
+    ended = true;
+    return 0;
+  };
+  probe.Start();
+  PassTime(10);
+  FailCall(Call::WaitForSingleObject, ERROR_INVALID_HANDLE);
+  EXPECT_EQ(StopForExitCode(probe), 2u);
+  EXPECT_TRUE(ended);
+}
+
 TEST_F(WorkerThreadTest, WaitThatFailsCountsAsATimeOutAndStillHearsTheStop) {
   KeepFailing(Call::WaitForMultipleObjects, ERROR_INVALID_HANDLE);
   Probe probe;

@@ -51,6 +51,18 @@ TEST_F(OverlapTest, DuplicateArrivalIsServedWhenTheOperationFails) {
   ExpectUpdated(keyboard, {"START", "DISCONNECT", "COMPLETE"});
 }
 
+// With a removal in front it would be a new update's, were there a package for one.
+TEST_F(OverlapTest, ArrivalWithoutAPackageEndsNothing) {
+  VirtualKeyboard& keyboard = BeginUpdate();
+  PassTimeUntilReached(keyboard, Progress::Downloading);
+  machine.drive.Remove(std::string(simulator::FileRepository) + simulator::DefaultPackageFolder +
+                       "\\" + package.fileName);
+  machine.devices.Inject(
+      {CM_NOTIFY_ACTION_DEVICEINTERFACEREMOVAL, simulator::DfuModeInterfaceGuid, u"the same"});
+  AnnounceAgain();
+  ExpectUpdated(keyboard, {"START", "COMPLETE"});
+}
+
 struct Pull {
   const char* name;
   Progress progress;
