@@ -99,12 +99,23 @@ void EndSession() {
   TakeRememberedArrival();
 }
 
+// After a failed erase the firmware image, and after a failed launch the erase list too, wait for
+// the next preparation to release them.
+bool ImagesAreFew() {
+  int count = 0;
+  for (const DfuImage* image = dfuImageRegistry.First(); image != nullptr;
+       image = dfuImageRegistry.Next(*image)) {
+    ++count;
+  }
+  return count <= 2;
+}
+
 void CheckNothingLeft() {
   platform::Machine& machine = FuzzTablet().machine();
   const bool clean = machine.faults.All().empty() && machine.heap.OpenBlocks() == 0 &&
                      machine.handles.OpenCount(platform::HandleKind::WinUsb) == 0 &&
                      machine.handles.OpenCount(platform::HandleKind::Thread) == 0 &&
-                     machine.handles.OpenCount(platform::HandleKind::File) == 0;
+                     machine.handles.OpenCount(platform::HandleKind::File) == 0 && ImagesAreFew();
   if (!clean) {
     for (const std::string& fault : machine.faults.All()) {
       std::fprintf(stderr, "%s\n", fault.c_str());
