@@ -7,8 +7,8 @@ namespace simulator {
 namespace {
 
 void PrintTarget(const DfuSeTarget& target, std::FILE* out) {
-  std::fprintf(out, "target for alternate setting %u, %zu elements\n", target.alternateSetting,
-               target.elements.size());
+  std::fprintf(out, "target for alternate setting %u, %zu element%s\n", target.alternateSetting,
+               target.elements.size(), target.elements.size() == 1 ? "" : "s");
   for (const DfuSeElement& element : target.elements) {
     std::fprintf(out, "  0x%08X %zu bytes\n", element.address, element.data.size());
   }
@@ -20,8 +20,7 @@ int CheckPackage(const std::string& path, std::FILE* out, std::FILE* complaints)
   std::string reason;
   const auto package = ReadPackage(path, reason);
   if (!package.has_value()) {
-    std::fprintf(complaints, "vantrel-sim: the service would refuse %s: %s\n", path.c_str(),
-                 reason.c_str());
+    std::fprintf(complaints, "vantrel-sim: %s is refused: %s\n", path.c_str(), reason.c_str());
     return 1;
   }
   // packaging/make-package reads the first two lines.

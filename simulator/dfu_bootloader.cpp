@@ -173,7 +173,11 @@ u32 DfuBootloader::Execute(u64 nowMs) {
 
 u32 DfuBootloader::ExecuteCommand() {
   if (block_[0] == EraseCommand && block_.size() == MassEraseBytes) {
-    flash_.EraseAll();
+    for (const FlashSector& sector : flash_.sectors()) {
+      if (sector.isErasable()) {
+        flash_.Erase(sector);
+      }
+    }
     return options_.eraseBaseMs;
   }
   if (block_.size() != AddressedCommandBytes) {

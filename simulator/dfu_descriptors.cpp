@@ -15,7 +15,6 @@ constexpr u8 ManufacturerString = 1;
 constexpr u8 ProductString = 2;
 constexpr u8 SerialString = 3;
 constexpr u8 FirstSettingString = 4;
-constexpr std::size_t LongestStringBytes = 254;
 
 template <class Record>
 void Append(Bytes& bytes, const Record& record) {
@@ -42,13 +41,14 @@ Bytes DeviceDescriptor(const KeyboardOptions& options) {
   return bytes;
 }
 
-// The functional descriptor stands last, behind the settings' interface descriptors.
+// The functional descriptor stands last, behind the settings' interface descriptors. Its attributes
+// are download and detach; there is no upload.
 Bytes ConfigurationSet(const KeyboardOptions& options) {
   const std::size_t settings = options.alternateSettings.size();
   const u16 transferSize = options.bootloader.transferSize;
   const Bytes functional = {9,
                             0x21,
-                            0x0B,
+                            0x09,
                             0xFF,
                             0x00,
                             static_cast<u8>(transferSize),
@@ -75,7 +75,7 @@ Bytes ConfigurationSet(const KeyboardOptions& options) {
 }
 
 Bytes StringDescriptor(const std::string& text) {
-  const std::size_t chars = std::min(text.size(), (LongestStringBytes - 2) / 2);
+  const std::size_t chars = std::min(text.size(), LongestStringChars);
   Bytes bytes = {static_cast<u8>(2 + chars * 2), USB_STRING_DESCRIPTOR_TYPE};
   for (std::size_t i = 0; i < chars; ++i) {
     bytes.push_back(static_cast<u8>(text[i]));

@@ -157,8 +157,8 @@ std::vector<u8> BuildDfuSe(const DfuSeFile& file) {
 
   // The image size counts all but the suffix.
   const u32 imageSize = static_cast<u32>(bytes.size());
-  for (int i = 0; i < 4; ++i) {
-    bytes[static_cast<std::size_t>(6 + i)] = static_cast<u8>(imageSize >> (8 * i));
+  for (std::size_t i = 0; i < 4; ++i) {
+    bytes[6 + i] = static_cast<u8>(imageSize >> (8 * i));
   }
 
   Append16(bytes, file.deviceVersion);

@@ -1,12 +1,16 @@
 #include "simulator/package.h"
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <utility>
 
 #include "common/firmware_version.h"
+#include "common/package_values.h"
+#include "platform/machine/text.h"
 #include "simulator/keyboard_options.h"
+#include "simulator/tablet.h"
 
 namespace simulator {
 
@@ -15,8 +19,9 @@ namespace {
 constexpr std::size_t VersionPositions[] = {MajorPosition, MinorPosition, ModelIdPosition,
                                             HwRevPosition};
 
-// The service's path buffer holds the folder, this name and its terminator.
-constexpr std::size_t LongestFileNameChars = 120;
+// The service's path buffer holds the package folder, a "\", this name and its terminator.
+constexpr std::size_t LongestFileNameBytes =
+    PackagePathBytes - FileRepositoryPathBytes - sizeof(DefaultPackageFolder) - 1;
 
 bool IsDigit(char character) {
   return character >= '0' && character <= '9';
@@ -42,6 +47,75 @@ bool EndsWithDfu(const std::string& name) {
   return ending == ".dfu";
 }
 
+bool FindFile(const std::string& path, std::string& reason) {
+  std::error_code error;
+  const std::filesystem::file_status status = std::filesystem::status(path, error);
+  if (!std::filesystem::exists(status)) {
+    reason = "there is no such file";
+    return false;
+  }
+  reason = "it is not a file";
+  return std::filesystem::is_regular_file(status);
+}
+
+// The service sees the name in the tablet's code page.
+bool ReadName(Package& package, std::string& reason) {
+  const std::string name = platform::AnsiFromUtf8(package.fileName);
+  if (!EndsWithDfu(name)) {
+    reason = "its name does not end in .dfu, so the service does not find it";
+    return false;
+  }
+  if (platform::Utf8FromAnsi(name) != package.fileName ||
+      name.find_first_of("\\:*?\"<>|") != std::string::npos) {
+    reason = "its name holds a character that cannot be in the tablet's file names";
+    return false;
+  }
+  if (name.size() > LongestFileNameBytes) {
+    reason = "its name is too long for the service's path, which leaves it " +
+             std::to_string(LongestFileNameBytes) + " characters";
+    return false;
+  }
+  const std::optional<KeyboardVersion> version = VersionOfName(name);
+  if (!version.has_value()) {
+    reason =
+        "its name carries no version: the characters at positions 10, 12, 14 and 16 (counted from "
+        "0) must be digits, as in VantrelKb_1.2.3.4.dfu";
+    return false;
+  }
+  package.version = *version;
+  return true;
+}
+
+bool ReadBytes(const std::string& path, Package& package, std::string& reason) {
+  std::ifstream stream(path, std::ios::binary);
+  char chunk[16 * 1024];
+  do {
+    stream.read(chunk, sizeof(chunk));
+    package.bytes.insert(package.bytes.end(), chunk, chunk + stream.gcount());
+  } while (stream.good());
+  reason = "it cannot be read";
+  return stream.eof();
+}
+
+bool ReadContents(Package& package, std::string& reason) {
+  std::optional<DfuSeFile> contents = ReadDfuSe(package.bytes, reason);
+  if (!contents.has_value()) {
+    return false;
+  }
+  const DfuSeTarget* const target = TargetForUpdate(*contents);
+  if (target == nullptr) {
+    reason = "it holds no target for alternate setting 0";
+    return false;
+  }
+  if (std::all_of(target->elements.begin(), target->elements.end(),
+                  [](const DfuSeElement& element) { return element.data.empty(); })) {
+    reason = "its target for alternate setting 0 holds no firmware";
+    return false;
+  }
+  package.contents = std::move(*contents);
+  return true;
+}
+
 }  // namespace
 
 Package DefaultPackage(const KeyboardVersion& version) {
@@ -56,47 +130,13 @@ Package DefaultPackage(const KeyboardVersion& version) {
 }
 
 std::optional<Package> ReadPackage(const std::string& path, std::string& reason) {
-  std::error_code error;
-  if (!std::filesystem::is_regular_file(path, error)) {
-    reason = "there is no such file";
-    return std::nullopt;
-  }
   Package package;
   package.fileName = std::filesystem::path(path).filename().string();
-  if (!EndsWithDfu(package.fileName)) {
-    reason = "its name does not end in .dfu, so the service does not find it";
-    return std::nullopt;
+  if (FindFile(path, reason) && ReadName(package, reason) && ReadBytes(path, package, reason) &&
+      ReadContents(package, reason)) {
+    return package;
   }
-  if (package.fileName.size() > LongestFileNameChars) {
-    reason = "its name is too long for the service's path";
-    return std::nullopt;
-  }
-  const std::optional<KeyboardVersion> version = VersionOfName(package.fileName);
-  if (!version.has_value()) {
-    reason =
-        "its name carries no version: the characters at positions 10, 12, 14 and 16 (counted from "
-        "0) "
-        "must be digits, as in VantrelKb_1.2.3.4.dfu";
-    return std::nullopt;
-  }
-  package.version = *version;
-
-  std::ifstream stream(path, std::ios::binary);
-  package.bytes.assign(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
-  if (!stream.good() && !stream.eof()) {
-    reason = "it cannot be read";
-    return std::nullopt;
-  }
-  const std::optional<DfuSeFile> contents = ReadDfuSe(package.bytes, reason);
-  if (!contents.has_value()) {
-    return std::nullopt;
-  }
-  if (TargetForUpdate(*contents) == nullptr) {
-    reason = "it holds no target for alternate setting 0";
-    return std::nullopt;
-  }
-  package.contents = *contents;
-  return package;
+  return std::nullopt;
 }
 
 std::optional<KeyboardVersion> ParseVersion(const std::string& text) {

@@ -1,7 +1,10 @@
 #include "simulator/tablet.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <stdexcept>
+#include <system_error>
 
 // service/main.cpp, compiled under this name.
 int VantrelMain();
@@ -19,8 +22,16 @@ constexpr char16_t FirstSessionKey[] =
 constexpr char16_t UserSid[] = u"S-1-5-21-1004336348-1177238915-682003330-1001";
 
 std::string MakeOwnFolder() {
-  std::string name = (std::filesystem::temp_directory_path() / "vantrel-XXXXXX").string();
-  return mkdtemp(name.data()) == nullptr ? std::string() : name;
+  std::error_code error;
+  std::string name = (std::filesystem::temp_directory_path(error) / "vantrel-XXXXXX").string();
+  if (!error && mkdtemp(name.data()) == nullptr) {
+    error.assign(errno, std::generic_category());
+  }
+  if (error) {
+    throw std::runtime_error("cannot make a folder for the tablet's drive where TMPDIR points: " +
+                             error.message());
+  }
+  return name;
 }
 
 platform::Machine& SwitchOn(const TabletOptions& options, const std::string& driveFolder) {
@@ -51,8 +62,10 @@ Tablet::Tablet(const TabletOptions& options)
 void Tablet::InstallPackage(const std::string& fileName, const std::vector<u8>& bytes,
                             const std::string& folder) {
   const std::string path = FileRepository + folder + "\\";
-  machine_.drive.WriteFile(path + "Pellory.exe", "MZ", 2);
-  machine_.drive.WriteFile(path + fileName, bytes.data(), bytes.size());
+  if (!machine_.drive.WriteFile(path + "Pellory.exe", "MZ", 2) ||
+      !machine_.drive.WriteFile(path + fileName, bytes.data(), bytes.size())) {
+    throw std::runtime_error("cannot write the package to the tablet's drive in " + driveFolder_);
+  }
 }
 
 void Tablet::LogOnUser() {

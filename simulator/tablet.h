@@ -34,13 +34,15 @@ struct ToldWord {
 
 class Tablet {
  public:
-  // Switches the machine on with drive C: and processes, but neither a package nor a user.
+  // Switches the machine on with drive C: and processes, but neither a package nor a user. Throws
+  // when the host has no folder for the drive.
   explicit Tablet(const TabletOptions& options);
 
   platform::Machine& machine() { return machine_; }
   const std::string& driveFolder() const { return driveFolder_; }
 
   // Puts the notifier and a firmware package with that file name into a driver package folder.
+  // Throws when the host refuses.
   void InstallPackage(const std::string& fileName, const std::vector<u8>& bytes,
                       const std::string& folder = DefaultPackageFolder);
 

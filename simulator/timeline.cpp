@@ -10,6 +10,7 @@ namespace simulator {
 namespace {
 
 constexpr u64 ProgressStepPercent = 10;
+constexpr u8 HidSetReport = 9;
 
 const char* NameOfState(DWORD state) {
   switch (state) {
@@ -91,6 +92,8 @@ std::string DescribeClassRequest(const platform::TransferRecord& record) {
       return record.data.empty() ? "GETSTATE" : Format("GETSTATE: bState %u", record.data[0], 0);
     case DfuAbort:
       return "ABORT";
+    case HidSetReport:
+      return Format("SET_REPORT 0x%02X, %u bytes", record.setup.Value & 0xFF, record.setup.Length);
     default:
       return Format("class request 0x%02X, %u bytes", record.setup.Request, record.setup.Length);
   }

@@ -1,7 +1,9 @@
 #include "simulator/update_run.h"
 
 #include <algorithm>
+#include <set>
 
+#include "simulator/dfu_descriptors.h"
 #include "simulator/tablet.h"
 #include "simulator/virtual_keyboard.h"
 
@@ -16,18 +18,27 @@ constexpr u64 PatienceMs = 60'000;
 // From the keyboard's return to the end of the session, and to see that nothing more comes.
 constexpr u64 AfterglowMs = 10'000;
 
-// Sectors of two sizes. A package that was made elsewhere gets a memory around its elements.
+// Sectors of two sizes. A package that was made elsewhere gets memory around its elements, sectors
+// side by side in one region: the text of the memory map has little room.
 std::vector<FlashRegion> FlashFor(const Package& package) {
   std::vector<FlashRegion> flash = {{DefaultFlashAddress, {{4, 16 * 1024}, {3, 64 * 1024}}}};
-  constexpr u32 SectorBytes = 64 * 1024;
+  constexpr u64 SectorBytes = u64{64} * 1024;
+  constexpr u64 AddressSpaceEnd = u64{1} << 32;
+  const NorFlash usual(flash);
+  std::set<u64> sectors;
   for (const DfuSeElement& element : TargetForUpdate(package.contents)->elements) {
-    const NorFlash sofar(flash);
-    const u64 end = u64{element.address} + element.data.size();
+    const u64 end = std::min(element.address + u64{element.data.size()}, AddressSpaceEnd);
     for (u64 at = element.address / SectorBytes * SectorBytes; at < end; at += SectorBytes) {
-      if (sofar.FindSector(static_cast<u32>(at)) == nullptr) {
-        flash.push_back({static_cast<u32>(at), {{1, SectorBytes}}});
+      if (usual.FindSector(static_cast<u32>(at)) == nullptr) {
+        sectors.insert(at);
       }
     }
+  }
+  for (const u64 at : sectors) {
+    if (!sectors.contains(at - SectorBytes)) {
+      flash.push_back({static_cast<u32>(at), {{0, u32{SectorBytes}}}});
+    }
+    ++flash.back().runs[0].count;
   }
   return flash;
 }
@@ -128,6 +139,11 @@ class UpdateRun {
                                   std::to_string(options_.batteryPercent) + " %");
     timeline_.Write("keyboard",
                     "is attached with firmware " + VersionText(options_.keyboardVersion));
+    if (MemoryMapText(KeyboardOptions{}.flashName, FlashFor(options_.package)).size() >
+        LongestStringChars) {
+      timeline_.Write("keyboard",
+                      "cannot tell all of its memory: the package's elements are too far apart");
+    }
     keyboard_.Attach();
     tablet_.StartService();
   }

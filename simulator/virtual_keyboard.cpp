@@ -27,6 +27,7 @@ constexpr u8 SetInterfaceRequest = 11;
 
 std::vector<std::u16string> InstanceIdsOf(const std::vector<Device>& devices) {
   std::vector<std::u16string> ids;
+  ids.reserve(devices.size());
   for (const Device& device : devices) {
     ids.push_back(device.instanceId);
   }
@@ -287,14 +288,13 @@ UsbReply VirtualKeyboard::Transfer(const WINUSB_SETUP_PACKET& setup, const Bytes
 }
 
 UsbReply VirtualKeyboard::Answer(const WINUSB_SETUP_PACKET& setup, const Bytes& data, u64 nowMs) {
-  const UsbReply refused{UsbResult::Stalled, {}};
+  UsbReply reply{UsbResult::Stalled, {}};
   const bool isClassRequest = (setup.RequestType & TypeMask) == ClassType;
   if (mode_ != KeyboardMode::Dfu) {
     strayDfuRequests_ += (isClassRequest && mode_ == KeyboardMode::Normal) ? 1 : 0;
-    return refused;
+    return reply;
   }
 
-  UsbReply reply = refused;
   if (isClassRequest && setup.Index == 0) {
     reply = bootloader_.Request(setup, data, nowMs);
   } else if (setup.RequestType == ToHost && setup.Request == GetDescriptorRequest) {

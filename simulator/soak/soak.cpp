@@ -54,6 +54,9 @@ void RunJob(const SoakOptions& options, u32 job, std::FILE* results) {
     const u64 seed = options.firstSeed + run;
     TrialPlan plan = DrawTrial(seed);
     plan.trace = options.trace;
+    if (options.parallel) {
+      plan.scheduler.mode = platform::SchedulerMode::Parallel;
+    }
     const TrialReport report = RunTrial(plan, folder);
     std::fputs(Encode(seed, report).c_str(), results);
     std::fflush(results);

@@ -11,7 +11,8 @@ struct SoakOptions {
   u64 runs = 1000;
   u64 firstSeed = 1;
   u32 jobs = 2;
-  bool trace = false;  // tell the first life of each trial on standard error
+  bool parallel = false;  // all threads of a run at once; such a run does not repeat exactly
+  bool trace = false;     // tell the first life of each trial on standard error
 };
 
 // Runs the trials with the seeds firstSeed, firstSeed + 1 and so on. Writes a line for each that
