@@ -7,7 +7,6 @@
 #define VANTREL_DEVPROPDEF_TYPES
 
 using DEVPROPTYPE = ULONG;
-using PDEVPROPTYPE = ULONG*;
 using DEVPROPID = ULONG;
 static_assert(sizeof(DEVPROPTYPE) == 4);
 

@@ -52,24 +52,17 @@ using NTSTATUS = LONG;
 
 using PVOID = void*;
 using LPVOID = void*;
-using LPCVOID = const void*;
 using PUCHAR = UCHAR*;
 using PBYTE = BYTE*;
 using LPBYTE = BYTE*;
-using PUSHORT = USHORT*;
 using PULONG = ULONG*;
 using PDWORD = DWORD*;
 using LPDWORD = DWORD*;
-using LPLONG = LONG*;
 using LPBOOL = BOOL*;
-using PBOOL = BOOL*;
-using PCHAR = CHAR*;
 using LPSTR = CHAR*;
 using LPCSTR = const CHAR*;
 using LPCCH = const CHAR*;
-using PWSTR = WCHAR*;
 using LPWSTR = WCHAR*;
-using PCWSTR = const WCHAR*;
 using LPCWSTR = const WCHAR*;
 using LPCWCH = const WCHAR*;
 using PWCHAR = WCHAR*;
@@ -92,7 +85,6 @@ static_assert(sizeof(NTSTATUS) == 4 && std::is_signed_v<NTSTATUS>);
 // a handle of the wrong kind does not compile.
 using HANDLE = void*;
 using PHANDLE = HANDLE*;
-using LPHANDLE = HANDLE*;
 
 #define DECLARE_HANDLE(name) \
   struct name##__ {          \
@@ -116,7 +108,6 @@ struct GUID {
   UCHAR Data4[8];
 };
 using LPGUID = GUID*;
-using LPCGUID = const GUID*;
 static_assert(sizeof(GUID) == 16);
 
 inline bool operator==(const GUID& left, const GUID& right) {
@@ -128,7 +119,6 @@ struct FILETIME {
   DWORD dwHighDateTime;
 };
 using PFILETIME = FILETIME*;
-using LPFILETIME = FILETIME*;
 static_assert(sizeof(FILETIME) == 8);
 
 struct LUID {

@@ -15,7 +15,6 @@ using REGSAM = DWORD;
 #define REG_NONE 0
 #define REG_SZ 1
 #define REG_BINARY 3
-#define REG_DWORD 4
 #define RRF_RT_REG_SZ 0x00000002
 
 extern "C" {

@@ -5,7 +5,6 @@
 #include <functional>
 #include <mutex>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "platform/machine/scheduler.h"
@@ -24,12 +23,6 @@ class DebugLog {
   // --- For the script of a run ---
 
   std::vector<DebugLine> Lines() const;
-
-  // All texts one behind the other, in UTF-8.
-  std::string Text() const;
-
-  // How many writes had exactly this text.
-  std::size_t CountOf(std::u16string_view text) const;
 
   // Forgets what was written so far.
   void Clear();

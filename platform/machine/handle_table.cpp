@@ -76,20 +76,22 @@ HandleTable::Entry* HandleTable::FindOpen(const void* handle, const char* call) 
   return &found->second;
 }
 
-std::shared_ptr<KernelObject> HandleTable::Find(const void* handle, HandleKind kind,
-                                                const char* call) {
-  const std::scoped_lock lock(lock_);
+HandleTable::Entry* HandleTable::FindOfKind(const void* handle, HandleKind kind, const char* call) {
   Entry* const entry = FindOpen(handle, call);
-  if (entry == nullptr) {
-    return nullptr;
-  }
-  if (entry->kind != kind) {
+  if (entry != nullptr && entry->kind != kind) {
     faults_.Add(Describe(
         call, handle,
         std::string("is a ") + NameOf(entry->kind) + " handle, not a " + NameOf(kind) + " handle"));
     return nullptr;
   }
-  return entry->object;
+  return entry;
+}
+
+std::shared_ptr<KernelObject> HandleTable::Find(const void* handle, HandleKind kind,
+                                                const char* call) {
+  const std::scoped_lock lock(lock_);
+  Entry* const entry = FindOfKind(handle, kind, call);
+  return entry == nullptr ? nullptr : entry->object;
 }
 
 std::shared_ptr<KernelObject> HandleTable::GetWaitable(const void* handle, const char* call) {
@@ -106,11 +108,8 @@ std::shared_ptr<KernelObject> HandleTable::GetWaitable(const void* handle, const
 }
 
 bool HandleTable::Close(const void* handle, HandleKind kind, const char* call) {
-  if (Find(handle, kind, call) == nullptr) {
-    return false;
-  }
   const std::scoped_lock lock(lock_);
-  Entry* const entry = FindOpen(handle, call);
+  Entry* const entry = FindOfKind(handle, kind, call);
   if (entry == nullptr) {
     return false;
   }

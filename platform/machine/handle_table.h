@@ -47,6 +47,9 @@ class KernelObject {
   virtual bool TryTake(SimThread& waiter);
 
   virtual bool isWaitable() const { return false; }
+
+  // Whether what was taken last had an owner that had ended. With the scheduler's lock held.
+  virtual bool wasAbandoned() const { return false; }
 };
 
 struct OpenHandle {
@@ -93,6 +96,7 @@ class HandleTable {
   };
 
   Entry* FindOpen(const void* handle, const char* call);
+  Entry* FindOfKind(const void* handle, HandleKind kind, const char* call);
   void CloseEntry(const void* handle, Entry& entry);
 
   FaultLog& faults_;

@@ -4,8 +4,8 @@
 #pragma once
 
 #include <cstddef>
-#include <map>
 #include <mutex>
+#include <set>
 
 #include "platform/machine/fault_log.h"
 
@@ -18,10 +18,6 @@ class Heap {
   // --- For the script of a run ---
 
   std::size_t OpenBlocks() const;
-  std::size_t OpenBytes() const;
-
-  // The most bytes that were in use at one time.
-  std::size_t PeakBytes() const;
 
   // --- For the calls of the layer ---
 
@@ -34,9 +30,7 @@ class Heap {
  private:
   FaultLog& faults_;
   mutable std::mutex lock_;
-  std::map<void*, std::size_t> blocks_;
-  std::size_t openBytes_ = 0;
-  std::size_t peakBytes_ = 0;
+  std::set<void*> blocks_;
 };
 
 }  // namespace platform

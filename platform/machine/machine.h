@@ -74,4 +74,7 @@ Machine& TheMachine();
 // Enters a call of the layer (see CallGate::Enter).
 std::uint32_t EnterCall(Call call);
 
+// Enters a call that the layer never makes fail; an order to do so is a fault.
+void EnterSureCall(Call call);
+
 }  // namespace platform

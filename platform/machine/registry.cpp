@@ -68,13 +68,6 @@ void Registry::SetValue(std::u16string_view path, std::u16string_view name, DWOR
   Walk(root_, path, true)->values[UpperCase(name)] = {type, std::move(bytes)};
 }
 
-void Registry::RemoveValue(std::u16string_view path, std::u16string_view name) {
-  const std::scoped_lock lock(lock_);
-  if (const auto key = Walk(root_, path, false)) {
-    key->values.erase(UpperCase(name));
-  }
-}
-
 std::shared_ptr<RegistryKeyNode> Registry::Find(const std::shared_ptr<RegistryKeyNode>& from,
                                                 std::u16string_view path) const {
   const std::scoped_lock lock(lock_);

@@ -47,7 +47,6 @@ class Registry {
   void SetString(std::u16string_view path, std::u16string_view name, std::u16string_view text);
   void SetValue(std::u16string_view path, std::u16string_view name, DWORD type,
                 std::vector<BYTE> bytes);
-  void RemoveValue(std::u16string_view path, std::u16string_view name);
 
   // --- For the calls of the layer; from is null for HKEY_LOCAL_MACHINE itself ---
 

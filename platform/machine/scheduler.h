@@ -35,11 +35,9 @@ struct SchedulerOptions {
 // again; the machine's own (the keyboard, the script of a run) go on.
 enum class ThreadOwner { Service, Machine };
 
-class SimThread {
+class SimThread : public std::enable_shared_from_this<SimThread> {
  public:
-  const std::string& name() const { return name_; }
   std::uint32_t id() const { return id_; }
-  ThreadOwner owner() const { return owner_; }
 
   // Bookkeeping of the thread calls, guarded by the scheduler's lock.
   int priority = 0;
@@ -100,25 +98,18 @@ class Scheduler {
   // process stops for good.
   void Checkpoint();
 
-  // Changes state that waiting threads look at, with the lock held.
+  // Changes state that waiting threads look at, with the lock held. What they wait for is theirs
+  // when the call returns, in the order in which they began to wait: a mutex is handed on, and an
+  // event that is set and at once reset has let them go.
   void Update(const std::function<void()>& change);
 
   // From now on no thread of the service runs. The call returns when called by a thread of the
   // machine, and never when called by one of the service.
   void EndServiceProcess();
-  bool serviceEnded() const;
 
   // Called with a sentence when no thread can ever run again or time stands still although threads
   // run; by default it ends the host process with exit code 3.
   void OnStuck(std::function<void(const std::string&)> handler);
-
-  // What every thread is doing, for the report of a stuck run.
-  std::string DescribeThreads() const;
-
-  // A draw from the run's seed, below limit (which is not 0).
-  std::uint64_t Draw(std::uint64_t limit);
-
-  SchedulerMode mode() const { return options_.mode; }
 
   // The thread of the machine that the calling host thread is; null when it is none.
   static SimThread* Current();
@@ -130,13 +121,15 @@ class Scheduler {
                       const std::function<std::uint32_t()>& body);
   void BlockCurrent(Lock& lock, SimThread& self);
   void Dispatch();
+  std::vector<SimThread*> Waiting() const;
+  void ServeWaiting();
   SimThread* PickNext();
   bool TakeIfEligible(SimThread& thread);
   bool AdvanceTime();
   void LetRun(SimThread& thread);
   std::uint64_t NextRandom();
   void CountPass();
-  std::string DescribeLocked() const;
+  std::string Describe() const;
   [[noreturn]] void Stuck(const std::string& why);
 
   const SchedulerOptions options_;

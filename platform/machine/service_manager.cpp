@@ -38,7 +38,8 @@ bool ServiceManager::Dispatch(const SERVICE_TABLE_ENTRYW& entry) {
   }
   const auto service =
       scheduler_.Spawn("service main", ThreadOwner::Service, false, [entry]() -> std::uint32_t {
-        entry.lpServiceProc(0, nullptr);
+        LPWSTR arguments[] = {entry.lpServiceName, nullptr};
+        entry.lpServiceProc(1, arguments);
         return 0;
       });
 
@@ -62,11 +63,11 @@ bool ServiceManager::Dispatch(const SERVICE_TABLE_ENTRYW& entry) {
   }
 }
 
-// The next control, once the service has told that it takes any.
+// The next control, once the service has told that it takes any and until it is stopped.
 bool ServiceManager::TakeControl(DWORD& control,
                                  std::shared_ptr<ServiceRegistration>& registration) {
   const std::scoped_lock lock(lock_);
-  if (controls_.empty() || registration_ == nullptr || reports_.empty()) {
+  if (stopped_ || controls_.empty() || registration_ == nullptr || reports_.empty()) {
     return false;
   }
   control = controls_.front();
@@ -88,7 +89,7 @@ void ServiceManager::Report(const SERVICE_STATUS& status) {
   scheduler_.Update([&] {
     const std::scoped_lock lock(lock_);
     reports_.push_back(report);
-    stopped_ = status.dwCurrentState == SERVICE_STOPPED;
+    stopped_ = stopped_ || status.dwCurrentState == SERVICE_STOPPED;
     observer = observer_;
   });
   if (observer) {

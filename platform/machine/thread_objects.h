@@ -27,23 +27,31 @@ class EventObject : public KernelObject {
   const bool manualReset_;
 };
 
-// Taken again by its owner as often as it likes, released as often.
+// Taken again by its owner as often as it likes, released as often. Whoever takes it after an owner
+// that ended without releasing it is told so.
 class MutexObject : public KernelObject {
  public:
   bool isWaitable() const override { return true; }
 
   bool TryTake(SimThread& waiter) override {
-    if (owner_ != nullptr && owner_ != &waiter) {
+    wasAbandoned_ = owner_ != nullptr && owner_->hasEnded();
+    if (wasAbandoned_) {
+      owner_ = nullptr;
+      depth_ = 0;
+    }
+    if (owner_ != nullptr && owner_.get() != &waiter) {
       return false;
     }
-    owner_ = &waiter;
+    owner_ = waiter.shared_from_this();
     ++depth_;
     return true;
   }
 
+  bool wasAbandoned() const override { return wasAbandoned_; }
+
   // False when the thread does not own it.
   bool Release(const SimThread& thread) {
-    if (owner_ != &thread) {
+    if (owner_.get() != &thread) {
       return false;
     }
     if (--depth_ == 0) {
@@ -52,11 +60,10 @@ class MutexObject : public KernelObject {
     return true;
   }
 
-  bool isOwned() const { return owner_ != nullptr; }
-
  private:
-  SimThread* owner_ = nullptr;
+  std::shared_ptr<SimThread> owner_;
   int depth_ = 0;
+  bool wasAbandoned_ = false;
 };
 
 class ThreadObject : public KernelObject {

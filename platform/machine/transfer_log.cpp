@@ -4,17 +4,6 @@
 
 namespace platform {
 
-std::optional<std::uint8_t> ReportedDfuState(const TransferRecord& record) {
-  constexpr UCHAR DfuClassRequestIn = 0xA1;
-  constexpr UCHAR GetStatus = 3;
-  constexpr std::size_t StateByte = 4;
-  if (record.setup.RequestType != DfuClassRequestIn || record.setup.Request != GetStatus ||
-      record.result != UsbResult::Done || record.data.size() <= StateByte) {
-    return std::nullopt;
-  }
-  return record.data[StateByte];
-}
-
 void TransferLog::Observe(std::function<void(const TransferRecord&)> observer) {
   const std::scoped_lock lock(lock_);
   observer_ = std::move(observer);

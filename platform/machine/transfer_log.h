@@ -8,7 +8,6 @@
 #include <functional>
 #include <map>
 #include <mutex>
-#include <optional>
 #include <string>
 
 #include "platform/machine/device_backend.h"
@@ -26,9 +25,6 @@ struct TransferRecord {
   Bytes data;  // what went to the device, or what it answered
   UsbResult result = UsbResult::Done;
 };
-
-// bState of a successful DFU GETSTATUS; empty for any other transfer.
-std::optional<std::uint8_t> ReportedDfuState(const TransferRecord& record);
 
 class TransferLog {
  public:

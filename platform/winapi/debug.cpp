@@ -4,7 +4,7 @@
 #include "platform/machine/machine.h"
 
 using platform::Call;
-using platform::EnterCall;
+using platform::EnterSureCall;
 using platform::TheMachine;
 
 namespace {
@@ -22,7 +22,7 @@ VOID WINAPI SetLastError(DWORD dwErrCode) {
 }
 
 VOID WINAPI OutputDebugStringW(LPCWSTR lpOutputString) {
-  EnterCall(Call::OutputDebugStringW);
+  EnterSureCall(Call::OutputDebugStringW);
   if (lpOutputString == nullptr) {
     TheMachine().faults.Add("OutputDebugStringW: null");
     return;

@@ -16,6 +16,7 @@
 
 using platform::Call;
 using platform::EnterCall;
+using platform::EnterSureCall;
 using platform::FailsAtEntry;
 using platform::HandleKind;
 using platform::KernelObject;
@@ -103,7 +104,7 @@ HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwSha
 }
 
 BOOL WINAPI CloseHandle(HANDLE hObject) {
-  EnterCall(Call::CloseHandle);
+  EnterSureCall(Call::CloseHandle);
   if (!TheMachine().handles.CloseAny(hObject, "CloseHandle")) {
     SetLastError(ERROR_INVALID_HANDLE);
     return FALSE;
@@ -150,7 +151,7 @@ BOOL WINAPI FindNextFileA(HANDLE hFindFile, LPWIN32_FIND_DATAA lpFindFileData) {
 }
 
 BOOL WINAPI FindClose(HANDLE hFindFile) {
-  EnterCall(Call::FindClose);
+  EnterSureCall(Call::FindClose);
   if (!TheMachine().handles.Close(hFindFile, HandleKind::Search, "FindClose")) {
     SetLastError(ERROR_INVALID_HANDLE);
     return FALSE;

@@ -5,6 +5,7 @@
 
 using platform::Call;
 using platform::EnterCall;
+using platform::EnterSureCall;
 using platform::Refuse;
 using platform::TheMachine;
 
@@ -31,7 +32,7 @@ LPVOID WINAPI HeapAlloc(HANDLE hHeap, DWORD dwFlags, SIZE_T dwBytes) {
 }
 
 BOOL WINAPI HeapFree(HANDLE hHeap, DWORD dwFlags, LPVOID lpMem) {
-  EnterCall(Call::HeapFree);
+  EnterSureCall(Call::HeapFree);
   if (hHeap != &processHeap || dwFlags != 0) {
     Refuse(Call::HeapFree, "another heap or a flag is");
     return FALSE;

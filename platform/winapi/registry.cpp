@@ -9,6 +9,7 @@
 
 using platform::Call;
 using platform::EnterCall;
+using platform::EnterSureCall;
 using platform::HandleKind;
 using platform::OpenRegistryKey;
 using platform::Refuse;
@@ -75,7 +76,7 @@ LSTATUS WINAPI RegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD ulOptions, REGSA
 }
 
 LSTATUS WINAPI RegCloseKey(HKEY hKey) {
-  EnterCall(Call::RegCloseKey);
+  EnterSureCall(Call::RegCloseKey);
   if (hKey == HKEY_LOCAL_MACHINE) {
     return ERROR_SUCCESS;
   }

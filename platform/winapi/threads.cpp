@@ -1,6 +1,7 @@
 // Threads, events, mutexes and waits. All blocking ends in Scheduler::WaitUntil.
 #include <windows.h>
 
+#include <string>
 #include <vector>
 
 #include "platform/machine/machine.h"
@@ -8,6 +9,7 @@
 
 using platform::Call;
 using platform::EnterCall;
+using platform::EnterSureCall;
 using platform::EventObject;
 using platform::HandleKind;
 using platform::KernelObject;
@@ -47,6 +49,37 @@ BOOL ChangeEvent(HANDLE handle, void (EventObject::*change)(), const char* call)
   }
   TheMachine().scheduler.Update([&] { ((*event).*change)(); });
   return TRUE;
+}
+
+// Waits for the first of the objects that the calling thread can take. An abandoned mutex is the
+// service's own mistake, however well it is told of it.
+DWORD WaitForAny(const HANDLE* handles, DWORD count, DWORD milliseconds, const char* call) {
+  std::vector<std::shared_ptr<KernelObject>> objects;
+  for (DWORD i = 0; i < count; ++i) {
+    objects.push_back(TheMachine().handles.GetWaitable(handles[i], call));
+    if (objects.back() == nullptr) {
+      SetLastError(ERROR_INVALID_HANDLE);
+      return WAIT_FAILED;
+    }
+  }
+
+  SimThread& self = *Scheduler::Current();
+  DWORD taken = WAIT_TIMEOUT;
+  TheMachine().scheduler.WaitUntil(
+      [&] {
+        for (DWORD i = 0; i < count; ++i) {
+          if (objects[i]->TryTake(self)) {
+            taken = (objects[i]->wasAbandoned() ? WAIT_ABANDONED_0 : WAIT_OBJECT_0) + i;
+            return true;
+          }
+        }
+        return false;
+      },
+      DeadlineAfter(milliseconds));
+  if (taken != WAIT_TIMEOUT && taken >= WAIT_ABANDONED_0) {
+    TheMachine().faults.Add(std::string(call) + ": the mutex's owner ended without releasing it");
+  }
+  return taken;
 }
 
 }  // namespace
@@ -98,7 +131,7 @@ BOOL WINAPI SetThreadPriority(HANDLE hThread, int nPriority) {
 }
 
 void WINAPI ExitThread(DWORD dwExitCode) {
-  EnterCall(Call::ExitThread);
+  EnterSureCall(Call::ExitThread);
   TheMachine().scheduler.ExitCurrentThread(dwExitCode);
 }
 
@@ -130,12 +163,12 @@ HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES lpEventAttributes, BOOL bManual
 }
 
 BOOL WINAPI SetEvent(HANDLE hEvent) {
-  EnterCall(Call::SetEvent);
+  EnterSureCall(Call::SetEvent);
   return ChangeEvent(hEvent, &EventObject::Set, "SetEvent");
 }
 
 BOOL WINAPI ResetEvent(HANDLE hEvent) {
-  EnterCall(Call::ResetEvent);
+  EnterSureCall(Call::ResetEvent);
   return ChangeEvent(hEvent, &EventObject::Reset, "ResetEvent");
 }
 
@@ -152,7 +185,7 @@ HANDLE WINAPI CreateMutexW(LPSECURITY_ATTRIBUTES lpMutexAttributes, BOOL bInitia
 }
 
 BOOL WINAPI ReleaseMutex(HANDLE hMutex) {
-  EnterCall(Call::ReleaseMutex);
+  EnterSureCall(Call::ReleaseMutex);
   const auto mutex =
       TheMachine().handles.Get<MutexObject>(hMutex, HandleKind::Mutex, "ReleaseMutex");
   if (mutex == nullptr) {
@@ -180,29 +213,11 @@ DWORD WINAPI WaitForMultipleObjects(DWORD nCount, const HANDLE* lpHandles, BOOL 
     SetLastError(ERROR_NOT_SUPPORTED);
     return WAIT_FAILED;
   }
-  std::vector<std::shared_ptr<KernelObject>> objects;
-  for (DWORD i = 0; i < nCount; ++i) {
-    objects.push_back(TheMachine().handles.GetWaitable(lpHandles[i], "WaitForMultipleObjects"));
-    if (objects.back() == nullptr) {
-      SetLastError(ERROR_INVALID_HANDLE);
-      return WAIT_FAILED;
-    }
+  if (nCount == 0 || nCount > MAXIMUM_WAIT_OBJECTS) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return WAIT_FAILED;
   }
-
-  SimThread& self = *Scheduler::Current();
-  DWORD taken = WAIT_TIMEOUT;
-  TheMachine().scheduler.WaitUntil(
-      [&] {
-        for (DWORD i = 0; i < nCount; ++i) {
-          if (objects[i]->TryTake(self)) {
-            taken = WAIT_OBJECT_0 + i;
-            return true;
-          }
-        }
-        return false;
-      },
-      DeadlineAfter(dwMilliseconds));
-  return taken;
+  return WaitForAny(lpHandles, nCount, dwMilliseconds, "WaitForMultipleObjects");
 }
 
 DWORD WINAPI WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds) {
@@ -210,18 +225,10 @@ DWORD WINAPI WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds) {
     SetLastError(error);
     return WAIT_FAILED;
   }
-  const auto object = TheMachine().handles.GetWaitable(hHandle, "WaitForSingleObject");
-  if (object == nullptr) {
-    SetLastError(ERROR_INVALID_HANDLE);
-    return WAIT_FAILED;
-  }
-  SimThread& self = *Scheduler::Current();
-  const bool taken = TheMachine().scheduler.WaitUntil([&] { return object->TryTake(self); },
-                                                      DeadlineAfter(dwMilliseconds));
-  return taken ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
+  return WaitForAny(&hHandle, 1, dwMilliseconds, "WaitForSingleObject");
 }
 
 void WINAPI Sleep(DWORD dwMilliseconds) {
-  EnterCall(Call::Sleep);
+  EnterSureCall(Call::Sleep);
   TheMachine().scheduler.SleepMs(dwMilliseconds == INFINITE ? NoDeadline : dwMilliseconds);
 }

@@ -129,11 +129,11 @@ BOOL WINAPI WinUsb_Free(WINUSB_INTERFACE_HANDLE InterfaceHandle) {
     return FailWith(ERROR_INVALID_HANDLE);
   }
   if (const auto file = winUsb->file.lock()) {
+    // The driver leaves the interface as it found it.
+    if (winUsb->alternateSetting != 0 && !winUsb->target->isGone()) {
+      SelectSetting(*winUsb, 0);
+    }
     file->inWinUsb = false;
-  }
-  // The driver leaves the interface as it found it.
-  if (winUsb->alternateSetting != 0 && !winUsb->target->isGone()) {
-    SelectSetting(*winUsb, 0);
   }
   return TRUE;
 }

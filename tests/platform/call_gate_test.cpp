@@ -1,0 +1,104 @@
+// Failures and actions ordered by call and occurrence, or by the number of the call in the run.
+
+#include <algorithm>
+
+#include "tests/support/service_test.h"
+
+namespace {
+
+class CallGateTest : public ServiceTest {
+ protected:
+  // The tests count for themselves what failed.
+  void SetUp() override {
+    KeepFailing(Call::GetSystemPowerStatus, ERROR_GEN_FAILURE);
+    StopFailing();
+  }
+
+  // Makes one call for each letter: 'p' asks for the power status, 's' sleeps, which cannot fail.
+  // Returns an 'x' for each that failed.
+  static std::string Make(const std::string& calls) {
+    std::string outcome;
+    for (const char call : calls) {
+      SYSTEM_POWER_STATUS status;
+      if (call == 's') {
+        Sleep(1);
+        outcome += '.';
+      } else if (GetSystemPowerStatus(&status)) {
+        outcome += '.';
+      } else {
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_GEN_FAILURE}) << outcome;
+        outcome += 'x';
+      }
+    }
+    return outcome;
+  }
+};
+
+TEST_F(CallGateTest, FailsTheOrderedCallAloneOrAllFromItOn) {
+  const std::tuple<bool, u32, bool, std::string> rows[] = {
+      {false, 1, false, "x......"}, {false, 3, false, "...x..."}, {false, 3, true, "...x.xx"},
+      {false, 6, true, "......."},  {true, 1, false, "x......"},  {true, 3, false, "......."},
+      {true, 4, false, "...x..."},  {true, 3, true, "...x.xx"},   {true, 8, true, "......."},
+  };
+  for (const auto& [byNumber, number, fromThenOn, outcome] : rows) {
+    const u64 before = machine.gate.FailedOf(Call::GetSystemPowerStatus);
+    if (byNumber) {
+      machine.gate.FailNumber(machine.gate.total() + number, 0, fromThenOn);
+    } else {
+      machine.gate.FailCall(Call::GetSystemPowerStatus, number, ERROR_GEN_FAILURE, fromThenOn);
+    }
+    EXPECT_EQ(Make("ppspspp"), outcome) << byNumber << " " << number;
+    EXPECT_EQ(machine.gate.FailedOf(Call::GetSystemPowerStatus) - before,
+              static_cast<u64>(std::count(outcome.begin(), outcome.end(), 'x')));
+    StopFailing();
+    EXPECT_EQ(Make("ppp"), "...") << "an order forgotten";
+  }
+}
+
+TEST_F(CallGateTest, CountsThroughTheErrorsOfTheCall) {
+  const DWORD errors[] = {ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, ERROR_FILE_NOT_FOUND};
+  for (u32 index = 0; index < 5; ++index) {
+    machine.gate.FailNumber(machine.gate.total() + 1, index);
+    EXPECT_EQ(CreateFileW(u"", 0, 0, nullptr, OPEN_EXISTING, 0, nullptr), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), errors[index % 3]) << index;
+  }
+}
+
+TEST_F(CallGateTest, ActsInFrontOfTheCallWithTheNumberOnItsThread) {
+  std::string order;
+  platform::SimThread* actor = nullptr;
+  machine.gate.AtNumber(machine.gate.total() + 2, [&] {
+    order += "action ";
+    actor = platform::Scheduler::Current();
+  });
+  machine.gate.Observe([&](Call call) { order += std::string(platform::NameOf(call)) + " "; });
+  const Thread thread = OnThread([] { Make("psp"); });
+  WaitFor(thread);
+  machine.gate.Observe(nullptr);
+  EXPECT_EQ(order, "GetSystemPowerStatus action Sleep GetSystemPowerStatus ");
+  EXPECT_EQ(actor, thread.get());
+
+  // A process that is ended there does not come back from the call.
+  std::atomic<u32> reached = 0;
+  machine.gate.AtNumber(machine.gate.total() + 2, [this] { machine.KillServiceProcess(); });
+  OnThread([&] {
+    Make("p");
+    ++reached;
+    Make("p");
+    ++reached;
+  });
+  PassTime(100);
+  EXPECT_EQ(reached, 1u);
+}
+
+TEST_F(CallGateTest, RefusesToFailWhatAlwaysSucceeds) {
+  const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  for (const Call call : {Call::SetEvent, Call::CloseHandle}) {
+    machine.gate.FailCall(call, 1, ERROR_ACCESS_DENIED);
+    ExpectFault(std::string(platform::NameOf(call)) + ": its failure is not modelled");
+  }
+  EXPECT_TRUE(SetEvent(event));
+  EXPECT_TRUE(CloseHandle(event));
+}
+
+}  // namespace
