@@ -23,9 +23,6 @@ const std::map<platform::HandleKind, std::size_t>& LongLivedHandles() {
   return Table;
 }
 
-// The memory maps of the last device: an array, and a sector table for each of its settings.
-constexpr std::size_t LongLivedBlocks = 8;
-
 bool IsDfuRequest(const platform::TransferRecord& record, u8 request) {
   return (record.setup.RequestType & 0x7F) == 0x21 && record.setup.Request == request &&
          record.path.find(u"hid#") == std::u16string::npos;
@@ -150,7 +147,8 @@ void Judge::LookAtHandles() {
   if (stage_.machine().heap.OpenBlocks() != 0) {
     Violate("blocks of the process heap were not freed");
   }
-  if (ProductMemory().blocks > LongLivedBlocks) {
+  // The memory maps of the last device stay: an array, and a sector table for each setting.
+  if (ProductMemory().blocks > 1 + plan_.keyboard.alternateSettings.size()) {
     Violate(std::to_string(ProductMemory().blocks) + " blocks of memory were not freed");
   }
 }
