@@ -8,6 +8,9 @@ namespace {
 
 constexpr u64 TroublesEndMs = 90'000;
 
+// bwPollTimeout has 24 bits: more than four hours and a half.
+constexpr u32 LongestPollTimeoutMs = 0xFFFFFF;
+
 // splitmix64: small, and the same on every machine.
 class Dice {
  public:
@@ -84,7 +87,10 @@ KeyboardOptions DrawKeyboard(Dice& dice) {
   KeyboardOptions keyboard;
   keyboard.version = {1, 1, 2, 1};
   DrawFlash(dice, keyboard);
-  keyboard.firmware = {{keyboard.imageAddress, dice.Between(256, 1024)}};
+  keyboard.firmware.clear();
+  for (const FlashRegion& region : keyboard.flash) {
+    keyboard.firmware.push_back({region.address, dice.Between(256, RegionBytes(region))});
+  }
   BootloaderOptions& bootloader = keyboard.bootloader;
   bootloader.transferSize = dice.OneOf<u16>({64, 128, 256, 512, 1024, 1000, 2048, 4096});
   bootloader.eraseBaseMs = dice.OneOf<u32>({0, 1, 20, 150, 2000});
@@ -176,10 +182,20 @@ TrialEvent DrawEvent(Dice& dice) {
                 stage.keyboard.ScriptStatus({static_cast<u8>(some == 1 ? errWRITE : errUNKNOWN), 0,
                                              some == 3 ? u8{dfuDNLOADIDLE} : u8{dfuERROR}});
               }};
-    case 13:
+    case 13: {
+      const u32 busyMs = dice.OneOf<u32>({shortMs * 3, LongestPollTimeoutMs});
+      if (some == 1) {
+        return {timeMs, "device says that it is busy for long", [=](Stage& stage) {
+                  stage.keyboard.ScriptStatus({dfuOK, busyMs, dfuDNBUSY});
+                }};
+      }
       return {timeMs, "device busy for long", [=](Stage& stage) {
-                stage.keyboard.ScriptStatus({dfuOK, shortMs * 3, dfuDNBUSY});
+                stage.keyboard.Change([=](KeyboardOptions& options) {
+                  options.bootloader.eraseBaseMs = busyMs;
+                  options.bootloader.writeMs = busyMs;
+                });
               }};
+    }
     case 14:
       return {timeMs, "service stopped",
               [](Stage& stage) { stage.machine().services.SendControl(SERVICE_CONTROL_STOP); }};

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <sstream>
 
+#include "simulator/dfu_descriptors.h"
 #include "simulator/soak/judge.h"
 #include "simulator/soak/product_memory.h"
 #include "simulator/timeline.h"
@@ -50,6 +51,7 @@ struct LifeReport {
   u64 troubledCalls;
   u64 troubledTransfers;
   u64 troubledMemoryRequests;
+  u64 lastBlockTransfer;
   u64 callFaults;
   std::size_t flashBytes;
   char text[ReportBytes];  // lines: "V violation", "T trouble", "W word"
@@ -130,6 +132,9 @@ class Life {
         timeline_->Write("wire", DescribeTransfer(record));
       }
       judge_.LookAtTransfer(record);
+      if (record.setup.Request == DfuDnload && record.setup.Value > 1) {
+        report_.lastBlockTransfer = machine().devices.transferCount();
+      }
     });
     machine().devices.PlanDeliveries([this](const platform::Notice&) { return PlanDelivery(); });
     machine().scheduler.OnStuck([this](const std::string& why) { EndStuck(why); });
@@ -193,6 +198,15 @@ class Life {
       machine().devices.AtTransfer(plan_.pull->transfer, [this] {
         Count("pulled at a transfer");
         keyboard_.PullFor(plan_.pull->awayMs, keyboard_.mode() == KeyboardMode::Dfu);
+      });
+    }
+    if (plan_.announceAtTransfer.has_value()) {
+      machine().devices.AtTransfer(*plan_.announceAtTransfer, [this] {
+        if (keyboard_.mode() == KeyboardMode::Dfu) {
+          Count("announced again");
+          machine().devices.Inject(
+              {CM_NOTIFY_ACTION_DEVICEINTERFACEARRIVAL, DfuModeInterfaceGuid, u"once more"});
+        }
       });
     }
     if (plan_.killAtCall.has_value()) {
@@ -417,6 +431,7 @@ TrialReport RunTrial(const TrialPlan& plan, const std::string& driveFolder) {
       report.troubledCalls = life.troubledCalls;
       report.troubledTransfers = life.troubledTransfers;
       report.troubledMemoryRequests = life.troubledMemoryRequests;
+      report.lastBlockTransfer = life.lastBlockTransfer;
       if (life.callFaults != 0) {
         report.troubles["call failed"] += life.callFaults;
       }

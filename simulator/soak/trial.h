@@ -72,6 +72,10 @@ struct TrialPlan {
   std::vector<TrialEvent> events;  // in the order of their times
   std::optional<CallFault> callFault;
   std::optional<Pull> pull;
+
+  // In front of that transfer the keyboard in DFU mode is announced once more.
+  std::optional<u64> announceAtTransfer;
+
   std::optional<u64> killAtCall;
 
   // The request for memory with that number is refused (see product_memory.h).
@@ -97,6 +101,9 @@ struct TrialReport {
   u64 troubledCalls = 0;
   u64 troubledTransfers = 0;
   u64 troubledMemoryRequests = 0;
+
+  // The number of the last transfer of the first life that carried firmware.
+  u64 lastBlockTransfer = 0;
 
   std::map<std::string, u64> troubles;  // what happened, by kind
   std::map<std::string, u64> words;     // told to the user

@@ -2,13 +2,13 @@
 
 #include "keyboard/enter_dfu.h"
 
+#include "tests/keyboard/discovery_lines.h"
 #include "tests/support/tablet_test.h"
 
 namespace {
 
 using Strings = std::vector<std::string>;
 
-constexpr char Looking[] = "\n....looking for our HID device (with UP=0x0001 and Usage=0x00)\n";
 constexpr char Match[] = "Success: Found my KBD.. \n";
 constexpr char NotSent[] = "failed in HidD_SetOutputReport.\n";
 

@@ -5,6 +5,7 @@
 #include <hidsdi.h>
 
 #include "platform/machine/text.h"
+#include "tests/keyboard/discovery_lines.h"
 #include "tests/support/stdout_capture.h"
 #include "tests/support/tablet_test.h"
 
@@ -15,7 +16,6 @@ using platform::HandleKind;
 using Strings = std::vector<std::string>;
 
 constexpr std::size_t npos = std::string::npos;
-constexpr char Looking[] = "\n....looking for our HID device (with UP=0x0001 and Usage=0x00)\n";
 constexpr char Found[] = "Success: Found my KBD.. \n";
 
 class HidDiscoveryTest : public TabletTest {

@@ -5,7 +5,8 @@ simulator::TrialPlan SmallUpdate(Road road) {
   plan.name = "sweep";
   plan.keyboard.version = {1, 1, 2, 1};
   plan.keyboard.flash = {{simulator::DefaultFlashAddress, {{4, 1024}, {2, 4096}}}};
-  plan.keyboard.firmware = {{simulator::DefaultFlashAddress, 700}};
+  plan.keyboard.firmware = {{simulator::DefaultFlashAddress, 700},
+                            {simulator::DefaultFlashAddress + 4096, 8192}};
   plan.package.version = {1, 2, 2, 1};
   plan.package.fileName = "VantrelKb_1.2.2.1.dfu";
   plan.package.contents.targets.emplace_back();

@@ -45,7 +45,8 @@ class SweepTest : public ::testing::Test {
 
   // Runs one trial for each place, which arm puts into the plan, and prints what came of them.
   void Sweep(const char* what, TrialPlan plan, u64 places,
-             const std::function<void(TrialPlan&, u64)>& arm) {
+             const std::function<void(TrialPlan&, u64)>& arm,
+             const std::function<void(const TrialReport&)>& look = {}) {
     u64 runs = 0;
     u64 met = 0;
     u64 newStarts = 0;
@@ -55,6 +56,10 @@ class SweepTest : public ::testing::Test {
       const TrialReport report = RunTrial(plan, folder_);
       for (const std::string& violation : report.violations) {
         ADD_FAILURE() << plan.name << ": " << violation;
+      }
+      if (look) {
+        SCOPED_TRACE(plan.name);
+        look(report);
       }
       ++runs;
       met += report.troubles.empty() ? 0 : 1;
@@ -120,6 +125,19 @@ INSTANTIATE_TEST_SUITE_P(Transfers, PullSweep,
                                            PullCase{"BackAtOnceAtStartUp", Road::AtStartUp, 1},
                                            PullCase{"BackLateAtStartUp", Road::AtStartUp, 9'000}),
                          [](const auto& testCase) { return std::string(testCase.param.name); });
+
+// A second announcement of a device whose update is under way is none of the update's business.
+TEST_F(SweepTest, AnnouncedAgainAtEveryTransfer) {
+  const TrialPlan plan = SmallUpdate(Road::OnArrival);
+  const TrialReport undisturbed = RunUndisturbed(plan);
+  Sweep(
+      "announced again", plan, undisturbed.lastBlockTransfer,
+      [](TrialPlan& armed, u64 place) { armed.announceAtTransfer = place; },
+      [&](const TrialReport& report) {
+        EXPECT_EQ(report.troubledTransfers, undisturbed.troubledTransfers);
+        EXPECT_EQ(report.words, undisturbed.words);
+      });
+}
 
 class KillSweep : public SweepTest, public ::testing::WithParamInterface<Road> {};
 
