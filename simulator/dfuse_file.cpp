@@ -127,13 +127,12 @@ bool CheckEnds(const std::vector<u8>& bytes, std::string& reason) {
 
 }  // namespace
 
-// Four bits at a time.
 u32 DfuCrc(const u8* bytes, std::size_t count) {
   static constexpr auto Steps = [] {
-    std::array<u32, 16> steps{};
+    std::array<u32, 256> steps{};
     for (u32 i = 0; i < steps.size(); ++i) {
       steps[i] = i;
-      for (int bit = 0; bit < 4; ++bit) {
+      for (int bit = 0; bit < 8; ++bit) {
         steps[i] = (steps[i] >> 1) ^ ((steps[i] & 1) != 0 ? 0xEDB88320u : 0u);
       }
     }
@@ -141,9 +140,7 @@ u32 DfuCrc(const u8* bytes, std::size_t count) {
   }();
   u32 crc = 0xFFFFFFFF;
   for (std::size_t i = 0; i < count; ++i) {
-    crc ^= bytes[i];
-    crc = (crc >> 4) ^ Steps[crc & 0xF];
-    crc = (crc >> 4) ^ Steps[crc & 0xF];
+    crc = (crc >> 8) ^ Steps[(crc ^ bytes[i]) & 0xFF];
   }
   return crc;
 }

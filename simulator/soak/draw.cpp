@@ -65,16 +65,17 @@ u32 RegionBytes(const FlashRegion& region) {
 }
 
 // Parts that touch neither each other nor the same byte twice, in any order but for the first,
-// which carries the image's record.
+// which carries the image's record. What many blocks show, fifty of them show as well.
 std::vector<ImagePart> DrawParts(Dice& dice, const KeyboardOptions& keyboard) {
+  const u32 mostBytes = std::max(512u, 50u * keyboard.bootloader.transferSize);
   std::vector<ImagePart> parts;
   for (const FlashRegion& region : keyboard.flash) {
     const u32 bytes = RegionBytes(region);
     const u32 half = bytes / 2;
-    parts.push_back({region.address, dice.Between(256, half)});
+    parts.push_back({region.address, dice.Between(256, std::min(half, mostBytes))});
     if (dice.OneIn(2)) {
       const u32 start = half + dice.Between(0, half / 2);
-      parts.push_back({region.address + start, dice.Between(1, bytes - start)});
+      parts.push_back({region.address + start, dice.Between(1, std::min(bytes - start, mostBytes))});
     }
   }
   if (parts.size() > 2 && dice.OneIn(2)) {

@@ -1,8 +1,10 @@
 #include "simulator/soak/soak.h"
 
+#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cinttypes>
 #include <filesystem>
 #include <map>
@@ -44,7 +46,30 @@ std::string Encode(u64 seed, const TrialReport& report) {
   return text.str();
 }
 
+// The lives of a run stay on the processor that they begin on; without this, those of two jobs may
+// crowd on one and leave the other idle.
+void TakeProcessor(u32 job) {
+  cpu_set_t allowed;
+  CPU_ZERO(&allowed);
+  if (sched_getaffinity(0, sizeof(allowed), &allowed) != 0) {
+    return;
+  }
+  int skip = static_cast<int>(job) % std::max(1, CPU_COUNT(&allowed));
+  for (std::size_t processor = 0; processor < CPU_SETSIZE; ++processor) {
+    if (CPU_ISSET(processor, &allowed) && skip-- == 0) {
+      cpu_set_t only;
+      CPU_ZERO(&only);
+      CPU_SET(processor, &only);
+      sched_setaffinity(0, sizeof(only), &only);
+      return;
+    }
+  }
+}
+
 void RunJob(const SoakOptions& options, u32 job, std::FILE* results) {
+  if (!options.parallel) {
+    TakeProcessor(job);
+  }
   std::string folder = (std::filesystem::temp_directory_path() / "vantrel-soak-XXXXXX").string();
   if (mkdtemp(folder.data()) == nullptr) {
     std::fprintf(stderr, "vantrel-sim: cannot make a folder for the runs\n");

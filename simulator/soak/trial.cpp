@@ -287,6 +287,9 @@ class Life {
       PassUntil(plan_.quietAtMs + SettleMs);
       return;
     }
+    if (!troubled_ && !IsUpdated() && !HasEnded()) {
+      judge_.Violate("a new start of the service did not update the keyboard");
+    }
     if (!IsUpdated()) {
       PassUntil(StartUpMs);
       keyboard_.Detach();
