@@ -79,12 +79,15 @@ class OperationTest : public TabletTest {
     ASSERT_EQ(InsertElement(&image, image.Elements.size(), {address, size, bytes.data()}), 1);
   }
 
-  // Makes it an image of elements without bytes, for counting alone.
+  // Makes it an image of elements for counting: of a size that no device is sent, without bytes.
   void SetSizes(const std::vector<u32>& sizes) {
-    while (image.Elements.Remove(0)) {
+    constexpr u32 MostBytes = 65'535;
+    while (image.Elements.size() != 0) {
+      RemoveElement(&image, 0);
     }
     for (const u32 size : sizes) {
-      ASSERT_TRUE(image.Elements.Insert(image.Elements.size(), {0x08000000, size, nullptr}));
+      u8* const bytes = size <= MostBytes ? new u8[size]() : nullptr;
+      ASSERT_TRUE(image.Elements.Insert(image.Elements.size(), {0x08000000, size, bytes}));
     }
   }
 
