@@ -75,7 +75,8 @@ std::vector<ImagePart> DrawParts(Dice& dice, const KeyboardOptions& keyboard) {
     parts.push_back({region.address, dice.Between(256, std::min(half, mostBytes))});
     if (dice.OneIn(2)) {
       const u32 start = half + dice.Between(0, half / 2);
-      parts.push_back({region.address + start, dice.Between(1, std::min(bytes - start, mostBytes))});
+      parts.push_back(
+          {region.address + start, dice.Between(1, std::min(bytes - start, mostBytes))});
     }
   }
   if (parts.size() > 2 && dice.OneIn(2)) {

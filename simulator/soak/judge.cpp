@@ -62,6 +62,7 @@ void Judge::LookAtTransfer(const platform::TransferRecord& record) {
     overlapped = record.startMs < lastTransferEndMs_ && record.threadId != lastTransferThread_;
     lastTransferEndMs_ = std::max(lastTransferEndMs_, record.endMs);
     lastTransferThread_ = record.threadId;
+    NoteWait(record);
     if (IsDfuRequest(record, DfuDnload) &&
         (downloaders_.empty() || downloaders_.back() != record.threadId)) {
       returned = std::find(downloaders_.begin(), downloaders_.end(), record.threadId) !=
@@ -77,6 +78,24 @@ void Judge::LookAtTransfer(const platform::TransferRecord& record) {
   }
 }
 
+// How long the device asked to be left alone, as its last answer has it.
+void Judge::NoteWait(const platform::TransferRecord& record) {
+  constexpr std::size_t StatusBytes = 6;
+  if (record.setup.RequestType == 0xA1 && record.setup.Request == DfuGetStatus &&
+      record.data.size() == StatusBytes && record.data[4] == dfuDNBUSY) {
+    leftAloneUntilMs_ =
+        record.endMs + (record.data[1] | u32{record.data[2]} << 8 | u32{record.data[3]} << 16);
+  } else {
+    leftAloneUntilMs_ = 0;
+  }
+}
+
+bool Judge::IsLeftAlone() const {
+  const u64 nowMs = stage_.tablet.nowMs();
+  const std::scoped_lock lock(lock_);
+  return leftAloneUntilMs_ >= nowMs;
+}
+
 void Judge::ConcludeLife(bool quiet) {
   for (const std::string& fault : stage_.machine().faults.All()) {
     Violate(fault);
@@ -89,7 +108,7 @@ void Judge::ConcludeLife(bool quiet) {
   }
   LookAtFlash();
   LookAtWords();
-  if (quiet) {
+  if (quiet && !IsLeftAlone()) {
     LookAtHandles();
   }
 }

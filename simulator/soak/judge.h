@@ -29,12 +29,15 @@ class Judge {
   void Violate(const std::string& what);
 
   // Looks at all that can be looked at when the life is over. quiet: no update is under way, so
-  // nothing may be open but what lives as long as the process.
+  // nothing may be open but what lives as long as the process; unless the device asked to be left
+  // alone until later, and was pulled: the operation learns of it then.
   void ConcludeLife(bool quiet);
 
   std::vector<std::string> violations() const;
 
  private:
+  void NoteWait(const platform::TransferRecord& record);
+  bool IsLeftAlone() const;
   void LookAtFlash();
   void LookAtHandles();
   void LookAtWords();
@@ -45,6 +48,7 @@ class Judge {
   mutable std::mutex lock_;
   std::vector<std::string> violations_;
   std::vector<u32> downloaders_;  // threads that sent DNLOADs, in the order of their first
+  u64 leftAloneUntilMs_ = 0;
   u64 lastTransferEndMs_ = 0;
   u32 lastTransferThread_ = 0;
   u64 occasions_ = 0;

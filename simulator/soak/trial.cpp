@@ -196,13 +196,16 @@ class Life {
     }
     if (plan_.pull.has_value()) {
       machine().devices.AtTransfer(plan_.pull->transfer, [this] {
+        if (troublesEnded_) {
+          return;
+        }
         Count("pulled at a transfer");
         keyboard_.PullFor(plan_.pull->awayMs, keyboard_.mode() == KeyboardMode::Dfu);
       });
     }
     if (plan_.announceAtTransfer.has_value()) {
       machine().devices.AtTransfer(*plan_.announceAtTransfer, [this] {
-        if (keyboard_.mode() == KeyboardMode::Dfu) {
+        if (!troublesEnded_ && keyboard_.mode() == KeyboardMode::Dfu) {
           Count("announced again");
           machine().devices.Inject(
               {CM_NOTIFY_ACTION_DEVICEINTERFACEARRIVAL, DfuModeInterfaceGuid, u"once more"});
@@ -211,6 +214,9 @@ class Life {
     }
     if (plan_.killAtCall.has_value()) {
       machine().gate.AtNumber(*plan_.killAtCall, [this] {
+        if (troublesEnded_) {
+          return;
+        }
         Count("killed at a call");
         killed_ = true;
         machine().KillServiceProcess();
@@ -257,6 +263,7 @@ class Life {
     if (timeline_ != nullptr) {
       timeline_->Write("trouble", "all of it ends");
     }
+    troublesEnded_ = true;
     report_.callFaults = machine().gate.failed();
     report_.troubledCalls = machine().gate.total();
     report_.troubledTransfers = machine().devices.transferCount();
@@ -362,6 +369,7 @@ class Life {
   bool attachInDfu_ = false;
   bool loggedOn_ = false;
   std::atomic<bool> killed_ = false;
+  std::atomic<bool> troublesEnded_ = false;
   std::mutex lock_;  // guards troubles_
   std::map<std::string, u64> troubles_;
 };
