@@ -81,12 +81,16 @@ TEST(MemoryMapParserTest, ReadsMaps) {
       {"@F/0--2/1*1 a", "F| 0-fffffffe:1:a"},
       {"@F/ +0X0aF/1*1 a", "F| af:1:a"},
       {"@F/12xyz/1*1 a", "F| 12:1:a"},
+      {"@F/00A/1*1 a", "F| a:1:a"},
       {"@F//1*1 a", "F| 0:1:a"},
       {"@F/123456789/1*1 a", "F| ffffffff:1:a"},
       {"@F/FFFFFC00/2*1Ka", "F| fffffc00:1024:a 0:1024:a"},
 
       // Numbers are decimal, and the largest size just fits.
       {"@F/0/ +02*010 a,\t1*1 b", "F| 0:10:a a:10:a 14:1:b"},
+      {"@F/0/\x0E"
+       "1*1 a",
+       "F| -"},
       {"@F/0/0*1Kg,1*2Kg,0*4Kg", "F| 0:2048:g"},
       {"@F/0/1*0Kg,1*Kg", "F| 0:0:g 0:0:g"},
       {"@F/0/1*4294967295 g", "F| 0:4294967295:g"},

@@ -136,16 +136,21 @@ TEST_F(TransferBlockTest, PublishesCommandAndAddress) {
   EXPECT_EQ(operation.published.back().address, 0x08004000u);
 }
 
-TEST_F(TransferBlockTest, RequestsNeedAHandle) {
+TEST_F(TransferBlockTest, RequestsNeedAHandleAndABuffer) {
   HANDLE file = nullptr;
   WINUSB_INTERFACE_HANDLE none = nullptr;
   DfuStatus dfuStatus{};
   u8 data = 0;
+  OperationContext record = Record(OperationDownload);
   EXPECT_EQ(RequestDownload(none, 2, &data, 1), StatusNoInterfaceHandle);
   EXPECT_EQ(RequestStatus(file, none, &dfuStatus), StatusNoInterfaceHandle);
   EXPECT_EQ(RequestClearStatus(none), StatusNoInterfaceHandle);
   EXPECT_EQ(RequestState(none, data), StatusNoInterfaceHandle);
   EXPECT_EQ(RequestAbort(none), StatusNoInterfaceHandle);
+  Probe<FlashOperation> operation(record, device);
+  OperationContext work = Open(operation);
+  EXPECT_EQ(RequestStatus(work.fileHandle, work.winUsbHandle, nullptr), StatusNoInterfaceHandle);
+  CloseDfuHandles(work.fileHandle, work.winUsbHandle);
   EXPECT_EQ(machine.gate.CountOf(platform::Call::WinUsb_ControlTransfer), 0u);
 }
 

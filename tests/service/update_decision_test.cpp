@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "dfuengine/session_values.h"
+#include "dfuengine/update_session.h"
 #include "service/package_location.h"
 #include "service/stop_latch.h"
 #include "tests/support/service_test.h"
@@ -194,6 +195,14 @@ TEST_F(UpdateDecisionTest, BeginsNothingWithoutTheLock) {
   InstallAndSelect();
   KeepFailing(Call::CreateMutexW, ERROR_NOT_ENOUGH_MEMORY);
   ExpectNothingBegins();
+  StopFailing();
+
+  KeepFailing(Call::WaitForSingleObject, ERROR_INVALID_HANDLE);
+  currentOperationId = 5;
+  ExpectNothingBegins();
+  SessionStep();
+  EXPECT_EQ(Lines(), Texts{});
+  EXPECT_EQ(currentOperationId, 5u);
 }
 
 }  // namespace
