@@ -143,7 +143,8 @@ TrialEvent DrawEvent(Dice& dice) {
     case 0:
       return {timeMs, "keyboard pulled", [=](Stage& stage) { Unplug(stage, shortMs); }};
     case 1:
-      return {timeMs, "notices to be dropped", [=](Stage& stage) { stage.deliveries.drop = some; }};
+      return {timeMs, "arrivals to be dropped",
+              [=](Stage& stage) { stage.deliveries.drop = some; }};
     case 2:
       return {timeMs, "notices to come twice",
               [=](Stage& stage) { stage.deliveries.twice = some; }};

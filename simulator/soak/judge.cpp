@@ -63,6 +63,9 @@ void Judge::LookAtTransfer(const platform::TransferRecord& record) {
     lastTransferEndMs_ = std::max(lastTransferEndMs_, record.endMs);
     lastTransferThread_ = record.threadId;
     NoteWait(record);
+    if (IsDfuRequest(record, DfuDnload)) {
+      lastDownloadWasTheLeave_ = record.setup.Length == 0;
+    }
     if (IsDfuRequest(record, DfuDnload) &&
         (downloaders_.empty() || downloaders_.back() != record.threadId)) {
       returned = std::find(downloaders_.begin(), downloaders_.end(), record.threadId) !=
@@ -110,6 +113,7 @@ void Judge::ConcludeLife(bool quiet) {
   LookAtWords();
   if (quiet && !IsLeftAlone()) {
     LookAtHandles();
+    LookAtMemory();
   }
 }
 
@@ -166,9 +170,20 @@ void Judge::LookAtHandles() {
   if (stage_.machine().heap.OpenBlocks() != 0) {
     Violate("blocks of the process heap were not freed");
   }
-  // The memory maps of the last device stay: an array, and a sector table for each setting.
-  if (ProductMemory().blocks > 1 + plan_.keyboard.alternateSettings.size()) {
-    Violate(std::to_string(ProductMemory().blocks) + " blocks of memory were not freed");
+}
+
+// The memory maps of the last device stay: an array, and a sector table for each setting. The image
+// of an update that failed early stays, too, until the next one begins; so this asks only after one
+// that went to its end.
+void Judge::LookAtMemory() {
+  const std::size_t blocks = ProductMemory().blocks;
+  bool wentToItsEnd = false;
+  {
+    const std::scoped_lock lock(lock_);
+    wentToItsEnd = lastDownloadWasTheLeave_;
+  }
+  if (wentToItsEnd && blocks > 1 + plan_.keyboard.alternateSettings.size()) {
+    Violate(std::to_string(blocks) + " blocks of memory were not freed");
   }
 }
 

@@ -38,6 +38,7 @@ class Judge {
  private:
   void NoteWait(const platform::TransferRecord& record);
   bool IsLeftAlone() const;
+  void LookAtMemory();
   void LookAtFlash();
   void LookAtHandles();
   void LookAtWords();
@@ -48,6 +49,7 @@ class Judge {
   mutable std::mutex lock_;
   std::vector<std::string> violations_;
   std::vector<u32> downloaders_;  // threads that sent DNLOADs, in the order of their first
+  bool lastDownloadWasTheLeave_ = false;
   u64 leftAloneUntilMs_ = 0;
   u64 lastTransferEndMs_ = 0;
   u32 lastTransferThread_ = 0;

@@ -136,16 +136,17 @@ class Life {
         report_.lastBlockTransfer = machine().devices.transferCount();
       }
     });
-    machine().devices.PlanDeliveries([this](const platform::Notice&) { return PlanDelivery(); });
+    machine().devices.PlanDeliveries(
+        [this](const platform::Notice& notice) { return PlanDelivery(notice); });
     machine().scheduler.OnStuck([this](const std::string& why) { EndStuck(why); });
   }
 
-  platform::DeliveryPlan PlanDelivery() {
+  platform::DeliveryPlan PlanDelivery(const platform::Notice& notice) {
     platform::DeliveryPlan delivery;
     delivery.delayMs = deliveries_.delayMs;
-    if (TakeOne(deliveries_.drop)) {
+    if (notice.action == CM_NOTIFY_ACTION_DEVICEINTERFACEARRIVAL && TakeOne(deliveries_.drop)) {
       delivery.times = 0;
-      Count("notice dropped");
+      Count("arrival dropped");
     } else if (TakeOne(deliveries_.twice)) {
       delivery.times = 2;
       Count("notice delivered twice");

@@ -24,7 +24,7 @@ namespace simulator {
 // How the next notices are delivered; all of them in order when nothing is set. The script and the
 // threads that announce use it.
 struct Deliveries {
-  std::atomic<u32> drop = 0;     // so many are never delivered
+  std::atomic<u32> drop = 0;     // so many arrivals are never told
   std::atomic<u32> twice = 0;    // so many are delivered twice
   std::atomic<u32> delayMs = 0;  // all are late by so much
 };
