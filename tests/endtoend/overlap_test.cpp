@@ -51,6 +51,26 @@ TEST_F(OverlapTest, DuplicateArrivalIsServedWhenTheOperationFails) {
   ExpectUpdated(keyboard, {"START", "DISCONNECT", "COMPLETE"});
 }
 
+// The tick sees the failure before anybody is told of the removal that caused it.
+TEST_F(OverlapTest, RemovalToldAfterTheTickIsToldToTheUserOnce) {
+  VirtualKeyboard& keyboard = BeginUpdate();
+  PassTimeUntilReached(keyboard, Progress::Downloading);
+  AnnounceAgain();
+  PassTime(10);
+  machine.devices.PlanDeliveries([](const platform::Notice& notice) {
+    platform::DeliveryPlan delivery;
+    delivery.delayMs = notice.action == CM_NOTIFY_ACTION_DEVICEINTERFACEREMOVAL ? 2900 : 0;
+    return delivery;
+  });
+  keyboard.Detach();
+  PassTime(2800);
+  ASSERT_EQ(Words(), (Texts{"START", "DISCONNECT"}));
+  PassTime(10'000);
+  EXPECT_EQ(Words(), (Texts{"START", "DISCONNECT"}));
+  keyboard.AttachInDfuMode();
+  ExpectUpdated(keyboard, {"START", "DISCONNECT", "COMPLETE"});
+}
+
 // With a removal in front it would be a new update's, were there a package for one.
 TEST_F(OverlapTest, ArrivalWithoutAPackageEndsNothing) {
   VirtualKeyboard& keyboard = BeginUpdate();
