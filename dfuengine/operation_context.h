@@ -82,8 +82,11 @@ inline constexpr u8 PercentAtWork = 99;
 
 inline constexpr std::size_t DevicePathBytes = 260;
 
+// What an update keeps of its device's path; a longer one is cut.
+inline constexpr std::size_t DevicePathKeptChars = 258;
+
 struct OperationContext {
-  // Carried along from one operation of an update to the next; the engine does not read them.
+  // Carried along from one operation of an update to the next; nothing reads them.
   GUID guidA;
   GUID guidB;
 
@@ -92,8 +95,9 @@ struct OperationContext {
   // The elements to work through. The operation does not own it; whoever finishes it releases it.
   DfuImage* image;
 
-  // The DFU interface's path with its terminating zero. Carried along: the device is always opened
-  // with OpenFirstDfuDevice.
+  // The path of the DFU interface that the update was prepared for, with its terminating zero;
+  // empty when it is not known. Carried along from one operation to the next. The device is always
+  // opened with OpenFirstDfuDevice, and must be the one of this path.
   char devicePath[DevicePathBytes];
 
   // Publications so far; kept by SetContext, whatever a working copy says.

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "common/status.h"
+#include "common/wide_string.h"
 #include "dfudevice/descriptors.h"
 #include "dfudevice/dfu_device_entry.h"
 #include "dfuengine/dfu_requests.h"
@@ -13,10 +14,28 @@ namespace {
 
 constexpr u32 RetriesForBadStatus = 3;
 
-// The device is opened for this alone and closed again: the operation's thread opens its own.
-u32 ReadDeviceTransferSize(u16& transferSize) {
-  DfuDeviceEntry entry{};
+// Whether the entry is the device that the update was prepared for. The path is unknown when its
+// listing failed; a long one was cut, so the characters that every copy keeps decide.
+bool IsDeviceOfUpdate(const DfuDeviceEntry& entry, const char* devicePath) {
+  char path[DevicePathBytes];
+  return devicePath[0] == '\0' || (NarrowToAnsi(entry.path, path, sizeof path) &&
+                                   std::strncmp(path, devicePath, DevicePathKeptChars) == 0);
+}
+
+// Opens the first DFU device as long as it is the update's. Another keyboard that arrives in DFU
+// mode may be listed in front: what was erased on one must not be written to the other, whose
+// firmware would be neither the old nor the new. The update then fails as if its device were gone.
+void OpenDeviceOfUpdate(const char* devicePath, DfuDeviceEntry& entry) {
   OpenFirstDfuDevice(entry);
+  if (!IsDeviceOfUpdate(entry, devicePath)) {
+    CloseDfuDevice(entry);
+  }
+}
+
+// The device is opened for this alone and closed again: the operation's thread opens its own.
+u32 ReadDeviceTransferSize(const char* devicePath, u16& transferSize) {
+  DfuDeviceEntry entry{};
+  OpenDeviceOfUpdate(devicePath, entry);
   if (entry.opened != 1) {
     return StatusDeviceNotOpened;
   }
@@ -43,9 +62,10 @@ OperationThread::OperationThread(OperationContext& callerContext)
     : retriesLeft(RetriesForBadStatus), contextMutex(CreateMutexW(nullptr, FALSE, nullptr)) {
   // Without its event the thread could not be stopped, without its mutex a reader could see half a
   // record; such an operation is not to run at all.
-  callerContext.status = stopEvent != nullptr && contextMutex != nullptr
-                             ? ReadDeviceTransferSize(callerContext.transferSize)
-                             : StatusRequestFailed;
+  callerContext.status =
+      stopEvent != nullptr && contextMutex != nullptr
+          ? ReadDeviceTransferSize(callerContext.devicePath, callerContext.transferSize)
+          : StatusRequestFailed;
 
   context.guidA = callerContext.guidA;
   context.guidB = callerContext.guidB;
@@ -179,7 +199,7 @@ i32 OperationThread::SendBlock(OperationContext& work) {
 
 bool OperationThread::OpenDevice(OperationContext& work) {
   DfuDeviceEntry entry{};
-  OpenFirstDfuDevice(entry);
+  OpenDeviceOfUpdate(work.devicePath, entry);
   if (entry.opened != 1) {
     Fail(work, StatusDeviceNotOpened);
     return false;

@@ -20,7 +20,8 @@ class OperationThread : public WorkerThread {
   // Opens the first DFU device, reads its transfer size into the caller's transferSize and closes
   // it again; then takes over guidA, guidB, operationCode, image, devicePath and transferSize.
   //
-  // The caller's status tells the outcome: StatusSuccess; StatusDeviceNotOpened;
+  // The caller's status tells the outcome: StatusSuccess; StatusDeviceNotOpened, also when the
+  // first DFU device is not the one that the caller's devicePath names;
   // StatusRequestFailed when the transfer size cannot be read or is 0 (such a device cannot be
   // written to, so nothing may be erased on it either) or when the event or the mutex cannot be
   // made. An object that did not come to StatusSuccess must not be started.
@@ -74,8 +75,8 @@ class OperationThread : public WorkerThread {
  protected:
   i32 StopAndCloseDevice(DWORD* exitCode, bool abortInterrupted);
 
-  // Opens the first DFU device for the working copy. False when it cannot be opened; the status is
-  // then published and the copy holds no handles.
+  // Opens the first DFU device for the working copy. False when it cannot be opened or is not the
+  // one of devicePath; the status is then published and the copy holds no handles.
   bool OpenDevice(OperationContext& work);
 
   // Stores the status and publishes. Always 0, for the caller to return.

@@ -15,9 +15,6 @@
 
 namespace {
 
-// The device path is carried along only, so one that is longer is cut.
-constexpr std::size_t DevicePathMaximumChars = 258;
-
 // The erase list of a launch that failed: it stays registered and no operation answers for it. The
 // next preparation releases it. Guarded by the update lock.
 DfuImage* orphanedEraseList = nullptr;
@@ -84,7 +81,7 @@ bool MakeUpgradeImage(const DfuImage* target) {
 
 void LaunchErase(DfuImage* eraseList) {
   OperationContext context{};
-  CopyDevicePath(context, dfuDeviceList.paths[0], DevicePathMaximumChars);
+  CopyDevicePath(context, dfuDeviceList.paths[0], DevicePathKeptChars);
   context.guidA = OperationGuidA;
   context.operationCode = OperationErase;
   context.image = eraseList;

@@ -1,6 +1,8 @@
 // The steps of an erase and of a download, against a device whose every answer is scripted.
 
 #include "dfuengine/flash_operation.h"
+
+#include "dfudevice/dfu_device_list.h"
 #include "tests/dfuengine/operation_test.h"
 
 namespace {
@@ -176,6 +178,26 @@ TEST_F(FlashStepsTest, KeepsNoHandleOfADeviceThatDoesNotOpen) {
     EXPECT_EQ(last.fileHandle, nullptr);
     EXPECT_EQ(last.winUsbHandle, nullptr);
   }
+}
+
+TEST_F(FlashStepsTest, OpensNoOtherDeviceThanTheUpdates) {
+  OperationContext record = Record(OperationDownload);
+  ASSERT_EQ(RefreshDfuDevices(), 1);
+  CopyDevicePath(record, dfuDeviceList.paths[0], DevicePathKeptChars);
+  Probe<FlashOperation> operation(record, device);
+  EXPECT_EQ(record.status, StatusSuccess);
+
+  simulator::KeyboardOptions another;
+  another.unit = u"8&5e6f7a8b";
+  keyboard.Detach();
+  PlugInInDfuMode(another);
+  EXPECT_EQ(operation.Step(), 0);
+  EXPECT_EQ(operation.Copy().status, StatusDeviceNotOpened);
+  EXPECT_EQ(operation.Copy().fileHandle, nullptr);
+  EXPECT_EQ(machine.handles.OpenCount(platform::HandleKind::File), 0u);
+
+  Probe<FlashOperation> next(record, device);
+  EXPECT_EQ(record.status, StatusDeviceNotOpened);
 }
 
 // Blocks of one byte, so that there are more of them than 16 bits hold.

@@ -5,8 +5,10 @@
 #include <set>
 
 #include "common/status.h"
+#include "common/update_lock.h"
 #include "dfuengine/session_values.h"
 #include "dfufile/dfu_image.h"
+#include "simulator/hid_side.h"
 #include "tests/support/refused_memory.h"
 #include "tests/support/tablet_test.h"
 
@@ -73,8 +75,16 @@ class OperationRegistryTest : public TabletTest {
 };
 
 TEST_F(OperationRegistryTest, MakesItsRecordFromTheCallers) {
+  constexpr u16 TransferSize = 0xFFFF;  // taken as told, however few bytes the host may carry
+  const std::string path = "\\\\?\\" + std::string(255, 'p');
+  keyboard.Change([&](auto& options) {
+    options.bootloader.transferSize = TransferSize;
+    options.dfuPath = simulator::Widen(path);
+  });
+  keyboard.AttachInDfuMode();
   OperationContext record;
   std::memset(static_cast<void*>(&record), 0x5A, sizeof(record));
+  CopyDevicePath(record, path.c_str(), DevicePathBytes - 1);
   record.guidA = OperationGuidA;
   record.guidB = LeaveOperationGuidB;
   record.operationCode = OperationDownload;
@@ -83,17 +93,17 @@ TEST_F(OperationRegistryTest, MakesItsRecordFromTheCallers) {
   std::atomic<u32> id = 0;
   EXPECT_EQ(LaunchOperation(record, id, 0xCAFE, OperationDownload), 0xCAFEu);
   EXPECT_EQ(record.status, StatusSuccess);
-  EXPECT_EQ(record.transferSize, 1024);
+  EXPECT_EQ(record.transferSize, TransferSize);
 
   const OperationContext made = Published(*FindOperation(id));
   EXPECT_TRUE(made.guidA == OperationGuidA);
   EXPECT_TRUE(made.guidB == LeaveOperationGuidB);
   EXPECT_EQ(made.operationCode, OperationDownload);
   EXPECT_EQ(made.image, &image);
-  EXPECT_EQ(std::string(made.devicePath), std::string(259, '\x5A'));
+  EXPECT_EQ(made.devicePath, path);
   EXPECT_EQ(made.updateCount, 0u);
   EXPECT_EQ(made.percent, 0);
-  EXPECT_EQ(made.transferSize, 1024);
+  EXPECT_EQ(made.transferSize, TransferSize);
   constexpr u8 Unset[] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
   EXPECT_EQ(std::memcmp(&made.dfuStatus, Unset, 6), 0);
   EXPECT_EQ(made.phase, 0xFFFFFFFF);
@@ -238,6 +248,20 @@ TEST_F(OperationRegistryTest, FinishGivesTheContextThatTheStopLeft) {
   EXPECT_EQ(FinishOperation(&last), StatusSuccess);
   EXPECT_EQ(last.updateCount, updateCount + 1);
   EXPECT_EQ(last.winUsbHandle, nullptr);
+}
+
+// The session driver holds the lock while it waits for the operation to end.
+TEST_F(OperationRegistryTest, RunsToItsEndWhileTheUpdateLockIsHeld) {
+  u8 firmware[] = {0x5A};
+  ASSERT_EQ(InsertElement(&image, 0, {simulator::DefaultFlashAddress, 1, firmware}), 1);
+  for (const u32 operationCode : {OperationErase, OperationDownload, OperationLeave}) {
+    SCOPED_TRACE(operationCode);
+    const UpdateLock lock;
+    OperationThread& operation = Launch(operationCode);
+    PassTime(30'000);
+    EXPECT_EQ(Published(operation).percent, 100);
+    Finish(operation.operationId);
+  }
 }
 
 // Publishes records whose fields all tell the same number.

@@ -10,6 +10,7 @@
 #include "dfufile/dfu_image.h"
 #include "dfufile/image_registry.h"
 #include "service/package_location.h"
+#include "simulator/hid_side.h"
 #include "tests/support/tablet_test.h"
 
 namespace {
@@ -23,6 +24,7 @@ constexpr char EraseDone[] = "\nErase successful!!!\n";
 constexpr char UpgradeDone[] = "\nUpgrade successful!!!\n";
 constexpr char LeaveDone[] = "\nSuccessfully left DFU mode!\n";
 constexpr char Error[] = "error:: when updating fw\n";
+constexpr char DevicePath[] = "\\\\?\\usb#the#device";
 
 // Says when it is stopped. Its thread, once started, waits for that.
 class SilentOperation : public OperationThread {
@@ -56,6 +58,15 @@ class UpdateSessionTest : public TabletTest {
     TabletTest::TearDown();
   }
 
+  static simulator::KeyboardOptions OptionsOfDevice() {
+    simulator::KeyboardOptions options;
+    options.dfuPath = simulator::Widen(DevicePath);
+    return options;
+  }
+  void PlugInDevice(const simulator::KeyboardOptions& options = OptionsOfDevice()) {
+    PlugInInDfuMode(options);
+  }
+
   // A session whose current operation has published this. Its image is the upgrade image in a
   // download and another one in the other operations.
   SilentOperation& BeginSession(u32 operationCode, u32 status, u8 percent) {
@@ -69,7 +80,7 @@ class UpdateSessionTest : public TabletTest {
 
     OperationContext record{};
     record.guidA = OperationGuidA;
-    std::strcpy(record.devicePath, "the device's path");
+    std::strcpy(record.devicePath, DevicePath);
     record.operationCode = operationCode;
     record.image = image;
     auto* const operation = new SilentOperation(record);
@@ -158,7 +169,7 @@ TEST_F(UpdateSessionTest, TickLooksAtTheOperationOnce) {
       {4, StatusRequestFailed, 100, 1, {Error, Stopped, Released}, None, false, 1},
       {1, StatusDeviceNotOpened, 0, 0, {Error, "DISCONNECT", Stopped, Released}, None, true, 1},
   };
-  PlugInInDfuMode();
+  PlugInDevice();
   for (const auto& each : cases) {
     SCOPED_TRACE(testing::Message() << "code " << each.operationCode << ", status " << std::hex
                                     << each.status << std::dec << ", percent " << +each.percent);
@@ -182,7 +193,7 @@ TEST_F(UpdateSessionTest, TickLooksAtTheOperationOnce) {
       const OperationContext record = CurrentRecord();
       EXPECT_EQ(record.operationCode, each.nextCode);
       EXPECT_TRUE(record.guidA == OperationGuidA);
-      EXPECT_STREQ(record.devicePath, "the device's path");
+      EXPECT_STREQ(record.devicePath, DevicePath);
       EXPECT_EQ(record.image == upgradeImage, each.nextCode == OperationDownload);
     }
     ClearSession();
@@ -190,10 +201,12 @@ TEST_F(UpdateSessionTest, TickLooksAtTheOperationOnce) {
 }
 
 TEST_F(UpdateSessionTest, LeaveGetsABlankImageOfTheReadableSectors) {
-  simulator::KeyboardOptions options;
+  simulator::KeyboardOptions options = OptionsOfDevice();
   options.flash = {{0x08000000, {{2, 16 * 1024, 'g'}, {1, 1024, 'f'}, {1, 2048, 'a'}}}};
   options.firmware = {};
-  PlugInInDfuMode(options);
+  // The first map counts, whatever the numbers of the settings.
+  options.alternateSettings = {{3, std::nullopt}, {0, "@Other/0/1*1Ka"}};
+  PlugInDevice(options);
   SilentOperation& download = BeginSession(OperationDownload, StatusSuccess, 100);
   OperationContext record = CurrentRecord();
   record.guidA = {};
@@ -214,6 +227,17 @@ TEST_F(UpdateSessionTest, LeaveGetsABlankImageOfTheReadableSectors) {
   }
   EXPECT_EQ(sectors, (std::vector<std::pair<u32, u32>>{
                          {0x08000000, 16384}, {0x08004000, 16384}, {0x08008400, 2048}}));
+}
+
+TEST_F(UpdateSessionTest, LeavesWithoutAnImageWhenNoneCanBeMade) {
+  simulator::KeyboardOptions options = OptionsOfDevice();
+  options.alternateSettings[0].mapString = "@Huge/0/1*512Mg";
+  PlugInDevice(options);
+  BeginSession(OperationDownload, StatusSuccess, 100);
+  LaunchNextWithoutThread();
+  SessionStep();
+  EXPECT_EQ(CurrentRecord().operationCode, OperationLeave);
+  EXPECT_EQ(CurrentRecord().image, nullptr);
 }
 
 TEST_F(UpdateSessionTest, OperationThatIsGoneCountsAsFailed) {
@@ -247,7 +271,7 @@ TEST_F(UpdateSessionTest, ArrivalEndsASessionThatWillNotGoOn) {
       {"dead thread", false, StatusSuccess, {Stopped, Released}},
       {"failed", true, StatusDeviceError, {Error, "DISCONNECT", Stopped, Released}},
   };
-  PlugInInDfuMode();
+  PlugInDevice();
   for (const auto& each : cases) {
     SCOPED_TRACE(each.what);
     SilentOperation& operation = BeginSession(OperationDownload, each.status, 99);
@@ -286,7 +310,7 @@ TEST_F(UpdateSessionTest, RemembersAnArrivalForTheCaseThatTheOperationFails) {
       {"the operation after it fails", 3, {arrives, goesOn, fails}, true},
       {"it fails, and a preparation begins", 4, {arrives, fails, prepares}, false},
   };
-  PlugInInDfuMode();
+  PlugInDevice();
   for (const auto& each : cases) {
     SCOPED_TRACE(each.what);
     EXPECT_TRUE(ClearWayForUpdate());

@@ -10,6 +10,7 @@
 #include "dfudevice/memory_map.h"
 #include "dfuengine/operation_registry.h"
 #include "dfuengine/session_values.h"
+#include "simulator/hid_side.h"
 #include "tests/dfufile/image_records.h"
 #include "tests/support/package_file_test.h"
 #include "tests/support/refused_memory.h"
@@ -112,6 +113,19 @@ TEST_F(ImagePreparationTest, TakesTheFirstTargetForAlternateSettingZero) {
     EXPECT_EQ(RegisteredImages().size(), 2u);
     EndErase();
   }
+}
+
+// The device's settings and the file's targets are numbered each for itself.
+TEST_F(ImagePreparationTest, CutsToTheFirstMapWhateverItsNumber) {
+  simulator::KeyboardOptions options;
+  options.alternateSettings = {{3, "@First/0x08000000/2*1Kg"}, {0, "@Second/0x08000000/1*4Kg"}};
+  PlugInInDfuMode(options);
+  ASSERT_EQ(RefreshDfuDevices(), 1);
+  WriteTargets({Target(0, {{Base, PatternAt(Base, 1500)}})});
+  PrepareTargetImage();
+  EXPECT_EQ(BlocksOf(*LaunchedErase().image), (Blocks{{Base, {}}, {Base + 1024, {}}}));
+  EXPECT_EQ(BlocksOf(*upgradeImage),
+            (Blocks{{Base, PatternAt(Base, 1024)}, {Base + 1024, PatternAt(Base + 1024, 476)}}));
 }
 
 TEST_F(ImagePreparationTest, StartsNothingWithoutAReadableTarget) {
@@ -262,12 +276,15 @@ TEST_F(ImagePreparationTest, ReleasesTheEraseListThatALaunchLeftBehind) {
 }
 
 TEST_F(ImagePreparationTest, CutsADevicePathThatDoesNotFit) {
-  PlugInDevice();
+  const std::string path = "\\\\?\\" + std::string(255, 'p');
+  simulator::KeyboardOptions options;
+  options.dfuPath = simulator::Widen(path);
+  PlugInInDfuMode(options);
+  ASSERT_EQ(RefreshDfuDevices(), 1);
   WriteTargets({Target(0, {{Base, {1}}})});
-  const std::string path(259, 'p');
-  std::memcpy(dfuDeviceList.paths[0], path.c_str(), path.size() + 1);
   PrepareTargetImage();
   EXPECT_EQ(LaunchedErase().devicePath, path.substr(0, 258));
+  EXPECT_EQ(LaunchedErase().status, StatusSuccess);
 }
 
 }  // namespace

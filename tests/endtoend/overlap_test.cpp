@@ -184,6 +184,51 @@ TEST_F(OverlapTest, SecondKeyboardWaitsUntilItArrivesAgain) {
   ExpectUpdated(second, {"START", "START", "COMPLETE", "COMPLETE"});
 }
 
+// The device that is listed first is the one that is opened, and that is the newcomer.
+class KeyboardInFrontTest : public RunningUpdateTest,
+                            public testing::WithParamInterface<Progress> {};
+
+TEST_P(KeyboardInFrontTest, IsNotWrittenToWithoutItsOwnErase) {
+  KeyboardOptions another;
+  another.unit = u"8&5e6f7a8b";
+  VirtualKeyboard& newcomer = PlugInInDfuMode(another);
+  newcomer.Detach();
+  VirtualKeyboard& keyboard = BeginUpdate();
+  PassTimeUntilReached(keyboard, GetParam());
+  newcomer.AttachInDfuMode();
+  ExpectUpdated(newcomer, {"START", "DISCONNECT", "COMPLETE"});
+  EXPECT_EQ(newcomer.counts().sectorsErased, SectorsToErase);
+  EXPECT_EQ(newcomer.counts().blocksWritten, BlocksToWrite);
+
+  AttachAgain(keyboard);
+  ExpectUpdated(keyboard, {"START", "DISCONNECT", "COMPLETE", "COMPLETE"});
+}
+
+INSTANTIATE_TEST_SUITE_P(, KeyboardInFrontTest,
+                         testing::Values(Progress::Erasing, Progress::Erased, Progress::Downloading,
+                                         Progress::Downloaded),
+                         [](const auto& test) { return NameOf(test.param); });
+
+// The file name promises a version that the keyboard does not have afterwards, so that it is
+// updated again and again. Nothing of all that may be left.
+TEST_F(OverlapTest, PackageForOtherMemoryIsInstalledOverAndOver) {
+  simulator::DfuSeFile contents = package.contents;
+  contents.targets[0].elements = {{0x20000000, {1, 2, 3}}};
+  tablet.InstallPackage(package.fileName, simulator::BuildDfuSe(contents));
+  VirtualKeyboard& keyboard = BeginUpdate();
+  PassTimeUntil("it has been updated three times",
+                [this] { return CountLines("\nSuccessfully left DFU mode!\n") == 3; });
+  keyboard.Detach();
+  PassTime(20'000);
+  Texts words = Words();
+  words.resize(6);
+  EXPECT_EQ(words, (Texts{"START", "COMPLETE", "START", "COMPLETE", "START", "COMPLETE"}));
+  EXPECT_EQ(keyboard.counts().sectorsErased, 0u);
+  EXPECT_EQ(keyboard.counts().blocksWritten, 0u);
+  EXPECT_EQ(dfuImageRegistry.First(), nullptr);
+  EXPECT_EQ(machine.handles.OpenCount(platform::HandleKind::WinUsb), 0u);
+}
+
 enum class End { Stopped, Killed };
 
 // The service ends in the middle of an update, and starts again. Its first life is a process of its
