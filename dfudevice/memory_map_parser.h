@@ -30,5 +30,6 @@ inline constexpr u32 MemoryMapMaxSectors = 65536;
 // the text is none or is not to be trusted: no "@" in front, no "*" behind the first "/", no sector
 // or more than MemoryMapMaxSectors in all, a sector size below 0 or beyond 32 bits, or runs with
 // more sectors than the digits beside each "*" add up to. Where they have fewer, the last sectors
-// of the map are zero-filled.
+// of the map are zero-filled. A run's own number is read from the start of its text, as atoi does,
+// so "-4*" and "4 *" count 4 and 0 sectors in all but describe -4 and 4.
 u32 ParseMemoryMap(const char* text, std::size_t textChars, MemoryMap& map);

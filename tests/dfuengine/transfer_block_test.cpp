@@ -54,6 +54,9 @@ TEST_F(TransferBlockTest, SendsTheSameAgain) {
       {"the second status shows dfuERROR",
        "GETSTATE=10 CLRSTATUS! GETSTATE=2 POINTER@08004000 GETSTATUS! GETSTATUS=8,10 "
        "CLRSTATUS! GETSTATE=2 POINTER@08004000 GETSTATUS=0,5 GOOD:0"},
+      {"a dfuERROR of before is no reason to give up when the state cannot be read",
+       "GETSTATE=2 POINTER@08004000 GETSTATUS=8,10 CLRSTATUS GETSTATE! POINTER@08004000 "
+       "GETSTATUS=0,5 GOOD:0"},
   });
   CheckBlock({
       {"dfuERROR after a refusal",

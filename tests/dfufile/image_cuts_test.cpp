@@ -185,6 +185,20 @@ TEST(FitImageTest, MarksAnImageThatRanOutOfMemoryOnTheWay) {
   }
 }
 
+// A device may tell sectors of 4 GiB; what is looked at of them must not be copied.
+TEST(FitImageTest, NeedsNoMemoryForASectorToErase) {
+  const TestMap map("0+0xFFFFFFFF");
+  DfuImage* image = NewRegisteredImage(Elements("100+10"));
+  {
+    constexpr std::size_t BehindTheListOfEntries = 2;
+    const RefusedMemory refused(BehindTheListOfEntries);
+    EXPECT_EQ(FitImageToMemoryMap(image, map.get(), Erase), StatusSuccess);
+    EXPECT_FALSE(refused.met());
+  }
+  EXPECT_EQ(BlocksOf(*image), Pieces("0+0"));
+  ReleaseImage(&image);
+}
+
 TEST(BlankImageTest, CoversTheSelectedSectorsInTheMapsOrder) {
   const TestMap map("200+3a 100+2b! 50+1d 300+0", 7);
   DfuImage* image = nullptr;

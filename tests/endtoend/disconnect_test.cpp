@@ -35,6 +35,17 @@ auto Answer(u8 request, u32 blocksWritten, const UsbReply& reply) {
   };
 }
 
+// Every request runs into its time-out, the last ABORT as well: a tick sees the failure before the
+// operation has ended.
+auto AnswerNothing(u32 blocksWritten) {
+  return [=](RunningUpdateTest&, VirtualKeyboard& keyboard) {
+    keyboard.Intercept([=, &keyboard](const WINUSB_SETUP_PACKET&, const Bytes&) {
+      const bool isMeant = keyboard.counts().blocksWritten == blocksWritten;
+      return isMeant ? std::optional(UsbReply{UsbResult::TimedOut, {}, 0}) : std::nullopt;
+    });
+  };
+}
+
 auto PullWhen(Progress progress) {
   return [=](RunningUpdateTest& test, VirtualKeyboard& keyboard) {
     test.PassTimeUntilReached(keyboard, progress);
@@ -82,6 +93,7 @@ INSTANTIATE_TEST_SUITE_P(
         Way{"EraseIsRefused", {}, Answer(DfuDnload, 0, {UsbResult::Stalled, {}, 0})},
         Way{"BlockIsRefused", {}, Answer(DfuDnload, 5, {UsbResult::Stalled, {}, 0})},
         Way{"DeviceFallsSilent", {}, Answer(DfuGetStatus, 5, {UsbResult::TimedOut, {}, 0})},
+        Way{"DeviceAnswersNothing", {}, AnswerNothing(5)},
         Way{"WriteFails", {}, Answer(DfuGetStatus, 5, {UsbResult::Done, {3, 0, 0, 0, 5, 0}, 0})},
         Way{"PulledWhileErasing", {}, PullWhen(Progress::Erasing)},
         Way{"PulledBetweenEraseAndDownload", {}, PullWhen(Progress::Erased)},

@@ -7,18 +7,17 @@
 #include "common/package_values.h"
 #include "notifier/notifier_message.h"
 #include "platform/machine/text.h"
-#include "tests/support/tablet_test.h"
+#include "tests/support/service_test.h"
 
 namespace {
 
-using platform::Call;
 using platform::HandleKind;
 using Strings = std::vector<std::string>;
 
 const std::string Repository = simulator::FileRepository;
 const std::string NotifierPath = Repository + simulator::DefaultPackageFolder + "\\Pellory.exe";
 
-class NotifierLaunchTest : public TabletTest {
+class NotifierLaunchTest : public ServiceTest {
  protected:
   void SetUp() override {
     InstallPackage();
@@ -119,6 +118,15 @@ TEST_F(NotifierLaunchTest, GoesOnAfterAFailedStep) {
     }
     ExpectCleanedUp(NameOf(call));
   }
+}
+
+TEST_F(NotifierLaunchTest, TellsTwoWordsAtOnce) {
+  LogOnUser();
+  AtCall(Call::CreateProcessAsUserW, 1,
+         [this] { WaitFor(OnThread([] { LaunchNotifier(NotifierMessage::Battery); })); });
+  LaunchNotifier(NotifierMessage::Start);
+  EXPECT_EQ(Words(), (Strings{"BATTERY", "START"}));
+  ExpectCleanedUp("two words");
 }
 
 TEST_F(NotifierLaunchTest, StartsNothingWithoutAUser) {
