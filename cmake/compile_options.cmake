@@ -51,7 +51,9 @@ if(MSVC)
   target_compile_definitions(vantrel_product_options INTERFACE _HAS_EXCEPTIONS=0)
 else()
   target_compile_options(vantrel_product_options INTERFACE
-    -fno-exceptions -fno-rtti -Wconversion -Wno-unused-parameter)
+    -fno-exceptions -fno-rtti -Wconversion -Wno-unused-parameter
+    # The process ends with threads at work: nothing may be torn down under them.
+    $<$<CXX_COMPILER_ID:Clang>:-Wexit-time-destructors>)
 endif()
 
 # What the toolchain offers against a smashed stack, an overrun buffer and a diverted call.
