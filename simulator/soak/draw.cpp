@@ -139,7 +139,7 @@ TrialEvent DrawEvent(Dice& dice) {
   const u64 timeMs = dice.Between(0, TroublesEndMs - 5'000);
   const u32 some = dice.Between(1, 3);
   const u32 shortMs = dice.OneOf<u32>({1, 100, 1500, 6'000, 20'000});
-  switch (dice.Between(0, 15)) {
+  switch (dice.Between(0, 16)) {
     case 0:
       return {timeMs, "keyboard pulled", [=](Stage& stage) { Unplug(stage, shortMs); }};
     case 1:
@@ -200,6 +200,8 @@ TrialEvent DrawEvent(Dice& dice) {
               }};
     }
     case 14:
+      return {timeMs, "second keyboard attached", [](Stage& stage) { stage.AttachSecond(); }};
+    case 15:
       return {timeMs, "service stopped",
               [](Stage& stage) { stage.machine().services.SendControl(SERVICE_CONTROL_STOP); }};
     default:
@@ -212,7 +214,7 @@ TrialEvent DrawEvent(Dice& dice) {
 }
 
 void DrawFaults(Dice& dice, TrialPlan& plan) {
-  switch (dice.Between(0, 7)) {
+  switch (dice.Between(0, 8)) {
     case 0:
     case 1:
       plan.callFault = CallFault{dice.Between(1, 900), dice.Between(0, 2), dice.OneIn(8)};
@@ -225,6 +227,9 @@ void DrawFaults(Dice& dice, TrialPlan& plan) {
       break;
     case 4:
       plan.refuseMemory = dice.Between(1, 60);
+      break;
+    case 5:
+      plan.attachSecondAtTransfer = dice.Between(1, 120);
       break;
     default:
       break;
@@ -242,6 +247,7 @@ TrialPlan DrawTrial(u64 seed) {
   plan.scheduler.seed = dice.OneIn(4) ? 0 : dice.Next() | 1;
   plan.attachMs = dice.OneIn(2) ? 0 : dice.Between(1, 50'000);
   plan.userLoggedOn = !dice.OneIn(10);
+  plan.secondIsListedFirst = dice.OneIn(2);
   plan.quietAtMs = TroublesEndMs;
   if (dice.OneIn(20)) {
     plan.expectsUpdate = false;

@@ -56,6 +56,7 @@ void Judge::LookAtTransfer(const platform::TransferRecord& record) {
     return;
   }
   bool overlapped = false;
+  bool began = false;
   bool returned = false;
   {
     const std::scoped_lock lock(lock_);
@@ -70,11 +71,15 @@ void Judge::LookAtTransfer(const platform::TransferRecord& record) {
         (downloaders_.empty() || downloaders_.back() != record.threadId)) {
       returned = std::find(downloaders_.begin(), downloaders_.end(), record.threadId) !=
                  downloaders_.end();
+      began = true;
       downloaders_.push_back(record.threadId);
     }
   }
   if (overlapped) {
     Violate("two threads on the wire at once: " + DescribeTransfer(record));
+  }
+  if (began) {
+    LookAtFlashes();
   }
   if (returned) {
     Violate("two operations at work on one device: " + DescribeTransfer(record));
@@ -103,13 +108,13 @@ void Judge::ConcludeLife(bool quiet) {
   for (const std::string& fault : stage_.machine().faults.All()) {
     Violate(fault);
   }
-  if (stage_.keyboard.strayDfuRequests() != 0) {
+  if (stage_.keyboard.strayDfuRequests() + stage_.second.strayDfuRequests() != 0) {
     Violate("a DFU request reached a keyboard that is not in DFU mode");
   }
   if (stage_.foreign.reports() != 0) {
     Violate("a report was sent to another maker's keyboard");
   }
-  LookAtFlash();
+  LookAtFlashes();
   LookAtWords();
   if (quiet && !IsLeftAlone()) {
     LookAtHandles();
@@ -117,9 +122,15 @@ void Judge::ConcludeLife(bool quiet) {
   }
 }
 
+// After each operation that sent anything, because a later one may mend what one spoilt.
+void Judge::LookAtFlashes() {
+  LookAtFlash(stage_.keyboard, plan_.expectsUpdate);
+  LookAtFlash(stage_.second, true);  // in DFU mode versions do not count
+}
+
 // Every byte is the package's, erased, or what it was before.
-void Judge::LookAtFlash() {
-  const NorFlash flash = stage_.keyboard.ReadFlash();
+void Judge::LookAtFlash(const VirtualKeyboard& keyboard, bool mayChange) {
+  const NorFlash flash = keyboard.ReadFlash();
   NorFlash wanted = original_;
   wanted.EraseAll();
   for (const DfuSeElement& element : TargetForUpdate(plan_.package.contents)->elements) {
@@ -129,7 +140,7 @@ void Judge::LookAtFlash() {
     for (std::size_t i = sector.offset; i < sector.offset + sector.sizeBytes; ++i) {
       const u8 byte = flash.bytes()[i];
       const bool changed = byte != original_.bytes()[i];
-      if (changed && (!plan_.expectsUpdate || (byte != 0xFF && byte != wanted.bytes()[i]))) {
+      if (changed && (!mayChange || (byte != 0xFF && byte != wanted.bytes()[i]))) {
         char where[64];
         std::snprintf(where, sizeof(where), "0x%08zX",
                       static_cast<std::size_t>(sector.address) + (i - sector.offset));

@@ -16,7 +16,7 @@ namespace simulator {
 
 class Judge {
  public:
-  // originalFlash is what the keyboard held before the trial.
+  // originalFlash is what each keyboard held before the trial.
   Judge(Stage& stage, const TrialPlan& plan, const NorFlash& originalFlash);
 
   // Sees every transfer, on the calling thread.
@@ -39,7 +39,8 @@ class Judge {
   void NoteWait(const platform::TransferRecord& record);
   bool IsLeftAlone() const;
   void LookAtMemory();
-  void LookAtFlash();
+  void LookAtFlashes();
+  void LookAtFlash(const VirtualKeyboard& keyboard, bool mayChange);
   void LookAtHandles();
   void LookAtWords();
 

@@ -58,6 +58,11 @@ struct LifeReport {
   u8 flash[MostFlashBytes];
 };
 
+// Whether the plan does something after which only a new start of the service may help.
+bool MayNeedNewStart(const TrialPlan& plan) {
+  return plan.callFault.has_value() || plan.refuseMemory.has_value();
+}
+
 // The service says its own lines on standard output; a trial has no use for them.
 void SilenceStandardOutput() {
   const int nowhere = open("/dev/null", O_WRONLY);
@@ -86,7 +91,8 @@ class Life {
         tablet_(OptionsFor(plan, driveFolder)),
         keyboard_(*new VirtualKeyboard(tablet_.machine(), plan.keyboard)),
         foreign_(*new ForeignKeyboard(tablet_.machine(), {})),
-        stage_{tablet_, keyboard_, foreign_, deliveries_},
+        stage_{tablet_, keyboard_, *new VirtualKeyboard(tablet_.machine(), OptionsOfSecond(plan)),
+               foreign_, deliveries_},
         judge_(stage_, plan, keyboard_.ReadFlash()) {
     if (carried.any) {
       keyboard_.WriteFlash(FlashFrom(plan.keyboard.flash, carried.flash));
@@ -104,6 +110,9 @@ class Life {
     if (!HasEnded()) {
       Recover();
     }
+    if (!HasEnded() && stage_.secondCame) {
+      RecoverSecond();
+    }
     Conclude();
   }
 
@@ -115,12 +124,21 @@ class Life {
     return options;
   }
 
+  static KeyboardOptions OptionsOfSecond(const TrialPlan& plan) {
+    KeyboardOptions options = plan.keyboard;
+    options.unit = u"8&5e6f7a8b";
+    return options;
+  }
+
   platform::Machine& machine() { return tablet_.machine(); }
 
   // Asked with the scheduler's lock held, too.
   bool HasEnded() { return killed_ || tablet_.machine().processExitCode().has_value(); }
 
-  bool IsUpdated() const { return keyboard_.runningVersion() == plan_.package.version; }
+  bool IsUpdated(const VirtualKeyboard& keyboard) const {
+    return keyboard.runningVersion() == plan_.package.version;
+  }
+  bool IsUpdated() const { return IsUpdated(keyboard_); }
 
   void Watch() {
     if (plan_.trace) {
@@ -172,6 +190,11 @@ class Life {
       tablet_.LogOnUser();
       loggedOn_ = true;
     }
+    if (plan_.secondIsListedFirst) {
+      // The lists keep the order in which devices came first.
+      stage_.second.AttachInDfuMode();
+      stage_.second.Detach();
+    }
     if (troubled_) {
       ArmFaults();
     }
@@ -210,6 +233,14 @@ class Life {
           Count("announced again");
           machine().devices.Inject(
               {CM_NOTIFY_ACTION_DEVICEINTERFACEARRIVAL, DfuModeInterfaceGuid, u"once more"});
+        }
+      });
+    }
+    if (plan_.attachSecondAtTransfer.has_value()) {
+      machine().devices.AtTransfer(*plan_.attachSecondAtTransfer, [this] {
+        if (!troublesEnded_) {
+          Count("second keyboard attached");
+          stage_.AttachSecond();
         }
       });
     }
@@ -280,6 +311,7 @@ class Life {
     keyboard_.Intercept(nullptr);
     keyboard_.ForgetScript();
     keyboard_.Change([this](KeyboardOptions& options) { options = plan_.keyboard; });
+    stage_.second.Detach();
     machine().power.SetBatteryPercent(80);
     if (!loggedOn_) {
       tablet_.LogOnUser();
@@ -309,6 +341,20 @@ class Life {
       PassUntil(StartUpMs);
       tablet_.PassTime(SettleMs);
     }
+  }
+
+  // Its attachment alone should do, as soon as the first one is served.
+  void RecoverSecond() {
+    if (plan_.expectsUpdate && !IsUpdated()) {
+      return;
+    }
+    stage_.second.AttachInDfuMode();
+    tablet_.PassTimeUntil([this] { return IsUpdated(stage_.second) || HasEnded(); },
+                          UpdateWithinMs);
+    if (!IsUpdated(stage_.second) && !HasEnded() && !MayNeedNewStart(plan_)) {
+      judge_.Violate("the second keyboard was not updated although it was plugged in anew");
+    }
+    tablet_.PassTime(SettleMs);
   }
 
   void Conclude() {
@@ -418,11 +464,6 @@ bool RunLifeApart(const TrialPlan& plan, const std::string& driveFolder, const C
     return false;
   }
   return true;
-}
-
-// Whether the plan does something after which only a new start of the service may help.
-bool MayNeedNewStart(const TrialPlan& plan) {
-  return plan.callFault.has_value() || plan.refuseMemory.has_value();
 }
 
 }  // namespace

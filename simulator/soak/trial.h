@@ -4,7 +4,8 @@
 // A trial is one to three lives of the service, each in a host process of its own; the keyboard,
 // its flash and the mode it is in go from one to the next. In the first life the plan's troubles
 // happen. Then the troubles end, the keyboard is plugged in anew, and it must be updated; where
-// that life cannot do it, a new start of the service must. The judge watches throughout.
+// that life cannot do it, a new start of the service must. A second keyboard that came in between
+// must be updated after it. The judge watches throughout.
 #pragma once
 
 #include <atomic>
@@ -33,10 +34,17 @@ struct Deliveries {
 struct Stage {
   Tablet& tablet;
   VirtualKeyboard& keyboard;
+  VirtualKeyboard& second;  // of the same kind, not plugged in
   ForeignKeyboard& foreign;
   Deliveries& deliveries;
+  std::atomic<bool> secondCame = false;
 
   platform::Machine& machine() { return tablet.machine(); }
+
+  void AttachSecond() {
+    secondCame = true;
+    second.AttachInDfuMode();
+  }
 };
 
 struct TrialEvent {
@@ -75,6 +83,13 @@ struct TrialPlan {
 
   // In front of that transfer the keyboard in DFU mode is announced once more.
   std::optional<u64> announceAtTransfer;
+
+  // The second keyboard is there as a DFU device in front of that transfer, or when an event
+  // attaches it; it leaves when the troubles end.
+  std::optional<u64> attachSecondAtTransfer;
+
+  // Whether the second keyboard's DFU device comes first in the lists.
+  bool secondIsListedFirst = false;
 
   std::optional<u64> killAtCall;
 

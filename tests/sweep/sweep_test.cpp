@@ -139,6 +139,26 @@ TEST_F(SweepTest, AnnouncedAgainAtEveryTransfer) {
       });
 }
 
+struct SecondCase {
+  const char* name;
+  bool isListedFirst;
+};
+
+class SecondKeyboardSweep : public SweepTest, public ::testing::WithParamInterface<SecondCase> {};
+
+TEST_P(SecondKeyboardSweep, AtEveryTransfer) {
+  TrialPlan plan = SmallUpdate(Road::OnArrival);
+  plan.secondIsListedFirst = GetParam().isListedFirst;
+  const TrialReport undisturbed = RunUndisturbed(plan);
+  Sweep("second keyboard attached", plan, undisturbed.troubledTransfers,
+        [](TrialPlan& armed, u64 place) { armed.attachSecondAtTransfer = place; });
+}
+
+INSTANTIATE_TEST_SUITE_P(Transfers, SecondKeyboardSweep,
+                         ::testing::Values(SecondCase{"InFront", true},
+                                           SecondCase{"Behind", false}),
+                         [](const auto& testCase) { return std::string(testCase.param.name); });
+
 class KillSweep : public SweepTest, public ::testing::WithParamInterface<Road> {};
 
 TEST_P(KillSweep, AtEveryCall) {
