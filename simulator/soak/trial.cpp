@@ -113,6 +113,7 @@ class Life {
     if (!HasEnded() && stage_.secondCame) {
       RecoverSecond();
     }
+    AwaitLateNotices();
     Conclude();
   }
 
@@ -170,6 +171,8 @@ class Life {
       Count("notice delivered twice");
     }
     judge_.NoteOccasions(delivery.times);
+    const std::scoped_lock lock(lock_);
+    lastNoticeMs_ = std::max<u64>(lastNoticeMs_, tablet_.nowMs() + delivery.delayMs);
     return delivery;
   }
 
@@ -357,6 +360,16 @@ class Life {
     tablet_.PassTime(SettleMs);
   }
 
+  // One that comes late brings a decision, and the life must not be judged in the midst of it.
+  void AwaitLateNotices() {
+    u64 lastMs = 0;
+    {
+      const std::scoped_lock lock(lock_);
+      lastMs = lastNoticeMs_;
+    }
+    PassUntil(lastMs + SettleMs);
+  }
+
   void Conclude() {
     report_.updated = IsUpdated();
     report_.processEnded = HasEnded();
@@ -417,8 +430,9 @@ class Life {
   bool loggedOn_ = false;
   std::atomic<bool> killed_ = false;
   std::atomic<bool> troublesEnded_ = false;
-  std::mutex lock_;  // guards troubles_
+  std::mutex lock_;  // guards what follows
   std::map<std::string, u64> troubles_;
+  u64 lastNoticeMs_ = 0;  // when the last notice reaches the service
 };
 
 // The report's page, shared with the lives' processes. One a host process is enough.
