@@ -95,9 +95,10 @@ struct OperationContext {
   // The elements to work through. The operation does not own it; whoever finishes it releases it.
   DfuImage* image;
 
-  // The path of the DFU interface that the update was prepared for, with its terminating zero;
-  // empty when it is not known. Carried along from one operation to the next. The device is always
-  // opened with OpenFirstDfuDevice, and must be the one of this path.
+  // The path of the DFU interface that the update was prepared for, with its terminating zero.
+  // Empty until the first operation is made when the listing could not tell it. Carried along from
+  // one operation to the next. The device is always opened with OpenFirstDfuDevice, and must be
+  // the one of this path.
   char devicePath[DevicePathBytes];
 
   // Publications so far; kept by SetContext, whatever a working copy says.

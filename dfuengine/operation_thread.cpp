@@ -14,35 +14,39 @@ namespace {
 
 constexpr u32 RetriesForBadStatus = 3;
 
-// Whether the entry is the device that the update was prepared for. The path is unknown when its
-// listing failed; a long one was cut, so the characters that every copy keeps decide.
+// Whether the entry is the device that the update was prepared for. A long path was cut, so the
+// characters that every copy keeps decide.
 bool IsDeviceOfUpdate(const DfuDeviceEntry& entry, const char* devicePath) {
   char path[DevicePathBytes];
-  return devicePath[0] == '\0' || (NarrowToAnsi(entry.path, path, sizeof path) &&
-                                   std::strncmp(path, devicePath, DevicePathKeptChars) == 0);
+  return NarrowToAnsi(entry.path, path, sizeof path) &&
+         std::strncmp(path, devicePath, DevicePathKeptChars) == 0;
 }
 
 // Opens the first DFU device as long as it is the update's. Another keyboard that arrives in DFU
 // mode may be listed in front: what was erased on one must not be written to the other, whose
 // firmware would be neither the old nor the new. The update then fails as if its device were gone.
-void OpenDeviceOfUpdate(const char* devicePath, DfuDeviceEntry& entry) {
+// When the listing could not tell the path, the device that is opened first becomes the update's.
+void OpenDeviceOfUpdate(char (&devicePath)[DevicePathBytes], DfuDeviceEntry& entry) {
   OpenFirstDfuDevice(entry);
+  if (entry.opened == 1 && devicePath[0] == '\0') {
+    NarrowToAnsi(entry.path, devicePath, sizeof devicePath);
+  }
   if (!IsDeviceOfUpdate(entry, devicePath)) {
     CloseDfuDevice(entry);
   }
 }
 
 // The device is opened for this alone and closed again: the operation's thread opens its own.
-u32 ReadDeviceTransferSize(const char* devicePath, u16& transferSize) {
+u32 ReadDeviceTransferSize(OperationContext& record) {
   DfuDeviceEntry entry{};
-  OpenDeviceOfUpdate(devicePath, entry);
+  OpenDeviceOfUpdate(record.devicePath, entry);
   if (entry.opened != 1) {
     return StatusDeviceNotOpened;
   }
-  const u32 status = ReadTransferSize(entry.winUsbHandle, transferSize);
+  const u32 status = ReadTransferSize(entry.winUsbHandle, record.transferSize);
   CloseDfuDevice(entry);
 
-  if (status == StatusSuccess && transferSize == 0) {
+  if (status == StatusSuccess && record.transferSize == 0) {
     return StatusRequestFailed;
   }
   return status;
@@ -62,10 +66,9 @@ OperationThread::OperationThread(OperationContext& callerContext)
     : retriesLeft(RetriesForBadStatus), contextMutex(CreateMutexW(nullptr, FALSE, nullptr)) {
   // Without its event the thread could not be stopped, without its mutex a reader could see half a
   // record; such an operation is not to run at all.
-  callerContext.status =
-      stopEvent != nullptr && contextMutex != nullptr
-          ? ReadDeviceTransferSize(callerContext.devicePath, callerContext.transferSize)
-          : StatusRequestFailed;
+  callerContext.status = stopEvent != nullptr && contextMutex != nullptr
+                             ? ReadDeviceTransferSize(callerContext)
+                             : StatusRequestFailed;
 
   context.guidA = callerContext.guidA;
   context.guidB = callerContext.guidB;

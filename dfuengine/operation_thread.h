@@ -18,7 +18,8 @@ struct DfuElement;
 class OperationThread : public WorkerThread {
  public:
   // Opens the first DFU device, reads its transfer size into the caller's transferSize and closes
-  // it again; then takes over guidA, guidB, operationCode, image, devicePath and transferSize.
+  // it again; then takes over guidA, guidB, operationCode, image, devicePath and transferSize. A
+  // devicePath that is empty becomes the path of that device, in the caller's record as well.
   //
   // The caller's status tells the outcome: StatusSuccess; StatusDeviceNotOpened, also when the
   // first DFU device is not the one that the caller's devicePath names;
