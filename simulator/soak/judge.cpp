@@ -28,6 +28,13 @@ bool IsDfuRequest(const platform::TransferRecord& record, u8 request) {
          record.path.find(u"hid#") == std::u16string::npos;
 }
 
+// An update begins by reading the device descriptor, and so does its leave.
+bool IsRefresh(const platform::TransferRecord& record) {
+  constexpr u16 DeviceDescriptor = 0x0100;
+  return record.setup.RequestType == 0x80 && record.setup.Request == 6 &&
+         record.setup.Value == DeviceDescriptor;
+}
+
 }  // namespace
 
 Judge::Judge(Stage& stage, const TrialPlan& plan, const NorFlash& originalFlash)
@@ -64,8 +71,10 @@ void Judge::LookAtTransfer(const platform::TransferRecord& record) {
     lastTransferEndMs_ = std::max(lastTransferEndMs_, record.endMs);
     lastTransferThread_ = record.threadId;
     NoteWait(record);
-    if (IsDfuRequest(record, DfuDnload)) {
-      lastDownloadWasTheLeave_ = record.setup.Length == 0;
+    if (IsRefresh(record)) {
+      leftLast_ = false;
+    } else if (IsDfuRequest(record, DfuDnload)) {
+      leftLast_ = record.setup.Length == 0;
     }
     if (IsDfuRequest(record, DfuDnload) &&
         (downloaders_.empty() || downloaders_.back() != record.threadId)) {
@@ -191,7 +200,7 @@ void Judge::LookAtMemory() {
   bool wentToItsEnd = false;
   {
     const std::scoped_lock lock(lock_);
-    wentToItsEnd = lastDownloadWasTheLeave_;
+    wentToItsEnd = leftLast_;
   }
   if (wentToItsEnd && blocks > 1 + plan_.keyboard.alternateSettings.size()) {
     Violate(std::to_string(blocks) + " blocks of memory were not freed");

@@ -50,7 +50,7 @@ class Judge {
   mutable std::mutex lock_;
   std::vector<std::string> violations_;
   std::vector<u32> downloaders_;  // threads that sent DNLOADs, in the order of their first
-  bool lastDownloadWasTheLeave_ = false;
+  bool leftLast_ = false;         // the last thing that any device was told is to leave DFU mode
   u64 leftAloneUntilMs_ = 0;
   u64 lastTransferEndMs_ = 0;
   u32 lastTransferThread_ = 0;
