@@ -1,6 +1,7 @@
 #include "simulator/soak/judge.h"
 
 #include <algorithm>
+#include <cstring>
 #include <map>
 
 #include "simulator/dfu_bootloader.h"
@@ -38,7 +39,12 @@ bool IsRefresh(const platform::TransferRecord& record) {
 }  // namespace
 
 Judge::Judge(Stage& stage, const TrialPlan& plan, const NorFlash& originalFlash)
-    : stage_(stage), plan_(plan), original_(originalFlash) {}
+    : stage_(stage), plan_(plan), original_(originalFlash), wanted_(originalFlash) {
+  wanted_.EraseAll();
+  for (const DfuSeElement& element : TargetForUpdate(plan_.package.contents)->elements) {
+    wanted_.Program(element.address, element.data);
+  }
+}
 
 void Judge::Violate(const std::string& what) {
   const std::string told = "at " + SecondsText(stage_.tablet.nowMs()) + ": " + what;
@@ -140,19 +146,19 @@ void Judge::LookAtFlashes() {
 // Every byte is the package's, erased, or what it was before.
 void Judge::LookAtFlash(const VirtualKeyboard& keyboard, bool mayChange) {
   const NorFlash flash = keyboard.ReadFlash();
-  NorFlash wanted = original_;
-  wanted.EraseAll();
-  for (const DfuSeElement& element : TargetForUpdate(plan_.package.contents)->elements) {
-    wanted.Program(element.address, element.data);
-  }
   for (const FlashSector& sector : flash.sectors()) {
-    for (std::size_t i = sector.offset; i < sector.offset + sector.sizeBytes; ++i) {
-      const u8 byte = flash.bytes()[i];
-      const bool changed = byte != original_.bytes()[i];
-      if (changed && (!mayChange || (byte != 0xFF && byte != wanted.bytes()[i]))) {
+    const u8* const held = flash.bytes().data() + sector.offset;
+    const u8* const before = original_.bytes().data() + sector.offset;
+    const u8* const wanted = wanted_.bytes().data() + sector.offset;
+    if (std::memcmp(held, before, sector.sizeBytes) == 0) {
+      continue;
+    }
+    for (std::size_t i = 0; i < sector.sizeBytes; ++i) {
+      const bool isPackages = held[i] == 0xFF || held[i] == wanted[i];
+      if (held[i] != before[i] && !(mayChange && isPackages)) {
         char where[64];
         std::snprintf(where, sizeof(where), "0x%08zX",
-                      static_cast<std::size_t>(sector.address) + (i - sector.offset));
+                      static_cast<std::size_t>(sector.address) + i);
         Violate(std::string("the flash holds a byte that is not the package's at ") + where);
         return;
       }

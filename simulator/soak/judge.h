@@ -47,6 +47,7 @@ class Judge {
   Stage& stage_;
   const TrialPlan& plan_;
   const NorFlash original_;
+  NorFlash wanted_;  // the package and nothing else
   mutable std::mutex lock_;
   std::vector<std::string> violations_;
   std::vector<u32> downloaders_;  // threads that sent DNLOADs, in the order of their first
