@@ -28,7 +28,10 @@ bool IsDeviceOfUpdate(const DfuDeviceEntry& entry, const char* devicePath) {
 // When the listing could not tell the path, the device that is opened first becomes the update's.
 void OpenDeviceOfUpdate(char (&devicePath)[DevicePathBytes], DfuDeviceEntry& entry) {
   OpenFirstDfuDevice(entry);
-  if (entry.opened == 1 && devicePath[0] == '\0') {
+  if (entry.opened != 1) {
+    return;
+  }
+  if (devicePath[0] == '\0') {
     NarrowToAnsi(entry.path, devicePath, sizeof devicePath);
   }
   if (!IsDeviceOfUpdate(entry, devicePath)) {
