@@ -5,7 +5,6 @@
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -13,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "simulator/host_process.h"
 #include "simulator/package.h"
 #include "simulator/tablet.h"
 #include "simulator/virtual_keyboard.h"
@@ -57,12 +57,6 @@ void ResetPeak() {
   }
 }
 
-void SilenceStandardOutput() {
-  const int nowhere = open("/dev/null", O_WRONLY);
-  dup2(nowhere, STDOUT_FILENO);
-  close(nowhere);
-}
-
 simulator::Package PackageOf(u32 firmwareBytes) {
   simulator::Package package = simulator::DefaultPackage({1, 2, 2, 1});
   package.contents.targets[0].elements = simulator::BuildKeyboardImage(
@@ -73,7 +67,7 @@ simulator::Package PackageOf(u32 firmwareBytes) {
 }
 
 Figures RunUpdate(u32 firmwareBytes) {
-  SilenceStandardOutput();
+  simulator::SilenceStandardOutput();
   simulator::Tablet& tablet = *new simulator::Tablet({});
   const simulator::Package package = PackageOf(firmwareBytes);
   simulator::KeyboardOptions options;
@@ -101,25 +95,10 @@ Figures RunUpdate(u32 firmwareBytes) {
   return figures;
 }
 
-// Runs the update in a child process; its figures come back through a pipe.
 Figures RunInChild(u32 firmwareBytes) {
-  int ends[2];
-  Figures figures;
-  if (pipe(ends) != 0) {
-    return figures;
-  }
-  const pid_t child = fork();
-  if (child == 0) {
-    figures = RunUpdate(firmwareBytes);
-    [[maybe_unused]] const auto written = write(ends[1], &figures, sizeof(figures));
-    _exit(0);
-  }
-  close(ends[1]);
-  if (read(ends[0], &figures, sizeof(figures)) != sizeof(figures)) {
-    figures = Figures{};
-  }
-  close(ends[0]);
-  waitpid(child, nullptr, 0);
+  static Figures& figures = simulator::MakeShared<Figures>();
+  figures = {};
+  simulator::RunInChild([=] { figures = RunUpdate(firmwareBytes); });
   return figures;
 }
 

@@ -9,3 +9,7 @@ set(CMAKE_FIND_ROOT_PATH /usr/x86_64-w64-mingw32)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+
+set(VANTREL_NOTICES
+  mingw-w64=/usr/share/doc/mingw-w64-x86-64-dev/copyright
+  gcc=/usr/share/doc/gcc-mingw-w64-x86-64-posix-runtime/copyright)

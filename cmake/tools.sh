@@ -38,9 +38,19 @@ need_build_tools() {
   need g++ g++
   need cmake cmake
   need ninja ninja-build
-  need_file /usr/include/gtest/gtest.h libgtest-dev
   need_file /usr/include/CLI/CLI.hpp libcli11-dev
+  need_file /usr/include/nlohmann/json.hpp nlohmann-json3-dev
+}
+
+need_test_tools() {
+  need_file /usr/include/gtest/gtest.h libgtest-dev
+  need_file /usr/lib/python3/dist-packages/jsonschema/__init__.py python3-jsonschema
   need_file /usr/include/benchmark/benchmark.h libbenchmark-dev
+}
+
+# product_folders: the folders of the service, one a line.
+product_folders() {
+  sed -n 's/^\([a-z]*\):.*/\1/p' cmake/product_folders.txt
 }
 
 # quietly COMMAND...: shows the command's output only when it fails.

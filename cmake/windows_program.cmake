@@ -11,20 +11,21 @@ if(MSVC)
   endif()
 else()
   # No time stamp: the same sources give the same file.
-  target_link_options(vantrel_windows_program INTERFACE -static -fstack-protector-strong
+  target_link_options(vantrel_windows_program INTERFACE -static
     -Wl,--gc-sections -Wl,--dynamicbase -Wl,--nxcompat -Wl,--high-entropy-va
     -Wl,--no-insert-timestamp)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    target_link_options(vantrel_windows_program INTERFACE -fstack-protector-strong)
+  else()
+    target_link_options(vantrel_windows_program INTERFACE -Wl,-Xlink=-guard:cf)
+    target_sources(vantrel_windows_program INTERFACE
+      ${PROJECT_SOURCE_DIR}/platform/windows/control_flow_guard.cpp
+      ${PROJECT_SOURCE_DIR}/platform/windows/stack_guard.cpp)
+  endif()
 endif()
 
-# Fills in the resource's version and USB ids, both from the build.
+# Fills in the resource's version and the maker's values, all from the build.
 function(vantrel_add_version_resource target source)
-  foreach(id VANTREL_KEYBOARD_VENDOR_ID VANTREL_KEYBOARD_PRODUCT_ID
-             VANTREL_KEYBOARD_DFU_PRODUCT_ID)
-    math(EXPR number "${${id}}" OUTPUT_FORMAT HEXADECIMAL)
-    string(REGEX REPLACE "^0x" "0000" digits "${number}")
-    string(REGEX REPLACE "^.*(....)$" "\\1" digits "${digits}")
-    string(TOUPPER "${digits}" ${id}_DIGITS)
-  endforeach()
   get_filename_component(name ${source} NAME_WLE)
   configure_file(${source} ${CMAKE_CURRENT_BINARY_DIR}/${name} @ONLY)
   target_sources(${target} PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/${name})
@@ -35,10 +36,13 @@ endfunction()
 function(vantrel_split_symbols target)
   if(NOT MSVC)
     set(symbols $<TARGET_FILE:${target}>.debug)
-    add_custom_command(TARGET ${target} POST_BUILD VERBATIM
-      COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${target}> ${symbols}
-      COMMAND ${CMAKE_STRIP} --strip-all $<TARGET_FILE:${target}>
-      COMMAND ${CMAKE_OBJCOPY} --add-gnu-debuglink=${symbols} $<TARGET_FILE:${target}>)
+    # GNU's tools write the hour into the header unless they are to preserve what is there; LLVM's
+    # leave it alone and know no such option.
+    set(keep $<$<CXX_COMPILER_ID:GNU>:-p>)
+    add_custom_command(TARGET ${target} POST_BUILD VERBATIM COMMAND_EXPAND_LISTS
+      COMMAND ${CMAKE_OBJCOPY} ${keep} --only-keep-debug $<TARGET_FILE:${target}> ${symbols}
+      COMMAND ${CMAKE_STRIP} ${keep} --strip-all $<TARGET_FILE:${target}>
+      COMMAND ${CMAKE_OBJCOPY} ${keep} --add-gnu-debuglink=${symbols} $<TARGET_FILE:${target}>)
   endif()
   add_custom_command(TARGET ${target} POST_BUILD VERBATIM
     COMMAND ${CMAKE_COMMAND} -DPROGRAM=$<TARGET_FILE:${target}>
@@ -59,8 +63,15 @@ endif()
 vantrel_split_symbols(vantrel)
 
 # Whether the file is what the documents say; it can be read here though not run.
-if(CMAKE_CROSSCOMPILING AND CMAKE_SYSTEM_PROCESSOR STREQUAL AMD64)
+if(CMAKE_CROSSCOMPILING)
   enable_testing()
   add_test(NAME CheckExecutable
            COMMAND ${PROJECT_SOURCE_DIR}/tests/packaging/test-check-executable ${CMAKE_BINARY_DIR})
 endif()
+
+# What is linked in asks that its notices go out with it; packaging/make-package takes them from here.
+file(REMOVE_RECURSE ${CMAKE_BINARY_DIR}/notices)
+foreach(notice ${VANTREL_NOTICES})
+  string(REGEX MATCH "^([^=]*)=(.*)$" notice ${notice})
+  configure_file(${CMAKE_MATCH_2} ${CMAKE_BINARY_DIR}/notices/${CMAKE_MATCH_1}.txt COPYONLY)
+endforeach()

@@ -4,9 +4,8 @@ void WriteDebugText(const WCHAR* text) {
   OutputDebugStringW(text);
 }
 
-void WriteDebugArguments(const WCHAR* format, const FormatArgument* arguments,
-                         std::size_t argumentCount) {
+void WriteDebugArguments(const WCHAR* format, const FormatArgument* arguments) {
   WCHAR line[DebugLineChars];
-  FormatWide(line, DebugLineChars, format, arguments, argumentCount);
+  FormatWide(line, DebugLineChars, format, arguments);
   OutputDebugStringW(line);
 }

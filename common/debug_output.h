@@ -20,9 +20,8 @@ inline constexpr std::size_t DebugLineChars = 512;
 // for other texts that come from outside.
 void WriteDebugText(const WCHAR* text);
 
-// What WriteDebugFormat comes down to; for a format that is not a literal.
-void WriteDebugArguments(const WCHAR* format, const FormatArgument* arguments,
-                         std::size_t argumentCount);
+// What WriteDebugFormat comes down to once the compiler has looked at the format.
+void WriteDebugArguments(const WCHAR* format, const FormatArgument* arguments);
 
 // Never defined: a call in a constant expression makes the compiler point at the faulty line.
 void FormatDoesNotSuitItsArguments();
@@ -69,5 +68,5 @@ void WriteDebugFormat(std::type_identity_t<CheckedFormat<Arguments...>> format,
                       const Arguments&... arguments) {
   // One more than there are, because an array cannot be empty.
   const FormatArgument list[] = {FormatArgument(arguments)..., FormatArgument(0)};
-  WriteDebugArguments(format.text, list, sizeof...(Arguments));
+  WriteDebugArguments(format.text, list);
 }

@@ -1,4 +1,5 @@
-// An array that grows without ever ending the process: a refused allocation is a result.
+// An array that grows, and for which a refused allocation is a result and not the end of the
+// process.
 //
 // For plain records that can be copied byte by byte. What the records point to is not the list's.
 // Positions and sizes count records.
@@ -9,6 +10,7 @@
 #include <limits>
 #include <new>
 #include <type_traits>
+#include <utility>
 
 #include "common/types.h"
 
@@ -23,43 +25,30 @@ class GrowableList {
   GrowableList& operator=(const GrowableList&) = delete;
   ~GrowableList() { ::operator delete(items_); }
 
-  // Inserts a copy; the records from the position on move up by one. False, and the list as before,
-  // when the position is beyond the end or memory is refused.
+  // Puts a copy at position and moves the records behind it up by one. False, and the list as
+  // before, when the position is beyond the end or memory is refused.
   bool Insert(u32 position, T value) {
     if (position > size_ || !MakeRoomForOne()) {
       return false;
     }
-    MoveRecords(position + 1, position, size_ - position);
-    std::memcpy(static_cast<void*>(items_ + position), &value, sizeof(T));
+    T* const place = items_ + position;
+    if (position != size_) {
+      std::memmove(static_cast<void*>(place + 1), place, std::size_t{size_ - position} * sizeof(T));
+    }
+    std::memcpy(static_cast<void*>(place), &value, sizeof(T));
     ++size_;
     return true;
   }
 
-  // Takes one record out. False when there is none at the position.
-  bool Remove(u32 position) {
-    if (position >= size_) {
-      return false;
-    }
-    MoveRecords(position, position + 1, size_ - position - 1);
-    --size_;
-    return true;
-  }
-
-  // Empties the list and gives its memory back.
-  void Clear() {
-    ::operator delete(items_);
-    items_ = nullptr;
-    size_ = 0;
-    capacity_ = 0;
+  void Swap(GrowableList& other) {
+    std::swap(items_, other.items_);
+    std::swap(size_, other.size_);
+    std::swap(capacity_, other.capacity_);
   }
 
   u32 size() const { return size_; }
   T& operator[](u32 position) { return items_[position]; }
   const T& operator[](u32 position) const { return items_[position]; }
-
-  // Null while the list has never held a record. An insertion makes the address stale.
-  T* data() { return items_; }
-  const T* data() const { return items_; }
 
  private:
   static constexpr u32 FirstCapacity = 4;
@@ -86,12 +75,6 @@ class GrowableList {
     items_ = static_cast<T*>(memory);
     capacity_ = capacity;
     return true;
-  }
-
-  void MoveRecords(u32 to, u32 from, u32 count) {
-    if (count != 0) {
-      std::memmove(static_cast<void*>(items_ + to), items_ + from, std::size_t{count} * sizeof(T));
-    }
   }
 
   T* items_ = nullptr;

@@ -7,9 +7,6 @@
 
 #include <windows.h>
 
-#include <cstddef>
-#include <cstdint>
-
 template <class Kind>
 class HandleGuard {
  public:
@@ -91,47 +88,3 @@ using FindHandle = HandleGuard<FindHandleKind>;
 
 // From RegOpenKeyExW.
 using RegistryKey = HandleGuard<RegistryKeyKind>;
-
-// Zero-filled memory for a number of plain elements, from the process heap. Check valid() before
-// use: the size often comes from a device or from a list that somebody else makes.
-template <class Element>
-class HeapBuffer {
- public:
-  HeapBuffer() : elements_(nullptr), count_(0) {}
-  explicit HeapBuffer(std::size_t count) : HeapBuffer() { Allocate(count); }
-  HeapBuffer(const HeapBuffer&) = delete;
-  HeapBuffer& operator=(const HeapBuffer&) = delete;
-  ~HeapBuffer() { Free(); }
-
-  // Frees what is held and asks for memory anew. False when it is refused; the buffer is then
-  // empty.
-  bool Allocate(std::size_t count) {
-    Free();
-    if (count > SIZE_MAX / sizeof(Element)) {
-      return false;
-    }
-    elements_ = static_cast<Element*>(
-        HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, count * sizeof(Element)));
-    count_ = elements_ != nullptr ? count : 0;
-    return elements_ != nullptr;
-  }
-
-  void Free() {
-    if (elements_ != nullptr) {
-      HeapFree(GetProcessHeap(), 0, elements_);
-    }
-    elements_ = nullptr;
-    count_ = 0;
-  }
-
-  bool valid() const { return elements_ != nullptr; }
-  Element* data() { return elements_; }
-  const Element* data() const { return elements_; }
-  std::size_t count() const { return count_; }
-  Element& operator[](std::size_t index) { return elements_[index]; }
-  const Element& operator[](std::size_t index) const { return elements_[index]; }
-
- private:
-  Element* elements_;
-  std::size_t count_;
-};

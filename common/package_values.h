@@ -17,7 +17,7 @@ static_assert(sizeof(FileRepositoryPath) == FileRepositoryPathBytes + 1);
 // Room for an ANSI path with its terminating zero.
 inline constexpr std::size_t PackagePathBytes = 260;
 
-// Find record of the chosen driver package folder; all zero while none has been chosen.
+// What the search told of the folder that was taken; all zero before.
 extern WIN32_FIND_DATAA packageFolder;
 
 // Starts with FileRepositoryPath, which never changes. After the package has been found it is the

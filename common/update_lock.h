@@ -1,30 +1,19 @@
-// The one lock of the service.
+// The lock of the update that is under way.
 //
-// It guards everything that belongs to the update as a whole: deviceVersion, packageVersion,
-// packagePath, keyboardHandle, dfuDeviceList, memoryMapTable, the registries of files, images and
+// It guards packagePath, dfuDeviceList, memoryMapTable, the registries of files, images and
 // operations, and the values of the update session. The notification callbacks, the service entry
 // and TickThread reach those at the same time.
 //
-// EvaluateUpdate (but not across its long sleep), PrepareDfuUpdate and SessionStep hold it.
-// Operation threads, LaunchNotifier, OpenFirstDfuDevice and the control handler never take it: its
-// holder may wait for an operation thread to end.
+// PrepareDfuUpdate and SessionStep hold it from beginning to end, a decision only while it reads
+// packagePath or serves a keyboard that is in DFU mode already. So a tick never waits for a
+// keyboard interface that somebody else's driver is slow to open. Operation threads,
+// LaunchNotifier, OpenFirstDfuDevice and the control handler never take it: its holder may wait for
+// an operation thread to end. Whoever holds it takes no other lock of the service but a
+// contextMutex.
+//
+// A thread that cannot get it does nothing: an update beside another one is worse than none.
 #pragma once
 
-class UpdateLock {
- public:
-  // Waits for the lock. A thread that holds it may take it again; each guard releases once.
-  UpdateLock();
-  UpdateLock(const UpdateLock&) = delete;
-  UpdateLock& operator=(const UpdateLock&) = delete;
-  ~UpdateLock() { Release(); }
+#include "common/process_mutex.h"
 
-  // False when the lock could not be had. The caller then does nothing: an update that runs beside
-  // another one is worse than none.
-  bool held() const { return held_; }
-
-  // Gives the lock back before the end of the scope. A second call does nothing.
-  void Release();
-
- private:
-  bool held_;
-};
+extern ProcessMutex updateLock;

@@ -14,16 +14,8 @@ class BoundedWriter {
     }
   }
 
-  void PutRange(const WCHAR* begin, const WCHAR* end) {
-    for (const WCHAR* at = begin; at != end; ++at) {
-      Put(*at);
-    }
-  }
-
   std::size_t Terminate() {
-    if (capacityChars_ != 0) {
-      buffer_[lengthChars_] = 0;
-    }
+    buffer_[lengthChars_] = 0;
     return lengthChars_;
   }
 
@@ -34,7 +26,7 @@ class BoundedWriter {
 };
 
 void PutText(BoundedWriter& writer, const WCHAR* text) {
-  for (const WCHAR* at = text != nullptr ? text : TEXT("(null)"); *at != 0; ++at) {
+  for (const WCHAR* at = text; *at != 0; ++at) {
     writer.Put(*at);
   }
 }
@@ -55,14 +47,11 @@ void PutNumber(BoundedWriter& writer, const FormatConversion& conversion, u32 nu
 
   const u32 lengthChars = digitCount + (negative ? 1 : 0);
   const u32 fillCount = conversion.width > lengthChars ? conversion.width - lengthChars : 0;
-  if (negative && conversion.zeroFilled) {
+  if (negative) {
     writer.Put('-');
   }
   for (u32 filled = 0; filled < fillCount; ++filled) {
-    writer.Put(conversion.zeroFilled ? '0' : ' ');
-  }
-  if (negative && !conversion.zeroFilled) {
-    writer.Put('-');
+    writer.Put('0');
   }
   while (digitCount != 0) {
     writer.Put(static_cast<WCHAR>(digits[--digitCount]));
@@ -81,23 +70,19 @@ void PutArgument(BoundedWriter& writer, const FormatConversion& conversion,
 }  // namespace
 
 std::size_t FormatWide(WCHAR* buffer, std::size_t capacityChars, const WCHAR* format,
-                       const FormatArgument* arguments, std::size_t argumentCount) {
+                       const FormatArgument* arguments) {
   BoundedWriter writer(buffer, capacityChars);
-  std::size_t argumentIndex = 0;
   const WCHAR* at = format;
   while (*at != 0) {
     if (*at != '%') {
       writer.Put(*at++);
       continue;
     }
-
     const FormatConversion conversion = ReadConversion(at + 1);
     if (conversion.kind == FormatKind::Percent) {
       writer.Put('%');
-    } else if (argumentIndex < argumentCount && arguments[argumentIndex].kind == conversion.kind) {
-      PutArgument(writer, conversion, arguments[argumentIndex++]);
     } else {
-      writer.PutRange(at, conversion.end);
+      PutArgument(writer, conversion, *arguments++);
     }
     at = conversion.end;
   }

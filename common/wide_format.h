@@ -2,10 +2,12 @@
 //
 // The C library's wide formatting counts characters of another width off Windows, and its "%s"
 // takes a narrow string under some compilers. Here a character is a WCHAR and "%s" takes a WCHAR
-// string. Formats know %d %u %x %X %s and %%; %d %u %x %X may carry a width of one digit, with a
-// leading 0 for zeros instead of blanks ("%04X"). Numbers have up to 32 bits.
+// string. Formats know %d %u %x %X %s and %%; the numbers may be filled up with zeros to a width of
+// one digit ("%04X"). Numbers have up to 32 bits.
 //
-// Most callers use WriteDebugFormat (debug_output.h) instead. Any thread; keeps no state.
+// Whoever formats goes through WriteDebugFormat (debug_output.h), which has the compiler compare
+// the conversions with the arguments; nothing is compared again when it runs. Any thread; keeps no
+// state.
 #pragma once
 
 #include <windows.h>
@@ -37,7 +39,6 @@ class FormatArgument {
 struct FormatConversion {
   FormatKind kind;
   WCHAR letter;
-  bool zeroFilled;
   u32 width;
   // First character behind the conversion.
   const WCHAR* end;
@@ -45,12 +46,10 @@ struct FormatConversion {
 
 constexpr FormatConversion ReadConversion(const WCHAR* behindPercent) {
   const WCHAR* at = behindPercent;
-  const bool zeroFilled = *at == '0';
-  at += zeroFilled ? 1 : 0;
   u32 width = 0;
-  if (*at >= '1' && *at <= '9') {
-    width = static_cast<u32>(*at - '0');
-    ++at;
+  if (at[0] == '0' && at[1] >= '1' && at[1] <= '9') {
+    width = static_cast<u32>(at[1] - '0');
+    at += 2;
   }
 
   const WCHAR letter = *at;
@@ -62,13 +61,12 @@ constexpr FormatConversion ReadConversion(const WCHAR* behindPercent) {
   } else if (at == behindPercent && letter == '%') {
     kind = FormatKind::Percent;
   }
-  return {kind, letter, zeroFilled, width, letter == 0 ? at : at + 1};
+  return {kind, letter, width, letter == 0 ? at : at + 1};
 }
 
 // Formats into the buffer and returns the length in characters without the terminating zero.
 //
-// Text that does not fit is cut; the buffer is always terminated unless capacityChars is 0, and
-// then nothing is written. A null string prints as "(null)". A conversion that is unknown, or that
-// has no argument of its kind, is copied as it stands.
+// Text that does not fit is cut; the buffer, of at least one character, is always terminated. The
+// arguments are as many as the format has conversions, each of the kind that its conversion takes.
 std::size_t FormatWide(WCHAR* buffer, std::size_t capacityChars, const WCHAR* format,
-                       const FormatArgument* arguments, std::size_t argumentCount);
+                       const FormatArgument* arguments);

@@ -1,5 +1,7 @@
 #include "dfudevice/configuration_set.h"
 
+#include "common/little_endian.h"
+
 namespace {
 
 constexpr u8 ConfigurationType = 2;
@@ -15,10 +17,6 @@ constexpr std::size_t TypeOffset = 1;
 constexpr std::size_t TotalLengthOffset = 2;
 constexpr std::size_t InterfaceNumberOffset = 2;
 constexpr std::size_t TransferSizeOffset = 5;
-
-u16 LittleEndian16(const u8* bytes) {
-  return static_cast<u16>(bytes[0] | (bytes[1] << 8));
-}
 
 // Counts the alternate settings while the interface descriptors of a set pass by.
 class AlternateSettingCounter {
@@ -45,6 +43,13 @@ class AlternateSettingCounter {
   u32 count_ = 1;
 };
 
+// The offset of the descriptor behind the one at that offset; the end of the set when the length of
+// the latter does not lead on within the set.
+std::size_t NextDescriptor(const u8* set, std::size_t totalBytes, std::size_t at) {
+  const std::size_t length = set[at];
+  return length > TypeOffset && length < totalBytes - at ? at + length : totalBytes;
+}
+
 }  // namespace
 
 u32 CountAlternateSettings(const u8* set, std::size_t setBytes) {
@@ -52,27 +57,19 @@ u32 CountAlternateSettings(const u8* set, std::size_t setBytes) {
     return 0;
   }
   const std::size_t totalBytes = LittleEndian16(set + TotalLengthOffset);
-  if (totalBytes > setBytes || set[0] <= TypeOffset || set[0] > totalBytes) {
+  if (totalBytes > setBytes) {
     return 0;
   }
 
   AlternateSettingCounter counter;
-  for (std::size_t at = set[0]; at < totalBytes; at += set[at]) {
-    const std::size_t length = set[at];
-    if (length <= TypeOffset || length > totalBytes - at) {
-      return 0;
-    }
+  for (std::size_t at = NextDescriptor(set, totalBytes, 0); totalBytes - at > TypeOffset;
+       at = NextDescriptor(set, totalBytes, at)) {
     const u8 type = set[at + TypeOffset];
     if (type == ConfigurationType) {
       return 0;
     }
-    if (type != InterfaceType) {
-      continue;
-    }
-    if (length <= InterfaceNumberOffset) {
-      return 0;
-    }
-    if (!counter.Take(set[at + InterfaceNumberOffset])) {
+    if (type == InterfaceType && totalBytes - at > InterfaceNumberOffset &&
+        !counter.Take(set[at + InterfaceNumberOffset])) {
       break;
     }
   }

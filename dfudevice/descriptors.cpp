@@ -123,7 +123,6 @@ u32 DecodeMemoryMaps(WINUSB_INTERFACE_HANDLE winUsbHandle) {
     return result;
   }
   FindTransferSize(set.bytes, set.count, table.transferSize);
-  EmptyMemoryMapTable(memoryMapTable);
   memoryMapTable = table;
   return 1;
 }

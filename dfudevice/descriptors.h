@@ -1,5 +1,5 @@
-// Reads the descriptors of an opened DFU device: the memory map of each of its alternate settings
-// and the size of its transfers.
+// Asks an opened DFU device for its descriptors: what memory lies behind its alternate settings,
+// and how many bytes it takes at a time.
 //
 // Both operations work on a WinUSB handle that the caller has opened and closes afterwards. Neither
 // writes a log line.
@@ -21,7 +21,7 @@ u32 DecodeMemoryMaps(WINUSB_INTERFACE_HANDLE winUsbHandle);
 // Reads wTransferSize, the number of bytes in one DNLOAD block, as the device states it. A size of
 // 0 is handed out like any other.
 //
-// Returns StatusSuccess, or StatusRequestFailed when the configuration descriptor set cannot be
-// read or is not whole; transferSize is untouched then. May be called on any thread, without the
+// Returns StatusSuccess, or StatusRequestFailed when the device does not hand out its configuration
+// set, or not all of it; transferSize is untouched then. May be called on any thread, without the
 // update lock.
 u32 ReadTransferSize(WINUSB_INTERFACE_HANDLE winUsbHandle, u16& transferSize);

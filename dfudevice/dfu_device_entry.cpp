@@ -1,8 +1,18 @@
 #include "dfudevice/dfu_device_entry.h"
 
 #include "common/wide_string.h"
-#include "dfudevice/dfu_device_list.h"
 #include "dfudevice/interface_listing.h"
+
+namespace {
+
+void CloseHandles(DfuDeviceEntry& entry) {
+  WinUsb_Free(entry.winUsbHandle);
+  CloseHandle(entry.fileHandle);
+  entry.winUsbHandle = nullptr;
+  entry.fileHandle = INVALID_HANDLE_VALUE;
+}
+
+}  // namespace
 
 void OpenFirstDfuDevice(DfuDeviceEntry& entry) {
   entry = {};
@@ -24,19 +34,13 @@ void OpenFirstDfuDevice(DfuDeviceEntry& entry) {
     entry.opened = 1;
     return;
   }
-  WinUsb_Free(entry.winUsbHandle);
-  CloseHandle(entry.fileHandle);
-  entry.winUsbHandle = nullptr;
-  entry.fileHandle = INVALID_HANDLE_VALUE;
+  CloseHandles(entry);
 }
 
 void CloseDfuDevice(DfuDeviceEntry& entry) {
   if (entry.opened != 1) {
     return;
   }
-  WinUsb_Free(entry.winUsbHandle);
-  CloseHandle(entry.fileHandle);
+  CloseHandles(entry);
   entry.opened = 0;
-  entry.winUsbHandle = nullptr;
-  entry.fileHandle = INVALID_HANDLE_VALUE;
 }

@@ -12,7 +12,7 @@
 inline constexpr u32 DfuPathChars = 260;
 
 struct DfuDeviceEntry {
-  // 1 while the device is open for WinUSB, else 0.
+  // 1 from a successful opening to the closing, else 0.
   i32 opened;
   // Null unless opened is 1.
   WINUSB_INTERFACE_HANDLE winUsbHandle;
@@ -25,10 +25,10 @@ struct DfuDeviceEntry {
 
 // Lists the DFU interfaces again and opens the first one, whatever the entry held before.
 //
-// entry.opened tells the outcome: 1 when the device is open, and then the caller owns both handles
-// until it closes them with CloseDfuDevice (or WinUsb_Free, then CloseHandle). With opened 0 there
-// is nothing to close. The listing writes its lines when it fails; a device that cannot be opened
-// is for the caller to report.
+// entry.opened tells the outcome. After a 1 the caller owns both handles until it closes them with
+// CloseDfuDevice (or WinUsb_Free, then CloseHandle). After a 0 there is nothing to close. The
+// listing writes its lines when it fails; a device that cannot be opened is for the caller to
+// report.
 void OpenFirstDfuDevice(DfuDeviceEntry& entry);
 
 // Frees the WinUSB handle, then closes the file handle, and marks the entry as not open. Does

@@ -4,9 +4,9 @@
 #include <winusb.h>
 
 #include "common/debug_output.h"
+#include "common/wide_string.h"
 #include "dfudevice/descriptors.h"
 #include "dfudevice/dfu_device_entry.h"
-#include "dfudevice/interface_listing.h"
 #include "dfudevice/memory_map.h"
 
 DfuDeviceList dfuDeviceList = {};
@@ -16,19 +16,20 @@ namespace {
 constexpr ULONG DeviceDescriptorBytes = 18;
 
 // Fills memoryMapTable from an opened device; says what is wrong with the device when it cannot.
-bool ReadDevice(WINUSB_INTERFACE_HANDLE winUsbHandle) {
+bool ReadDevice(const DfuDeviceEntry& entry) {
   u8 deviceDescriptor[DeviceDescriptorBytes] = {};
   ULONG transferred = 0;
-  if (!WinUsb_GetDescriptor(winUsbHandle, USB_DEVICE_DESCRIPTOR_TYPE, 0, 0, deviceDescriptor,
+  if (!WinUsb_GetDescriptor(entry.winUsbHandle, USB_DEVICE_DESCRIPTOR_TYPE, 0, 0, deviceDescriptor,
                             DeviceDescriptorBytes, &transferred)) {
     WriteDebugText(TEXT("Unable to get descriptor... Bad Firmware"));
     return false;
   }
   // The failures of the decoding are 0 and a status, so only a 1 will do.
-  if (DecodeMemoryMaps(winUsbHandle) != 1) {
+  if (DecodeMemoryMaps(entry.winUsbHandle) != 1) {
     WriteDebugText(TEXT("Unable to find or decode device mapping... Bad Firmware"));
     return false;
   }
+  NarrowToAnsi(entry.path, memoryMapTable.devicePath, MemoryMapPathBytes);
   return true;
 }
 
@@ -61,7 +62,7 @@ i32 RefreshDfuDevices() {
                      dfuDeviceList.count);
     return 0;
   }
-  const bool usable = ReadDevice(entry.winUsbHandle);
+  const bool usable = ReadDevice(entry);
   CloseDfuDevice(entry);
 
   WriteFoundLines(displayName.text);

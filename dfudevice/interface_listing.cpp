@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "common/debug_output.h"
-#include "common/handles.h"
+#include "common/heap_buffer.h"
 #include "common/multi_string.h"
 #include "common/wide_string.h"
 #include "dfudevice/dfu_interface.h"

@@ -1,4 +1,5 @@
-// Lists the DFU interfaces that are present, for the refresh and for the opening of the first one.
+// The list of the DFU interfaces that are present, and how it is made. The refresh keeps one, the
+// opening of the first device makes one for itself.
 //
 // Holds no state: each caller gives a list of its own, so operation threads and a refresh may list
 // at the same time.
@@ -7,7 +8,18 @@
 #include <windows.h>
 
 #include "common/types.h"
-#include "dfudevice/dfu_device_list.h"
+
+// What a list has room for.
+inline constexpr i32 DfuListSlots = 128;
+inline constexpr u32 DfuListPathBytes = 260;
+
+struct DfuDeviceList {
+  // Slot i holds the path of the i-th interface in the ANSI code page, NUL-terminated. A slot is
+  // empty when the interface's instance id was not readable or the path does not fit.
+  char paths[DfuListSlots][DfuListPathBytes];
+  // The number of interfaces, empty slots and those beyond the last slot included.
+  i32 count;
+};
 
 // The most characters of a device description that a log line shows.
 inline constexpr u32 DisplayNameChars = 80;

@@ -17,11 +17,14 @@ inline constexpr u8 SectorWritable = 4;
 
 inline constexpr u32 MemoryMapNameChars = 260;
 
+// A path of up to 258 characters and its NUL, which is what an erase is launched with.
+inline constexpr u32 MemoryMapPathBytes = 259;
+
 struct MemorySector {
   u32 address;
   // A second running address, from regions that give two; else the same as address.
   u32 secondAddress;
-  // Position in the map, from 0, counted across all regions.
+  // Its number within the map, from 0; a new region does not begin anew.
   u32 index;
   // In bytes.
   u32 size;
@@ -49,12 +52,16 @@ struct MemoryMapTable {
   // wTransferSize of the configuration set that the maps were counted in, in bytes; 0 when the set
   // does not give one.
   u16 transferSize;
+  // The interface path of the device that told the maps, in the ANSI code page, NUL-terminated.
+  // Empty in an empty table, and for a path that does not fit: cut short it could be that of
+  // another device. An update is not begun on such a device.
+  char devicePath[MemoryMapPathBytes];
 };
 
 // The maps of the current DFU device. Starts empty, is written by RefreshDfuDevices and is guarded
 // by the update lock: nobody keeps a pointer into it without holding the lock.
 extern MemoryMapTable memoryMapTable;
 
-// Frees the sectors of every map and the maps, and leaves the table without any and with a transfer
-// size of 0. An empty table is allowed.
+// Frees the sectors of every map and the maps, and leaves the table without maps, transfer size and
+// path. An empty table is allowed.
 void EmptyMemoryMapTable(MemoryMapTable& table);

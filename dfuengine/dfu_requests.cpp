@@ -1,21 +1,11 @@
 #include "dfuengine/dfu_requests.h"
 
 #include "common/status.h"
+#include "dfuengine/device_removals.h"
 
 namespace {
 
-// bmRequestType of a class request to an interface.
-constexpr UCHAR HostToDevice = 0x21;
-constexpr UCHAR DeviceToHost = 0xA1;
-
-// bRequest.
-constexpr UCHAR Dnload = 1;
-constexpr UCHAR GetStatus = 3;
-constexpr UCHAR ClrStatus = 4;
-constexpr UCHAR GetState = 5;
-constexpr UCHAR Abort = 6;
-
-u32 SendRequest(WINUSB_INTERFACE_HANDLE winUsbHandle, UCHAR requestType, UCHAR request, u16 value,
+u32 SendRequest(WINUSB_INTERFACE_HANDLE winUsbHandle, u8 requestType, u8 request, u16 value,
                 u8* data, u16 length) {
   if (winUsbHandle == nullptr) {
     return StatusNoInterfaceHandle;
@@ -27,16 +17,19 @@ u32 SendRequest(WINUSB_INTERFACE_HANDLE winUsbHandle, UCHAR requestType, UCHAR r
   setup.Index = 0;
   setup.Length = length;
   ULONG transferred = 0;
-  return WinUsb_ControlTransfer(winUsbHandle, setup, data, length, &transferred, nullptr) != FALSE
-             ? RequestSucceeded
-             : 0;
+  const u32 removalsTold = DfuRemovalsTold();
+  if (!WinUsb_ControlTransfer(winUsbHandle, setup, data, length, &transferred, nullptr)) {
+    return 0;
+  }
+  ForgetDfuRemovals(removalsTold);
+  return RequestSucceeded;
 }
 
 }  // namespace
 
 u32 RequestDownload(WINUSB_INTERFACE_HANDLE winUsbHandle, u16 blockNumber, u8* data, u16 length) {
-  return SendRequest(winUsbHandle, HostToDevice, Dnload, blockNumber, length != 0 ? data : nullptr,
-                     length);
+  return SendRequest(winUsbHandle, HostToDevice, DFU_DNLOAD, blockNumber,
+                     length != 0 ? data : nullptr, length);
 }
 
 u32 RequestStatus(HANDLE& fileHandle, WINUSB_INTERFACE_HANDLE& winUsbHandle, DfuStatus* dfuStatus) {
@@ -44,8 +37,8 @@ u32 RequestStatus(HANDLE& fileHandle, WINUSB_INTERFACE_HANDLE& winUsbHandle, Dfu
     return StatusNoInterfaceHandle;
   }
   // Straight into the record: a short answer must not wipe out what it does not replace.
-  const u32 result =
-      SendRequest(winUsbHandle, DeviceToHost, GetStatus, 0, &dfuStatus->bStatus, sizeof(DfuStatus));
+  const u32 result = SendRequest(winUsbHandle, DeviceToHost, DFU_GETSTATUS, 0, &dfuStatus->bStatus,
+                                 sizeof(DfuStatus));
   if (result == RequestSucceeded &&
       (dfuStatus->bState == dfuMANIFEST || dfuStatus->bState == dfuMANIFEST_WAIT_RESET)) {
     CloseDfuHandles(fileHandle, winUsbHandle);
@@ -54,15 +47,15 @@ u32 RequestStatus(HANDLE& fileHandle, WINUSB_INTERFACE_HANDLE& winUsbHandle, Dfu
 }
 
 u32 RequestClearStatus(WINUSB_INTERFACE_HANDLE winUsbHandle) {
-  return SendRequest(winUsbHandle, HostToDevice, ClrStatus, 0, nullptr, 0);
+  return SendRequest(winUsbHandle, HostToDevice, DFU_CLRSTATUS, 0, nullptr, 0);
 }
 
 u32 RequestState(WINUSB_INTERFACE_HANDLE winUsbHandle, u8& bState) {
-  return SendRequest(winUsbHandle, DeviceToHost, GetState, 0, &bState, 1);
+  return SendRequest(winUsbHandle, DeviceToHost, DFU_GETSTATE, 0, &bState, 1);
 }
 
 u32 RequestAbort(WINUSB_INTERFACE_HANDLE winUsbHandle) {
-  return SendRequest(winUsbHandle, HostToDevice, Abort, 0, nullptr, 0);
+  return SendRequest(winUsbHandle, HostToDevice, DFU_ABORT, 0, nullptr, 0);
 }
 
 void CloseDfuHandles(HANDLE& fileHandle, WINUSB_INTERFACE_HANDLE& winUsbHandle) {

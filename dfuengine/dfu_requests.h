@@ -13,7 +13,7 @@
 #include <winusb.h>
 
 #include "common/types.h"
-#include "dfuengine/operation_context.h"
+#include "dfuengine/dfu_protocol.h"
 
 inline constexpr u32 RequestSucceeded = 1;
 

@@ -10,12 +10,6 @@
 #include "dfuengine/dfu_requests.h"
 #include "dfufile/dfu_image.h"
 
-namespace {
-
-constexpr u32 RetriesAfterGoodStatus = 3;
-
-}  // namespace
-
 i32 FlashOperation::Step() {
   pollTimeout = 0;
   OperationContext work{};
@@ -34,7 +28,7 @@ i32 FlashOperation::Step() {
 
 i32 FlashOperation::FirstStep(OperationContext& work) {
   work.dfuStatus.bState = StateStarted;
-  retriesLeft = RetriesAfterGoodStatus;
+  retriesLeft = RetriesForBadStatus;
   EnterPhase(work, PhaseOpening);
   if (!OpenDevice(work)) {
     return 0;
@@ -74,11 +68,11 @@ i32 FlashOperation::StatusStep(OperationContext& work) {
   }
   switch (work.dfuStatus.bState) {
     case dfuDNLOAD_IDLE:
-      retriesLeft = RetriesAfterGoodStatus;
+      retriesLeft = RetriesForBadStatus;
       return 1;
     case dfuDNBUSY:
       pollTimeout = PollTimeoutMs(work.dfuStatus);
-      retriesLeft = RetriesAfterGoodStatus;
+      retriesLeft = RetriesForBadStatus;
       return 1;
     default:
       return FailWithAbort(work, StatusUnexpectedState);
@@ -131,9 +125,6 @@ i32 FlashOperation::SendCommand(OperationContext& work) {
 
 // Counts in full widths: a percentage that wraps to 100 would end an unfinished operation.
 void FlashOperation::UpdatePercent(OperationContext& work) const {
-  if (CurrentElement(work) == nullptr) {
-    return;
-  }
   const auto& elements = work.image->Elements;
   u64 percent = work.percent;
   if (work.operationCode == OperationErase) {

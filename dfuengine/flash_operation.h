@@ -1,5 +1,5 @@
-// The operation that erases sectors (operation code 3) or downloads firmware (code 4), element by
-// element and block by block, at the pace that the device asks for.
+// The operation that erases sectors (operation code 3) or downloads firmware (code 4), one request
+// after the other, at the pace that the device asks for.
 //
 // The erase image names one sector an element, by its start address. Made by LaunchOperation.
 #pragma once

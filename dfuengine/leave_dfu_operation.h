@@ -1,5 +1,5 @@
-// The operation that makes the keyboard leave DFU mode and run its new firmware, and then tells the
-// user "COMPLETE".
+// The last operation of an update: the keyboard is to start what was written to it, and the user is
+// told "COMPLETE".
 //
 // A device may reset before it answers, so what becomes of the request does not decide the
 // operation: once the device is in dfuIDLE, it ends well. Made by LaunchOperation.

@@ -20,8 +20,11 @@ extern IntrusiveList<OperationThread> operationRegistry;
 // and successCode comes back. A thread that cannot be created does not count as a failure: the
 // operation then stays where it is. On failure operationId is untouched and nothing is registered:
 // StatusNothingToWorkOn (refused code), StatusDeviceNotOpened, StatusRequestFailed (see
-// OperationThread; also when memory is short). The context's status and, once the device has told
-// it, transferSize are written either way. The image stays the caller's.
+// OperationThread; also when memory is short).
+//
+// A refused code leaves the context as it was. Otherwise its status tells the outcome, and its
+// transferSize what the device told, if the device was asked and answered. The image stays the
+// caller's.
 u32 LaunchOperation(OperationContext& context, std::atomic<u32>& operationId, u32 successCode,
                     u32 operationCode);
 

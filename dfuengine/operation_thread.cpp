@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "common/mutex_guard.h"
 #include "common/status.h"
 #include "common/wide_string.h"
 #include "dfudevice/descriptors.h"
@@ -12,29 +13,17 @@
 
 namespace {
 
-constexpr u32 RetriesForBadStatus = 3;
-
-// Whether the entry is the device that the update was prepared for. A long path was cut, so the
-// characters that every copy keeps decide.
-bool IsDeviceOfUpdate(const DfuDeviceEntry& entry, const char* devicePath) {
+bool HasPath(const DfuDeviceEntry& entry, const char* devicePath) {
   char path[DevicePathBytes];
-  return NarrowToAnsi(entry.path, path, sizeof path) &&
-         std::strncmp(path, devicePath, DevicePathKeptChars) == 0;
+  return NarrowToAnsi(entry.path, path, sizeof path) && std::strcmp(path, devicePath) == 0;
 }
 
 // Opens the first DFU device as long as it is the update's. Another keyboard that arrives in DFU
 // mode may be listed in front: what was erased on one must not be written to the other, whose
 // firmware would be neither the old nor the new. The update then fails as if its device were gone.
-// When the listing could not tell the path, the device that is opened first becomes the update's.
-void OpenDeviceOfUpdate(char (&devicePath)[DevicePathBytes], DfuDeviceEntry& entry) {
+void OpenDeviceOfUpdate(const char* devicePath, DfuDeviceEntry& entry) {
   OpenFirstDfuDevice(entry);
-  if (entry.opened != 1) {
-    return;
-  }
-  if (devicePath[0] == '\0') {
-    NarrowToAnsi(entry.path, devicePath, sizeof devicePath);
-  }
-  if (!IsDeviceOfUpdate(entry, devicePath)) {
+  if (entry.opened == 1 && !HasPath(entry, devicePath)) {
     CloseDfuDevice(entry);
   }
 }
@@ -66,10 +55,10 @@ const DfuElement* CurrentElement(const OperationContext& work) {
 }
 
 OperationThread::OperationThread(OperationContext& callerContext)
-    : retriesLeft(RetriesForBadStatus), contextMutex(CreateMutexW(nullptr, FALSE, nullptr)) {
+    : contextMutex(CreateMutexW(nullptr, FALSE, nullptr)) {
   // Without its event the thread could not be stopped, without its mutex a reader could see half a
   // record; such an operation is not to run at all.
-  callerContext.status = stopEvent != nullptr && contextMutex != nullptr
+  callerContext.status = stopEvent.valid() && contextMutex.valid()
                              ? ReadDeviceTransferSize(callerContext)
                              : StatusRequestFailed;
 
@@ -79,7 +68,7 @@ OperationThread::OperationThread(OperationContext& callerContext)
   context.image = callerContext.image;
   context.transferSize = callerContext.transferSize;
   CountBlocks();
-  CopyDevicePath(context, callerContext.devicePath, DevicePathBytes - 1);
+  CopyDevicePath(context, callerContext.devicePath);
   std::memset(&context.dfuStatus, StateNotStarted, sizeof context.dfuStatus);
   context.phase = PhaseNotStarted;
   context.blockNumber = 0xFFFF;
@@ -88,12 +77,6 @@ OperationThread::OperationThread(OperationContext& callerContext)
   context.length = 0xFFFFFFFF;
   context.elementIndex = 0xFFFFFFFF;
   context.status = callerContext.status;
-}
-
-OperationThread::~OperationThread() {
-  if (contextMutex != nullptr) {
-    CloseHandle(contextMutex);
-  }
 }
 
 void OperationThread::CountBlocks() {
@@ -136,18 +119,20 @@ u32 OperationThread::StepTimeout() {
   return pollTimeout;
 }
 
+// Without the mutex the copy is made all the same: a record that may be torn is seen once, but one
+// that was left out would be missed for good.
 void OperationThread::GetContext(OperationContext& callerContext) {
-  WaitForSingleObject(contextMutex, INFINITE);
+  const MutexGuard guard(contextMutex.get());
+
   callerContext = context;
-  ReleaseMutex(contextMutex);
 }
 
 void OperationThread::SetContext(const OperationContext& newContext) {
-  WaitForSingleObject(contextMutex, INFINITE);
+  const MutexGuard guard(contextMutex.get());
+
   const u32 published = context.updateCount;
   context = newContext;
   context.updateCount = published + 1;
-  ReleaseMutex(contextMutex);
 }
 
 i32 OperationThread::NextBlock(OperationContext& work, u32& done) {
@@ -173,7 +158,7 @@ i32 OperationThread::NextBlock(OperationContext& work, u32& done) {
   const u64 nextStart = (nextBlock - FirstDataBlock) * transferSize;
   // One block more than the number can count would come round to block 0, which is a command. The
   // image preparation refuses such an image; the device may have changed its mind about the size.
-  if (nextBlock > 0xFFFF || nextStart >= size) {
+  if (nextBlock - FirstDataBlock >= MaximumDataBlocks || nextStart >= size) {
     return 0;
   }
   work.blockNumber = static_cast<u16>(nextBlock);

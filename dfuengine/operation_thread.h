@@ -9,6 +9,7 @@
 
 #include <windows.h>
 
+#include "common/handles.h"
 #include "common/types.h"
 #include "dfuengine/operation_context.h"
 #include "dfuengine/worker_thread.h"
@@ -18,16 +19,14 @@ struct DfuElement;
 class OperationThread : public WorkerThread {
  public:
   // Opens the first DFU device, reads its transfer size into the caller's transferSize and closes
-  // it again; then takes over guidA, guidB, operationCode, image, devicePath and transferSize. A
-  // devicePath that is empty becomes the path of that device, in the caller's record as well.
+  // it again; then takes over guidA, guidB, operationCode, image, devicePath and transferSize.
   //
   // The caller's status tells the outcome: StatusSuccess; StatusDeviceNotOpened, also when the
-  // first DFU device is not the one that the caller's devicePath names;
-  // StatusRequestFailed when the transfer size cannot be read or is 0 (such a device cannot be
-  // written to, so nothing may be erased on it either) or when the event or the mutex cannot be
+  // first DFU device is not the one that the caller's devicePath names, which an empty one never
+  // does; StatusRequestFailed when the transfer size cannot be read or is 0 (such a device cannot
+  // be written to, so nothing may be erased on it either) or when the event or the mutex cannot be
   // made. An object that did not come to StatusSuccess must not be started.
   explicit OperationThread(OperationContext& callerContext);
-  ~OperationThread() override;
 
   // As WorkerThread::Stop, then closes the device if the published context still holds it. An
   // operation that was interrupted, not finished, sends the device ABORT first.
@@ -36,7 +35,7 @@ class OperationThread : public WorkerThread {
   // The milliseconds that the last step asked for.
   u32 StepTimeout() override;
 
-  // Copies the published context into the caller's record. Any thread.
+  // Hands out what was published last. Any thread.
   virtual void GetContext(OperationContext& callerContext);
 
   // Publishes the caller's record, except for its updateCount: the published one goes up by 1.
@@ -99,7 +98,8 @@ class OperationThread : public WorkerThread {
   u32 pollTimeout = 0;
 
   // Status replies with an error that the current block may still have. Operation's thread.
-  u32 retriesLeft = 0;
+  static constexpr u32 RetriesForBadStatus = 3;
+  u32 retriesLeft = RetriesForBadStatus;
 
   // Data blocks of the whole image: as a 16-bit field, and in full for the progress. Written by the
   // constructor only.
@@ -124,14 +124,9 @@ class OperationThread : public WorkerThread {
 
   // The published context, shared with whoever calls GetContext; contextMutex guards all of it.
   OperationContext context{};
-  HANDLE contextMutex = nullptr;
+  KernelHandle contextMutex;
 };
 
 // The element that the working copy is at, or null when the image is missing or not valid or has no
 // such element.
 const DfuElement* CurrentElement(const OperationContext& work);
-
-// How many data blocks so many bytes make; a last, short block counts. transferSize is not 0.
-constexpr u64 BlockCount(u32 sizeBytes, u16 transferSize) {
-  return (u64{sizeBytes} + transferSize - 1) / transferSize;
-}

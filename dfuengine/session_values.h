@@ -18,5 +18,5 @@ extern std::atomic<u32> currentOperationId;
 // download's thread, null again when the download has ended.
 extern DfuImage* upgradeImage;
 
-// 1 once the user has been told "DISCONNECT" in the current update.
+// Whether this update has told the user "DISCONNECT" already: 1 or 0.
 extern u32 disconnectNotified;

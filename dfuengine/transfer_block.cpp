@@ -22,8 +22,8 @@ bool DataStageExists(const OperationContext& work, const DfuElement& element) {
   if (work.blockNumber == CommandBlock) {
     return work.length <= CommandBlockBytes;
   }
-  const u64 offset = BlockOffset(work);
-  return offset <= element.Size && work.length <= element.Size - offset;
+  // In 64 bits, which hold the sum whatever the working copy says.
+  return BlockOffset(work) + work.length <= element.Size;
 }
 
 }  // namespace

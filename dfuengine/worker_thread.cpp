@@ -12,28 +12,19 @@ constexpr DWORD ResumeFailed = static_cast<DWORD>(-1);
 
 WorkerThread::WorkerThread() : stopEvent(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
 
-WorkerThread::~WorkerThread() {
-  if (threadHandle != nullptr) {
-    CloseHandle(threadHandle);
-  }
-  if (stopEvent != nullptr) {
-    CloseHandle(stopEvent);
-  }
-}
-
 i32 WorkerThread::Start() {
-  if (threadHandle != nullptr) {
+  if (threadHandle.valid()) {
     return 0;
   }
   // Here and not on the thread itself: a Stop that comes before its first wait would be forgotten.
-  ResetEvent(stopEvent);
+  ResetEvent(stopEvent.get());
 
-  threadHandle = CreateThread(nullptr, 0, ThreadEntry, this, CREATE_SUSPENDED, nullptr);
-  if (threadHandle == nullptr) {
+  threadHandle.Reset(CreateThread(nullptr, 0, ThreadEntry, this, CREATE_SUSPENDED, nullptr));
+  if (!threadHandle.valid()) {
     return 0;
   }
-  SetThreadPriority(threadHandle, THREAD_PRIORITY_LOWEST);
-  suspended = ResumeThread(threadHandle) == ResumeFailed;
+  SetThreadPriority(threadHandle.get(), THREAD_PRIORITY_LOWEST);
+  suspended = ResumeThread(threadHandle.get()) == ResumeFailed;
   return suspended ? 0 : 1;
 }
 
@@ -48,7 +39,7 @@ void WorkerThread::ThreadProc() {
 }
 
 DWORD WorkerThread::RunSteps() {
-  HANDLE waitHandles[ExtraWaitHandleLimit] = {stopEvent};
+  HANDLE waitHandles[ExtraWaitHandleLimit] = {stopEvent.get()};
   const u32 extraCount = ExtraWaitHandleCount(&waitHandles[1]);
   if (extraCount >= ExtraWaitHandleLimit) {
     return ExitTooManyHandles;
@@ -80,34 +71,33 @@ DWORD WorkerThread::RunSteps() {
 }
 
 bool WorkerThread::StopSignalled() const {
-  return WaitForSingleObject(stopEvent, 0) == WAIT_OBJECT_0;
+  return WaitForSingleObject(stopEvent.get(), 0) == WAIT_OBJECT_0;
 }
 
 i32 WorkerThread::Stop(DWORD* exitCode) {
-  if (threadHandle == nullptr) {
+  if (!threadHandle.valid()) {
     return 0;
   }
   // Until the thread has really ended, whatever a failing call says: the object goes away next.
-  SetEvent(stopEvent);
-  while (WaitForSingleObject(threadHandle, 0) != WAIT_OBJECT_0) {
+  SetEvent(stopEvent.get());
+  while (WaitForSingleObject(threadHandle.get(), 0) != WAIT_OBJECT_0) {
     if (suspended) {
-      suspended = ResumeThread(threadHandle) == ResumeFailed;
+      suspended = ResumeThread(threadHandle.get()) == ResumeFailed;
     }
     Sleep(StopPollMs);
-    SetEvent(stopEvent);
+    SetEvent(stopEvent.get());
   }
 
   if (exitCode != nullptr) {
-    GetExitCodeThread(threadHandle, exitCode);
+    GetExitCodeThread(threadHandle.get(), exitCode);
   }
-  CloseHandle(threadHandle);
-  threadHandle = nullptr;
+  threadHandle.Close();
   return 1;
 }
 
 bool WorkerThread::IsRunning() const {
-  return threadHandle != nullptr && !suspended &&
-         WaitForSingleObject(threadHandle, 0) != WAIT_OBJECT_0;
+  return threadHandle.valid() && !suspended &&
+         WaitForSingleObject(threadHandle.get(), 0) != WAIT_OBJECT_0;
 }
 
 u32 WorkerThread::ExtraWaitHandleCount(HANDLE*) {

@@ -7,6 +7,7 @@
 
 #include <windows.h>
 
+#include "common/handles.h"
 #include "common/types.h"
 
 // The hooks may add fewer wait handles than this.
@@ -23,9 +24,8 @@ class WorkerThread {
   WorkerThread(const WorkerThread&) = delete;
   WorkerThread& operator=(const WorkerThread&) = delete;
 
-  // Closes the event and, when Stop was never called, the handle of a thread that has ended. The
-  // thread must not run any more.
-  virtual ~WorkerThread();
+  // The thread must not run any more.
+  virtual ~WorkerThread() = default;
 
   // Starts the thread at the lowest priority. 1 when it was started; 0 when there is one already or
   // the thread cannot be created or resumed.
@@ -40,7 +40,7 @@ class WorkerThread {
   // exitCode (unless that is null); 0 when there was none, exitCode is then left alone.
   virtual i32 Stop(DWORD* exitCode);
 
-  // One piece of the work. Nonzero to be run again after StepTimeout, 0 to end the thread.
+  // One piece of the work. 0 ends the thread; otherwise it waits for StepTimeout and comes back.
   virtual i32 Step() = 0;
 
   // How many further handles the thread shall wait for; fills in so many of the
@@ -58,12 +58,12 @@ class WorkerThread {
   bool IsRunning() const;
 
  protected:
-  // The thread, running or ended, or null. Set by Start and cleared by Stop.
-  HANDLE threadHandle = nullptr;
+  // The thread, running or ended, or none. Set by Start and closed by Stop.
+  KernelHandle threadHandle;
 
-  // Manual-reset event that ends the thread. Null when it could not be made; the object is then not
-  // to be started.
-  HANDLE stopEvent = nullptr;
+  // Manual-reset event that ends the thread. Not valid when it could not be made; the object is
+  // then not to be started.
+  KernelHandle stopEvent;
 
  private:
   static DWORD WINAPI ThreadEntry(LPVOID parameter);

@@ -15,8 +15,8 @@ struct AddressRange {
 
 // The stretch of size bytes from address on. What would lie beyond the address space is left out.
 constexpr AddressRange RangeAt(u32 address, u32 size) {
-  constexpr u64 AddressSpaceEnd = u64{1} << 32;
-  return {address, std::min(u64{address} + size, AddressSpaceEnd)};
+  constexpr u64 TopOfSpace = u64{1} << 32;
+  return {address, std::min(u64{address} + size, TopOfSpace)};
 }
 
 // Both comparisons are strict: stretches that only meet do not overlap, while an empty one overlaps

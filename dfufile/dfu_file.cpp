@@ -5,6 +5,7 @@
 #include <new>
 
 #include "common/debug_output.h"
+#include "common/little_endian.h"
 #include "common/package_values.h"
 #include "common/status.h"
 #include "dfufile/crc32.h"
@@ -47,14 +48,6 @@ constexpr u32 SuffixLengthOffset = 11;
 constexpr u32 CrcOffset = 12;
 
 constexpr u32 CrcChunkBytes = 4096;
-
-u16 LittleEndian16(const u8* bytes) {
-  return static_cast<u16>(bytes[0] | (bytes[1] << 8));
-}
-
-u32 LittleEndian32(const u8* bytes) {
-  return u32{LittleEndian16(bytes)} | (u32{LittleEndian16(bytes + 2)} << 16);
-}
 
 bool CheckPrefix(DfuFile& file) {
   u8 prefix[FilePrefixBytes];

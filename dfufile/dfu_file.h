@@ -1,8 +1,7 @@
 // Reads the firmware package, a DfuSe file: prefix, targets with their elements, suffix with a CRC.
 //
-// The image preparation opens the file, reads targets one by one until it has found the one it
-// wants, and closes the file, all under the update lock, which also guards the registry of open
-// files.
+// The image preparation has it open for as long as it looks for the target that it wants. It holds
+// the update lock, which also guards the registry of open files.
 #pragma once
 
 #include "common/intrusive_list.h"
@@ -11,7 +10,7 @@
 #include "dfufile/dfu_image.h"
 #include "dfufile/file_stream.h"
 
-// An open file that has passed its prefix, suffix and CRC tests.
+// A file that is open and was found to be sound.
 class DfuFile {
  public:
   DfuFile() = default;
@@ -30,7 +29,7 @@ class DfuFile {
   FileStream Stream;
   // The size of the file, in bytes.
   u32 FileBytes = 0;
-  // The outcome of the last operation on the file.
+  // How the last reading of a target went.
   u32 Status = StatusSuccess;
 
   // Link of the file registry.

@@ -9,25 +9,16 @@
 
 namespace {
 
-AddressRange RangeOf(const DfuElement& element) {
-  return RangeAt(element.Address, element.Size);
-}
-
-// Inserts a copy of element with data of its own. The image is as before when memory is short.
-bool InsertCopy(DfuImage* image, u32 position, const DfuElement& element) {
-  DfuElement copy = {element.Address, element.Size, nullptr};
-  if (element.Size != 0) {
-    copy.Data = new (std::nothrow) u8[element.Size];
-    if (copy.Data == nullptr) {
-      return false;
-    }
-    std::memcpy(copy.Data, element.Data, element.Size);
+// Null, and the list as before, when the position is beyond the end or memory is short.
+DfuElement* InsertCopy(ElementList& elements, u32 position, const DfuElement& element) {
+  if (element.Data == nullptr) {
+    return elements.Insert(position, element.Address, element.Size);
   }
-  if (!image->Elements.Insert(position, copy)) {
-    delete[] copy.Data;
-    return false;
+  DfuElement* const copy = elements.InsertWithBytes(position, element.Address, element.Size);
+  if (copy != nullptr && copy->Data != nullptr) {
+    std::memcpy(copy->Data, element.Data, element.Size);
   }
-  return true;
+  return copy;
 }
 
 }  // namespace
@@ -42,12 +33,6 @@ DfuImage::DfuImage(u8 alternateSetting, u32 named, const char* name)
   }
 }
 
-DfuImage::~DfuImage() {
-  for (u32 i = 0; i < Elements.size(); ++i) {
-    delete[] Elements[i].Data;
-  }
-}
-
 DfuImage* CloneImage(const DfuImage* image) {
   DfuImage* const clone =
       new (std::nothrow) DfuImage(image->AlternateSetting, image->Named, image->Name);
@@ -56,7 +41,7 @@ DfuImage* CloneImage(const DfuImage* image) {
   }
   clone->Valid = image->Valid;
   for (u32 i = 0; i < image->Elements.size(); ++i) {
-    if (!InsertCopy(clone, i, image->Elements[i])) {
+    if (InsertCopy(clone->Elements, i, image->Elements[i]) == nullptr) {
       delete clone;
       return nullptr;
     }
@@ -65,22 +50,19 @@ DfuImage* CloneImage(const DfuImage* image) {
 }
 
 i32 InsertElement(DfuImage* image, u32 position, DfuElement element) {
-  if (image->Valid == 0 || position > image->Elements.size() ||
-      !InsertCopy(image, position, element)) {
+  if (image->Valid == 0) {
+    return 0;
+  }
+  DfuElement* const newElement = InsertCopy(image->Elements, position, element);
+  if (newElement == nullptr) {
     return 0;
   }
   // Standard output may be a pipe, where a line would wait in the buffer.
-  DfuElement& newElement = image->Elements[position];
-  std::printf("address of pNewElement = %p\n", static_cast<void*>(&newElement));
+  std::printf("address of pNewElement = %p\n", static_cast<void*>(newElement));
   std::fflush(stdout);
-  std::printf("address of pNewElement->Data = %p\n", static_cast<void*>(&newElement.Data));
+  std::printf("address of pNewElement->Data = %p\n", static_cast<void*>(&newElement->Data));
   std::fflush(stdout);
   return 1;
-}
-
-void RemoveElement(DfuImage* image, u32 position) {
-  delete[] image->Elements[position].Data;
-  image->Elements.Remove(position);
 }
 
 i32 ReadImageRegion(const DfuImage* image, u32 start, u32 length, u8* buffer) {
@@ -104,17 +86,4 @@ i32 ReadImageRegion(const DfuImage* image, u32 start, u32 length, u8* buffer) {
               element.Data + (common.end - element.Address), buffer + (common.start - start));
   }
   return found ? 1 : 0;
-}
-
-bool ImageTouchesRegion(const DfuImage* image, u32 start, u32 length) {
-  if (image->Valid == 0) {
-    return false;
-  }
-  const AddressRange region = RangeAt(start, length);
-  for (u32 i = 0; i < image->Elements.size(); ++i) {
-    if (RangesOverlap(RangeOf(image->Elements[i]), region)) {
-      return true;
-    }
-  }
-  return false;
 }

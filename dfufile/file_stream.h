@@ -1,5 +1,5 @@
-// A firmware file as a stream of bytes whose failure sticks: once a read has come up short, seeks
-// are ignored and every later read fails.
+// A firmware file as a stream of bytes whose failure sticks: nothing brings it back from a read
+// that did not get all its bytes. It neither moves nor reads any more.
 //
 // Its sizes come from files that nobody has vouched for. Positions are counted here in 64 bits,
 // since the position of the C library is a long, which has 32 bits on Windows. Files that such a

@@ -4,27 +4,17 @@
 
 #include "common/debug_output.h"
 #include "common/status.h"
-#include "dfudevice/dfu_device_list.h"
 #include "dfudevice/memory_map.h"
-#include "dfuengine/operation_registry.h"
+#include "dfuengine/dfu_protocol.h"
+#include "dfuengine/operation_thread.h"
 #include "dfuengine/session_values.h"
+#include "dfuengine/update_session.h"
 #include "dfufile/dfu_file.h"
 #include "dfufile/dfu_image.h"
 #include "dfufile/image_cuts.h"
 #include "dfufile/image_registry.h"
 
 namespace {
-
-// The erase list of a launch that failed: it stays registered and no operation answers for it. The
-// next preparation releases it. Guarded by the update lock.
-DfuImage* orphanedEraseList = nullptr;
-
-void ReleaseAndForget(DfuImage*& image) {
-  if (image != nullptr) {
-    ReleaseImage(&image);
-    image = nullptr;
-  }
-}
 
 // The first readable target for alternate setting 0, registered, or null.
 DfuImage* ChooseTarget(DfuFile* file, u8 targetCount) {
@@ -79,33 +69,21 @@ bool MakeUpgradeImage(const DfuImage* target) {
          BlocksCanBeNumbered(*upgradeImage, memoryMapTable.transferSize);
 }
 
-void LaunchErase(DfuImage* eraseList) {
-  OperationContext context{};
-  CopyDevicePath(context, dfuDeviceList.paths[0], DevicePathKeptChars);
-  context.guidA = OperationGuidA;
-  context.operationCode = OperationErase;
-  context.image = eraseList;
-  if (LaunchOperation(context, currentOperationId, StatusSuccess, OperationErase) !=
-      StatusSuccess) {
-    orphanedEraseList = eraseList;
-  }
-}
-
 }  // namespace
 
 void PrepareTargetImage() {
-  ReleaseAndForget(orphanedEraseList);
+  ReleaseLeftoverImages();
 
   DfuImage* target = ReadPackageTarget();
   if (target != nullptr) {
-    ReleaseAndForget(upgradeImage);
+    DiscardImage(&upgradeImage);
     if (MakeUpgradeImage(target) &&
         FitImageToMemoryMap(target, memoryMapTable.maps, OperationErase) == StatusSuccess) {
       LaunchErase(target);
       return;
     }
-    ReleaseAndForget(upgradeImage);
-    ReleaseAndForget(target);
+    DiscardImage(&upgradeImage);
+    DiscardImage(&target);
   }
   WriteDebugText(TEXT("Unable to find data for that device/target from the file ..."));
 }

@@ -20,6 +20,11 @@ u32 ReleaseImage(DfuImage** image) {
   return StatusSuccess;
 }
 
+void DiscardImage(DfuImage** image) {
+  ReleaseImage(image);
+  *image = nullptr;
+}
+
 bool IsRegisteredImage(const DfuImage* image) {
   return dfuImageRegistry.Contains(image);
 }

@@ -1,7 +1,7 @@
-// The list of live images, against which image handles are tested before they are used.
+// Which images there are, so that a handle can be tested before it is followed.
 //
-// An image is registered by whoever made it and is destroyed through ReleaseImage from then on. The
-// registry is guarded by the update lock.
+// Whoever has made an image registers it; from then on ReleaseImage and DiscardImage are the ways
+// to destroy it. The update lock guards the registry.
 #pragma once
 
 #include "common/intrusive_list.h"
@@ -24,6 +24,10 @@ void RegisterImage(DfuImage** image);
 // Returns StatusSuccess, or StatusNoImage with the handle as it was when the image is not
 // registered.
 u32 ReleaseImage(DfuImage** image);
+
+// As ReleaseImage, but the handle is null afterwards in any case, also when it was null or named an
+// image that is not registered.
+void DiscardImage(DfuImage** image);
 
 // Tells whether the image is registered. Only compares the pointer, so it may be stale or null.
 bool IsRegisteredImage(const DfuImage* image);

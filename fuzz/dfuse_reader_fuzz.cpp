@@ -1,10 +1,13 @@
 // The firmware package: opened, and every target read, from a file with any contents.
 //
+// The simulator's own reader must take the same files: it explains a refusal to people.
+//
 // The first byte decides whether the CRC is made to fit, so that what lies behind it is reached.
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <string>
 #include <vector>
 
 #include "common/package_values.h"
@@ -18,15 +21,19 @@ namespace {
 
 constexpr char PackageName[] = "p.dfu";
 
-void ReadTargets(DfuFile* file, u8 targetCount) {
+// Whether there is one for alternate setting 0.
+bool ReadTargets(DfuFile* file, u8 targetCount) {
+  bool taken = false;
   for (u32 target = 0; target <= targetCount; ++target) {
     DfuImage* image = nullptr;
     const u32 status = ReadTargetImage(file, target, &image);
     if ((status == StatusSuccess) != (image != nullptr)) {
       std::abort();
     }
+    taken = taken || (target < targetCount && image != nullptr && image->AlternateSetting == 0);
     delete image;
   }
+  return taken;
 }
 
 }  // namespace
@@ -46,9 +53,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   DfuFile* file = nullptr;
   u8 targetCount = 0;
+  bool taken = false;
   if (OpenDfuFile(&file, &targetCount) == StatusSuccess) {
-    ReadTargets(file, targetCount);
+    taken = ReadTargets(file, targetCount);
     CloseDfuFile(file);
+  }
+  // The simulator's reader is another one, and of the same mind.
+  std::string reason;
+  if (simulator::ReadDfuSe(bytes, reason).has_value() != taken) {
+    std::abort();
   }
   return 0;
 }

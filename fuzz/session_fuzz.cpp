@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "common/package_values.h"
+#include "dfuengine/device_removals.h"
 #include "dfuengine/operation_registry.h"
 #include "dfuengine/update_session.h"
 #include "dfufile/image_registry.h"
@@ -123,6 +124,7 @@ void CheckNothingLeft() {
     std::abort();
   }
   machine.debugLog.Clear();
+  machine.notifications.events.Clear();
 }
 
 }  // namespace

@@ -13,15 +13,9 @@ namespace {
 constexpr u16 WantedUsagePage = 0x0001;
 constexpr u16 WantedUsage = 0x0000;
 
-// Enough for the capabilities; reports need more, but nobody is asked for one here.
+// Asking for none is why the collection opens whoever else has it open. The report is sent on this
+// very handle; a driver grants that without an access.
 constexpr DWORD NoAccess = 0;
-
-void CloseEarlierResult(HANDLE* result) {
-  if (*result != INVALID_HANDLE_VALUE) {
-    CloseHandle(*result);
-  }
-  *result = INVALID_HANDLE_VALUE;
-}
 
 bool ListInterfaces(GUID& classGuid, HidInterfaceList& list) {
   const CONFIGRET measured = list.Measure(classGuid);
@@ -85,7 +79,7 @@ bool IsWantedCollection(HANDLE file) {
 }  // namespace
 
 i32 FindHidDevice(GUID* classGuid, HANDLE* result) {
-  CloseEarlierResult(result);
+  *result = INVALID_HANDLE_VALUE;
 
   HidInterfaceList list;
   if (!ListInterfaces(*classGuid, list)) {

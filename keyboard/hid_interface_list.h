@@ -10,7 +10,7 @@
 #include <cfgmgr32.h>
 #include <hidsdi.h>
 
-#include "common/handles.h"
+#include "common/heap_buffer.h"
 #include "common/multi_string.h"
 
 // The paths of the present interfaces of one device interface class. Call the three steps in order;

@@ -9,7 +9,6 @@
 #include "common/handles.h"
 #include "common/package_values.h"
 #include "common/wide_string.h"
-#include "notifier/notifier_message.h"
 #include "notifier/user_session.h"
 
 namespace {
@@ -28,9 +27,6 @@ constexpr char NotifierFile[] = "\\Pellory.exe";
 // count a terminating zero of their own, so one is to spare.
 constexpr std::size_t NotifierPathCapacity =
     sizeof(FileRepositoryPath) + sizeof(WIN32_FIND_DATAA::cFileName) + sizeof(NotifierFile);
-
-constexpr std::size_t CommandLineChars = 32;
-static_assert(sizeof(NotifierMessage::Disconnect) <= CommandLineChars * sizeof(WCHAR));
 
 struct EnvironmentBlockKind {
   using Type = LPVOID;
@@ -111,30 +107,20 @@ void BuildNotifierPath(WCHAR (&path)[NotifierPathCapacity]) {
   WidenAnsi(narrowPath, path, NotifierPathCapacity);
 }
 
-void CopyWord(const WCHAR* word, WCHAR (&commandLine)[CommandLineChars]) {
-  std::size_t lengthChars = 0;
-  while (word[lengthChars] != 0 && lengthChars + 1 < CommandLineChars) {
-    commandLine[lengthChars] = word[lengthChars];
-    ++lengthChars;
-  }
-  commandLine[lengthChars] = 0;
-}
-
 // A null token stands for the caller's own account: the notifier would run with the service's full
 // rights. When there is no token of the user's, one that the call refuses takes its place.
 HANDLE TokenOfUser(const LaunchHandles& handles) {
   return handles.notifierToken.valid() ? handles.notifierToken.get() : INVALID_HANDLE_VALUE;
 }
 
-void StartNotifier(const LaunchHandles& handles, const WCHAR* word) {
+void StartNotifier(const LaunchHandles& handles, const NotifierMessage& message) {
   WCHAR path[NotifierPathCapacity];
   BuildNotifierPath(path);
   WriteDebugText(path);
-  WriteDebugText(word);
+  WriteDebugText(message.text());
 
   // CreateProcessAsUserW may write into its command line, and lpDesktop is not const either.
-  WCHAR commandLine[CommandLineChars];
-  CopyWord(word, commandLine);
+  NotifierMessage commandLine = message;
   WCHAR desktop[] = TEXT("winsta0\\default");
   STARTUPINFOW startup = {};
   startup.cb = sizeof(startup);
@@ -143,8 +129,8 @@ void StartNotifier(const LaunchHandles& handles, const WCHAR* word) {
   const DWORD flags =
       handles.environment.valid() ? LaunchFlags | CREATE_UNICODE_ENVIRONMENT : LaunchFlags;
   PROCESS_INFORMATION notifier = {};
-  if (!CreateProcessAsUserW(TokenOfUser(handles), path, commandLine, nullptr, nullptr, FALSE, flags,
-                            handles.environment.get(), nullptr, &startup, &notifier)) {
+  if (!CreateProcessAsUserW(TokenOfUser(handles), path, commandLine.text(), nullptr, nullptr, FALSE,
+                            flags, handles.environment.get(), nullptr, &startup, &notifier)) {
     const DWORD error = GetLastError();
     WriteDebugFormat(TEXT("Process token open error: %u\n"), error);
     return;
@@ -155,7 +141,7 @@ void StartNotifier(const LaunchHandles& handles, const WCHAR* word) {
 
 }  // namespace
 
-i32 LaunchNotifier(const WCHAR* word) {
+i32 LaunchNotifier(const NotifierMessage& message) {
   DWORD explorerId = 0;
   if (FindActiveUserSession(&explorerId) == 0) {
     WriteDebugText(TEXT("Getprocessid fail\n"));
@@ -169,6 +155,6 @@ i32 LaunchNotifier(const WCHAR* word) {
   DuplicateUserToken(handles);
   EnablePrivileges(handles.notifierToken.get(), privileges);
   MakeEnvironment(handles);
-  StartNotifier(handles, word);
+  StartNotifier(handles, message);
   return 0;
 }

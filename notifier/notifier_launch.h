@@ -5,13 +5,12 @@
 // locals, reads packageFolder and takes no lock.
 #pragma once
 
-#include <windows.h>
-
 #include "common/types.h"
+#include "notifier/notifier_message.h"
 
 // Starts the notifier from the driver package folder, in the session and on the desktop of the
-// logged-on user, with the word (see notifier_message.h) as its whole command line.
+// logged-on user, with the message's word as its whole command line.
 //
 // The notifier is not waited for and nothing is left open. Returns 0 in every case; what went wrong
 // has been written to the debug output.
-i32 LaunchNotifier(const WCHAR* word);
+i32 LaunchNotifier(const NotifierMessage& message);

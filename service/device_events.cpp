@@ -1,7 +1,8 @@
 #include "service/device_events.h"
 
 #include "common/debug_output.h"
-#include "dfuengine/update_session.h"
+#include "dfuengine/device_removals.h"
+#include "keyboard/keyboard_departure.h"
 #include "service/update_decision.h"
 
 DWORD CALLBACK OnKeyboardInterfaceEvent(HCMNOTIFICATION, PVOID, CM_NOTIFY_ACTION action,
@@ -12,9 +13,11 @@ DWORD CALLBACK OnKeyboardInterfaceEvent(HCMNOTIFICATION, PVOID, CM_NOTIFY_ACTION
       EvaluateUpdate(0);
       break;
     case CM_NOTIFY_ACTION_DEVICEINTERFACEREMOVAL:
+      NoteKeyboardLeft();
       WriteDebugText(TEXT("Keyboard detached\n"));
       break;
     default:
+      // Spelled as it always was: whoever reads these lines searches for it.
       WriteDebugText(TEXT("Keyboard Defalut \n"));
       break;
   }
@@ -25,12 +28,13 @@ DWORD CALLBACK OnDfuInterfaceEvent(HCMNOTIFICATION, PVOID, CM_NOTIFY_ACTION acti
                                    PCM_NOTIFY_EVENT_DATA, DWORD) {
   switch (action) {
     case CM_NOTIFY_ACTION_DEVICEINTERFACEARRIVAL:
+      NoteKeyboardLeft();
       WriteDebugText(TEXT("Keyboard DFU attached\n"));
       PrepareDfuUpdate();
       break;
     case CM_NOTIFY_ACTION_DEVICEINTERFACEREMOVAL:
-      WriteDebugText(TEXT("Keyboard DFU detached\n"));
       NoteDfuRemoval();
+      WriteDebugText(TEXT("Keyboard DFU detached\n"));
       break;
     default:
       WriteDebugText(TEXT("Keyboard Defalut \n"));

@@ -2,15 +2,16 @@
 // .dfu file in it, whose name carries the package's version.
 //
 // SelectPackageFolder runs once, in the start-up sequence, before anything reads packageFolder. The
-// other two run under the update lock, on the service entry's thread, the notification threads and
-// TickThread; both search anew each time and take the first .dfu file that the file system lists.
+// other two run under the update lock, which guards packagePath, on the service entry's thread, the
+// notification threads and TickThread; both search anew each time and take the first .dfu file that
+// the file system lists.
 #pragma once
 
 #include "common/firmware_version.h"
 #include "common/types.h"
 
 // The version in the .dfu file's name, as ReadPackageVersion read it last; all zero before. Guarded
-// by the update lock.
+// by the decision's lock: only decisions read the version.
 extern FirmwareVersion packageVersion;
 
 // Copies the find record of the newest driver package folder into packageFolder: the latest

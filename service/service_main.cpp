@@ -2,13 +2,15 @@
 
 #include <cfgmgr32.h>
 
-#include <atomic>
 #include <cstring>
 
 #include "common/debug_output.h"
 #include "common/handles.h"
+#include "common/mutex_guard.h"
+#include "common/process_mutex.h"
 #include "common/types.h"
 #include "dfudevice/dfu_interface.h"
+#include "dfuengine/device_removals.h"
 #include "service/device_events.h"
 #include "service/package_location.h"
 #include "service/stop_latch.h"
@@ -21,9 +23,6 @@ namespace {
 
 // Every control is accepted, up to session changes; three of them are acted on.
 constexpr DWORD AcceptedControls = 0xFF;
-
-constexpr SERVICE_STATUS StatusAtStart = {
-    SERVICE_WIN32_OWN_PROCESS, 0, AcceptedControls, 0, 0, 0, 0};
 
 constexpr DWORD DelayBeforeTicksMs = 10000;
 constexpr DWORD DelayBeforePackageMs = 5000;
@@ -39,68 +38,37 @@ static_assert(sizeof(CM_NOTIFY_FILTER) == 416);
 
 // Held while states are written and reported, so that the control manager hears of them in the
 // order in which they were written: the service entry's RUNNING can neither follow STOPPED nor come
-// between a pending state and its final one. Lives as long as the process. Null before ServiceMain
-// has made it.
-HANDLE reportMutex = nullptr;
+// between a pending state and its final one. Without it a report is made all the same: the control
+// manager would take a service that says nothing for a hung one.
+constinit ProcessMutex reportMutex;
 
-// One turn at reporting. Without the mutex the report is made all the same: the control manager
-// would take a service that says nothing for a hung one.
-class ReportTurn {
- public:
-  ReportTurn() {
-    if (reportMutex == nullptr) {
-      return;
-    }
-    const DWORD result = WaitForSingleObject(reportMutex, INFINITE);
-    held_ = result == WAIT_OBJECT_0 || result == WAIT_ABANDONED;
-  }
-  ~ReportTurn() {
-    if (held_) {
-      ReleaseMutex(reportMutex);
-    }
-  }
-  ReportTurn(const ReportTurn&) = delete;
-  ReportTurn& operator=(const ReportTurn&) = delete;
-
- private:
-  bool held_ = false;
-};
-
-std::atomic_ref<DWORD> CurrentState() {
-  return std::atomic_ref<DWORD>(serviceStatus.dwCurrentState);
+// Writes the state and sends the whole record. Called within a turn at reportMutex.
+void Report(DWORD state) {
+  serviceStatus.dwCurrentState = state;
+  SetServiceStatus(statusHandle, &serviceStatus);
 }
 
-// Sends the whole record with the given state. The copy is the caller's own, so that a state which
-// another thread writes meanwhile cannot slip into this report.
-void SendReport(DWORD state) {
-  SERVICE_STATUS report = StatusAtStart;
-  report.dwCurrentState = state;
-  SetServiceStatus(statusHandle, &report);
-}
-
-// The control handler's two reports, with nothing between them.
+// The control handler's two reports, with nothing between them. A stop is latched within the same
+// turn, so no state of the service entry's comes after it.
 void ReportPendingAndDone(DWORD pendingState, DWORD doneState) {
-  ReportTurn turn;
+  const MutexGuard turn(reportMutex.Get());
 
-  CurrentState().store(pendingState);
-  SendReport(pendingState);
-  CurrentState().store(doneState);
-  SendReport(doneState);
+  if (doneState == SERVICE_STOPPED) {
+    LatchStop();
+  }
+  Report(pendingState);
+  Report(doneState);
 }
 
-// The service entry's reports. A pause in the meantime is overwritten, a stop is not: it is latched
-// before its first state is written. Returns false when there has been one and nothing was
-// reported.
+// The service entry's reports. A pause in the meantime is overwritten, a stop is not. Returns false
+// when there has been one and nothing was reported.
 bool ReportUnlessStopped(DWORD state) {
-  ReportTurn turn;
+  const MutexGuard turn(reportMutex.Get());
 
-  DWORD seen = CurrentState().load();
-  do {
-    if (StopSeen()) {
-      return false;
-    }
-  } while (!CurrentState().compare_exchange_weak(seen, state));
-  SendReport(state);
+  if (StopSeen()) {
+    return false;
+  }
+  Report(state);
   return true;
 }
 
@@ -143,7 +111,10 @@ void RegisterKeyboardNotification() {
                        TEXT("RegisterNotify:: success\n"));
 }
 
+// Nobody is told of a removal before this. The start-up decision may have begun an update whose
+// device has left since, so one counts as told until that device answers.
 void RegisterDfuNotification() {
+  NoteDfuRemoval();
   CM_NOTIFY_FILTER dfuFilter;
   FillInterfaceFilter(dfuFilter, DfuInterfaceGuid);
   RegisterNotification(dfuFilter, OnDfuInterfaceEvent, TEXT("RegisterNotify DFU:: success\n"));
@@ -178,25 +149,26 @@ bool StartUp() {
   return ReportUnlessStopped(SERVICE_RUNNING);
 }
 
-// The mark is looked at too, because a continue right after the stop hides the stopped state.
+// The latch and not the state: a continue right after the stop hides the stopped state.
 void WaitForStop() {
-  while (CurrentState().load() != SERVICE_STOPPED && !StopSeen()) {
+  while (!StopSeen()) {
     Sleep(StopPollMs);
   }
 }
 
 }  // namespace
 
-SERVICE_STATUS serviceStatus = StatusAtStart;
+SERVICE_STATUS serviceStatus = {SERVICE_WIN32_OWN_PROCESS, 0, AcceptedControls, 0, 0, 0, 0};
 SERVICE_STATUS_HANDLE statusHandle = nullptr;
 
 void WINAPI ServiceMain(DWORD, LPWSTR*) {
+  // The handler may be called as soon as it is known. A mutex that cannot be made now is asked for
+  // again at the next report.
+  reportMutex.Get();
   statusHandle = RegisterServiceCtrlHandlerExW(serviceName, ServiceCtrlHandler, nullptr);
   if (statusHandle == nullptr) {
     return;
   }
-
-  reportMutex = CreateMutexW(nullptr, FALSE, nullptr);
   if (StartUp()) {
     WaitForStop();
   }
@@ -205,7 +177,6 @@ void WINAPI ServiceMain(DWORD, LPWSTR*) {
 DWORD WINAPI ServiceCtrlHandler(DWORD dwControl, DWORD, LPVOID, LPVOID) {
   switch (dwControl) {
     case SERVICE_CONTROL_STOP:
-      LatchStop();
       ReportPendingAndDone(SERVICE_STOP_PENDING, SERVICE_STOPPED);
       break;
     case SERVICE_CONTROL_PAUSE:

@@ -11,8 +11,8 @@
 // writes it.
 extern WCHAR serviceName[8];
 
-// What the control manager is told. Only dwCurrentState ever changes. It is written by the service
-// entry and by the control handler and read by the stop wait: touch it through std::atomic_ref.
+// What the control manager is told. Only dwCurrentState ever changes; the service entry and the
+// control handler write and send it one after the other.
 extern SERVICE_STATUS serviceStatus;
 
 // The registration of the control handler, used by every report. Written once by ServiceMain,
@@ -20,7 +20,7 @@ extern SERVICE_STATUS serviceStatus;
 extern SERVICE_STATUS_HANDLE statusHandle;
 
 // The service entry; both arguments are ignored. Registers the control handler, reports start
-// pending, runs the start-up sequence with its delays (10000, 5000 and 15000 ms), reports running
+// pending, starts up with delays of 10000, 5000 and 15000 ms, reports running
 // and returns within 1000 ms after a stop. A stop during start-up ends the sequence after the step
 // that is under way, and running is then not reported. When the handler cannot be registered it
 // returns at once and reports nothing.

@@ -19,13 +19,14 @@ DWORD WaitForTick(HANDLE tickEvent) {
 }
 
 void Tick() {
-  // Standard output may be a pipe, and a line kept back is of no use to whoever watches it.
+  // Spelled as it always was. Standard output may be a pipe, and a line kept back is of no use to
+  // whoever watches it.
   std::printf("elasped time :: 3000ms !!!\n");
   std::fflush(stdout);
 
   // A second arrival that found a healthy operation was put off; when that operation has failed
-  // after all, the device still waits for its update. Asked a tick later: if it failed because the
-  // device is gone, its removal has been told by now.
+  // after all, a device that is still there waits for its update. Asked a tick later: one that has
+  // just left is off the lists by now.
   if (TakeRememberedArrival()) {
     PrepareDfuUpdate();
   }

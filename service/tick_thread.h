@@ -5,7 +5,7 @@
 
 #include <windows.h>
 
-// The thread procedure; the parameter is not used. The 3000 ms count from the end of one step to
-// the next, so a long step delays the next tick by its own length. Returns 0 if its event is ever
-// signalled, which nothing does. Without an event it sleeps between the ticks instead.
+// The thread procedure; the parameter is not used. The 3000 ms count from the end of one step, so a
+// step that takes long puts off the ticks behind it. Returns 0 when its event is signalled, which
+// nothing does. Without an event it sleeps between the ticks instead.
 DWORD WINAPI TickThread(LPVOID parameter);

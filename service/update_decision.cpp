@@ -4,22 +4,28 @@
 
 #include "common/debug_output.h"
 #include "common/firmware_version.h"
+#include "common/mutex_guard.h"
+#include "common/process_mutex.h"
 #include "common/update_lock.h"
 #include "dfudevice/dfu_device_list.h"
 #include "dfuengine/update_session.h"
 #include "dfufile/image_preparation.h"
 #include "keyboard/enter_dfu.h"
+#include "keyboard/keyboard_departure.h"
 #include "keyboard/keyboard_version.h"
 #include "notifier/notifier_launch.h"
 #include "notifier/notifier_message.h"
 #include "service/package_location.h"
 #include "service/stop_latch.h"
+#include "service/update_gates.h"
 
 i32 batteryPercent = 0;
 
 namespace {
 
-constexpr i32 BatteryThresholdPercent = 30;
+// One decision at a time: guards deviceVersion, packageVersion, batteryPercent and keyboardHandle,
+// which belong to the decision under way. Taken before the update lock, never while that is held.
+constinit ProcessMutex decisionLock;
 
 // The platform's own value for a charge that it does not know. It counts as enough.
 constexpr i32 BatteryPercentUnknown = 255;
@@ -39,27 +45,18 @@ void PrepareUnderLock() {
   }
   // Before the refresh: a device that a running operation holds may refuse a second open, and the
   // refresh replaces the memory maps. After the file: a missing one must not end an operation.
-  if (!ClearWayForUpdate()) {
+  InterruptedUpdate interrupted;
+  if (!ClearWayForUpdate(interrupted)) {
     return;
   }
   if (RefreshDfuDevices() != 0) {
     PrepareTargetImage();
+    TellUnlessResumed(interrupted, false);
     return;
   }
   WriteDebugText(TEXT("Refresh1 fail\n"));
   LaunchNotifier(NotifierMessage::Disconnect);
-}
-
-bool PackageFitsKeyboard() {
-  return deviceVersion.hwRev == packageVersion.hwRev &&
-         deviceVersion.modelId == packageVersion.modelId;
-}
-
-bool PackageIsNewer() {
-  if (deviceVersion.major != packageVersion.major) {
-    return deviceVersion.major < packageVersion.major;
-  }
-  return deviceVersion.minor < packageVersion.minor;
+  TellUnlessResumed(interrupted, true);
 }
 
 void ReadBattery() {
@@ -67,6 +64,27 @@ void ReadBattery() {
   batteryPercent =
       GetSystemPowerStatus(&power) ? i32{power.BatteryLifePercent} : BatteryPercentUnknown;
   WriteDebugFormat(TEXT("Battery Percent: %d"), batteryPercent);
+}
+
+// The start-up decision serves a keyboard that is in DFU mode already. The look for it and the
+// preparation are one hold of the lock, so that nothing comes between the maps that were read and
+// their use. True when that was all there is to decide.
+bool ServeDfuDevice() {
+  const MutexGuard lock(updateLock.Get());
+  if (!lock.held()) {
+    return true;
+  }
+  if (RefreshDfuDevices() == 0) {
+    return false;
+  }
+  PrepareUnderLock();
+  return true;
+}
+
+// Composes its search in packagePath, which a preparation on another thread may be about to open.
+bool ReadPackage() {
+  const MutexGuard lock(updateLock.Get());
+  return lock.held() && ReadPackageVersion() != 0;
 }
 
 // Tells the user and asks the keyboard to restart in DFU mode, at once a second time when the first
@@ -80,38 +98,48 @@ bool StartUpdate() {
   return false;
 }
 
-// Everything of the decision that runs under the lock. Returns true when the keyboard is on its way
-// into DFU mode.
-bool DecideUnderLock(i32 atStartup) {
+// Asks gate by gate; the battery is read only once the versions let the update pass.
+UpdateGate AskGates() {
+  const UpdateGate gate = GateOfVersions(deviceVersion, packageVersion);
+  if (gate != UpdateGate::None) {
+    return gate;
+  }
+  ReadBattery();
+  return GateOfBattery(batteryPercent);
+}
+
+// Returns true when the keyboard is on its way into DFU mode.
+bool DecideUpdate(i32 atStartup) {
+  const MutexGuard lock(decisionLock.Get());
+  if (!lock.held()) {
+    return false;
+  }
+  WaitUntilKeyboardHasLeft();
   if (StopSeen()) {
     return false;
   }
-  if (atStartup == 1 && RefreshDfuDevices() != 0) {
-    PrepareUnderLock();
+  if (atStartup == 1 && ServeDfuDevice()) {
     return false;
   }
 
   ReadKeyboardVersion();
-  if (ReadPackageVersion() == 0) {
+  if (!ReadPackage()) {
     return false;
   }
-  if (!PackageFitsKeyboard() || !PackageIsNewer()) {
-    return false;
+  switch (AskGates()) {
+    case UpdateGate::HardwareRevision:
+    case UpdateGate::Model:
+    case UpdateGate::Version:
+      return false;
+    case UpdateGate::Battery:
+      LaunchNotifier(NotifierMessage::Battery);
+      WriteDebugText(TEXT("Battery fail\n"));
+      return false;
+    case UpdateGate::None:
+      break;
   }
-
-  ReadBattery();
-  if (batteryPercent < BatteryThresholdPercent) {
-    LaunchNotifier(NotifierMessage::Battery);
-    WriteDebugText(TEXT("Battery fail\n"));
-    return false;
-  }
-  // The reading above takes its time; a stop that came meanwhile must not find an update begun.
+  // The reading takes its time; a stop that came meanwhile must not find an update begun.
   return !StopSeen() && StartUpdate();
-}
-
-bool DecideUpdate(i32 atStartup) {
-  const UpdateLock lock;
-  return lock.held() && DecideUnderLock(atStartup);
 }
 
 }  // namespace
@@ -127,7 +155,7 @@ void EvaluateUpdate(i32 atStartup) {
 }
 
 void PrepareDfuUpdate() {
-  const UpdateLock lock;
+  const MutexGuard lock(updateLock.Get());
   if (lock.held()) {
     PrepareUnderLock();
   }

@@ -1,36 +1,155 @@
 #include "simulator/check_package.h"
 
-#include "simulator/package.h"
+#include "simulator/exit_codes.h"
+#include "simulator/service_view.h"
+#include "simulator/timeline.h"
+#include "simulator/update_run.h"
+#include "simulator/update_verdict.h"
 
 namespace simulator {
 
 namespace {
 
-void PrintTarget(const DfuSeTarget& target, std::FILE* out) {
-  std::fprintf(out, "target for alternate setting %u, %zu element%s\n", target.alternateSetting,
-               target.elements.size(), target.elements.size() == 1 ? "" : "s");
-  for (const DfuSeElement& element : target.elements) {
-    std::fprintf(out, "  0x%08X %zu bytes\n", element.address, element.data.size());
+// A whole update of the keyboard with that memory, to see what becomes of it and how long it takes.
+void AddRun(const Package& package, const CheckOptions& options, Json& plan) {
+  UpdateRunOptions run;
+  run.package = package;
+  run.keyboardVersion = OlderThan(package.version);
+  run.memory = options.memory;
+  run.transferSize = options.transferSize;
+  const Json result = RunInChild([&](const std::string& driveFolder) {
+    run.driveFolder = driveFolder;
+    SplitConsole(true, false);
+    const UpdateResult update = RunUpdate(run, std::fopen("/dev/null", "w"));
+    return Json{
+        {"exitCode", update.exitCode}, {"result", update.reason}, {"updateMs", update.updateMs}};
+  });
+  plan["result"] = result["result"];
+  if (result["exitCode"] == ExitDone) {
+    plan["updateMs"] = result["updateMs"];
   }
+}
+
+// Of an accepted package: all that can be said without running it.
+void AddContents(const Package& package, const CheckOptions& options, const Json& view,
+                 Json& check) {
+  check["version"] = VersionText(package.version);
+  for (const char* const name : {"vendorId", "productId", "targets"}) {
+    check[name] = view[name];
+  }
+  const std::vector<u8>& bytes = package.bytes;
+  check["crc"] = DfuCrc(bytes.data(), bytes.size() - 4);
+  check["warnings"] = PackageWarnings(package, options.keyboardIds);
+}
+
+void AddPlan(const Package& package, const CheckOptions& options, const Json& view, Json& check) {
+  Json plan = view["plan"];
+  plan["transferSize"] = options.transferSize;
+  const u64 dropped = plan["bytesDropped"];
+  if (dropped != 0) {
+    check["warnings"].push_back(CountText(dropped) +
+                                " bytes lie in no writable sector and are "
+                                "dropped: look at the elements' addresses and at the map");
+  }
+  AddRun(package, options, plan);
+  check["plan"] = plan;
+}
+
+Json Refuse(Json& check, const PackageRefusal& refusal) {
+  check["exitCode"] = refusal.exitCode;
+  check["reason"] = refusal.reason;
+  return check;
+}
+
+void PrintTarget(const Json& target, std::FILE* out) {
+  const Json& elements = target["elements"];
+  std::fprintf(out, "target for alternate setting %u, %zu element%s\n",
+               target["alternateSetting"].get<unsigned>(), elements.size(),
+               elements.size() == 1 ? "" : "s");
+  for (const Json& element : elements) {
+    const u32 address = element["address"];
+    const u32 bytes = element["bytes"];
+    std::fprintf(out, "  %s to %s, %s bytes\n", AddressText(address).c_str(),
+                 AddressText(address + bytes - (bytes == 0 ? 0 : 1)).c_str(),
+                 CountText(bytes).c_str());
+  }
+}
+
+void PrintPlan(const Json& plan, std::FILE* out) {
+  const auto count = [&](const char* name) { return CountText(plan[name].get<u64>()); };
+  std::fprintf(out, "plan for blocks of %s bytes\n", count("transferSize").c_str());
+  std::fprintf(out, "  sectors erased     %s, of %s bytes\n", count("sectorsErased").c_str(),
+               count("bytesErased").c_str());
+  std::fprintf(out, "  bytes written      %s, in %s blocks\n", count("bytesWritten").c_str(),
+               count("blocks").c_str());
+  std::fprintf(out, "  bytes dropped      %s\n", count("bytesDropped").c_str());
+  std::fprintf(out, "  bytes erased only  %s\n", count("bytesErasedOnly").c_str());
+  if (plan.contains("updateMs")) {
+    std::fprintf(out, "  takes              %s\n",
+                 SecondsText(plan["updateMs"].get<u64>()).c_str());
+  }
+  std::fprintf(out, "  result of a run    %s\n", plan["result"].get<std::string>().c_str());
 }
 
 }  // namespace
 
-int CheckPackage(const std::string& path, std::FILE* out, std::FILE* complaints) {
-  std::string reason;
-  const auto package = ReadPackage(path, reason);
-  if (!package.has_value()) {
-    std::fprintf(complaints, "vantrel-sim: %s is refused: %s\n", path.c_str(), reason.c_str());
-    return 1;
+Json CheckPackage(const std::string& path, const CheckOptions& options) {
+  Json check{{"file", path}, {"exitCode", ExitDone}};
+  PackageRefusal refusal;
+  Package package;
+  if (!ReadPackageFile(path, package, refusal)) {
+    return Refuse(check, refusal);
   }
-  // packaging/make-package reads the first two lines.
-  const DfuSeFile& contents = package->contents;
-  std::fprintf(out, "version %s\n", VersionText(package->version).c_str());
-  std::fprintf(out, "device VID_%04X&PID_%04X\n", contents.vendorId, contents.productId);
-  for (const DfuSeTarget& target : contents.targets) {
-    PrintTarget(target, out);
+  const Json view = RunInChild([&](const std::string& driveFolder) {
+    SplitConsole(true, false);
+    return ReadAsService(driveFolder, package.fileName, package.bytes,
+                         options.memory.has_value() ? options.memory->mapText : "",
+                         options.transferSize);
+  });
+  // The service's word counts; the reader here explains it.
+  const bool explained = ReadPackageContents(package, refusal);
+  if (!view["accepted"].get<bool>()) {
+    return Refuse(check,
+                  explained ? PackageRefusal{"the service does not read it", ExitFailed} : refusal);
   }
-  return 0;
+  if (!explained) {
+    return Refuse(check, {"the service takes it, and yet " + refusal.reason, ExitFailed});
+  }
+  AddContents(package, options, view, check);
+  if (view.contains("plan") && view["plan"].contains("blocks")) {
+    AddPlan(package, options, view, check);
+  }
+  if (options.strict && !check["warnings"].empty()) {
+    check["exitCode"] = ExitFailed;
+    check["reason"] = "it has warnings";
+  }
+  return check;
+}
+
+void PrintCheck(const Json& check, std::FILE* out, std::FILE* complaints) {
+  if (check.contains("version")) {
+    // packaging/make-package reads the first two lines.
+    std::fprintf(out, "version %s\n", check["version"].get<std::string>().c_str());
+    std::fprintf(out, "device VID_%04X&PID_%04X\n", check["vendorId"].get<unsigned>(),
+                 check["productId"].get<unsigned>());
+    std::fprintf(out, "CRC 0x%08X, as computed\n", check["crc"].get<u32>());
+    for (const Json& target : check["targets"]) {
+      PrintTarget(target, out);
+    }
+    for (const Json& warning : check["warnings"]) {
+      std::fprintf(out, "warning: %s\n", warning.get<std::string>().c_str());
+    }
+    if (check.contains("plan")) {
+      PrintPlan(check["plan"], out);
+    } else {
+      std::fprintf(out, "not checked against a memory map: give --map\n");
+    }
+  }
+  if (check.contains("reason")) {
+    std::fprintf(complaints, "vantrel-sim: %s is refused: %s\n",
+                 check["file"].get<std::string>().c_str(),
+                 check["reason"].get<std::string>().c_str());
+  }
 }
 
 }  // namespace simulator

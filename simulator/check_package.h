@@ -1,13 +1,30 @@
-// vantrel-sim check FILE.dfu: whether the service would take a firmware package, and what is in it.
+// vantrel-sim check FILE.dfu...: whether the service would take a firmware package, what is in it,
+// and what becomes of a keyboard's memory.
 #pragma once
 
 #include <cstdio>
+#include <optional>
 #include <string>
+#include <vector>
+
+#include "simulator/child_process.h"
+#include "simulator/memory_map_option.h"
+#include "simulator/package_warnings.h"
 
 namespace simulator {
 
-// Prints to out what the package holds, or to complaints the sentence why the service would refuse
-// it. Returns the process's exit code, 0 or 1.
-int CheckPackage(const std::string& path, std::FILE* out, std::FILE* complaints);
+struct CheckOptions {
+  std::optional<KeyboardMemory> memory;  // without it there is no plan
+  u16 transferSize = 0;
+  std::vector<KeyboardId> keyboardIds = UsualKeyboardIds();
+  bool strict = false;  // a warning refuses the file, too
+};
+
+// What is known of one file; "exitCode" is the command's. Each file gets child processes of its
+// own. Throws what RunInChild throws.
+Json CheckPackage(const std::string& path, const CheckOptions& options);
+
+// The same for people: the contents go to out, a refusal to complaints.
+void PrintCheck(const Json& check, std::FILE* out, std::FILE* complaints);
 
 }  // namespace simulator

@@ -32,6 +32,23 @@ void DfuBootloader::Reset() {
   leaving_ = false;
 }
 
+void DfuBootloader::LosePower(u64 nowMs) {
+  Settle(nowMs);
+  if (state_ == dfuDNBUSY) {
+    const std::size_t done = kept_.size() * options_.donePercentAtPowerLoss / 100;
+    kept_.erase(kept_.begin(), kept_.begin() + static_cast<std::ptrdiff_t>(done));
+    flash_.Overwrite(keptAddress_ + static_cast<u32>(done), kept_);
+  }
+  kept_.clear();
+}
+
+void DfuBootloader::KeepForPowerLoss(u32 address, std::size_t count) {
+  if (options_.donePercentAtPowerLoss < 100) {
+    keptAddress_ = address;
+    kept_ = flash_.Read(address, count).value_or(Bytes{});
+  }
+}
+
 bool DfuBootloader::TakeLeave() {
   return std::exchange(leaving_, false);
 }
@@ -125,6 +142,7 @@ UsbReply DfuBootloader::ReportStatus(u64 nowMs) {
     status_ = reply.status;
     busyUntilMs_ = nowMs + reply.pollTimeoutMs;
     outcome_ = dfuOK;
+    kept_.clear();
   }
   return {UsbResult::Done,
           {status_, static_cast<u8>(reply.pollTimeoutMs), static_cast<u8>(reply.pollTimeoutMs >> 8),
@@ -158,6 +176,7 @@ u32 DfuBootloader::AdvanceForStatus(u64 nowMs) {
 // device tell how it went.
 u32 DfuBootloader::Execute(u64 nowMs) {
   hasBlock_ = false;
+  kept_.clear();
   pollMs_ = blockNumber_ == 0 ? ExecuteCommand() : ExecuteWrite();
   if (state_ == dfuERROR) {
     return 0;
@@ -206,6 +225,7 @@ u32 DfuBootloader::ExecuteErase(u32 address) {
   if (!sector->isErasable()) {
     return Fail(errTARGET);
   }
+  KeepForPowerLoss(sector->address, sector->sizeBytes);
   flash_.Erase(*sector);
   constexpr u32 Unit = 16 * 1024;
   const u32 busyMs = options_.eraseBaseMs +
@@ -232,6 +252,7 @@ u32 DfuBootloader::ExecuteWrite() {
     }
     at = u64{sector->address} + sector->sizeBytes;
   }
+  KeepForPowerLoss(static_cast<u32>(first), block_.size());
   outcome_ = flash_.Program(static_cast<u32>(first), block_) ? dfuOK : errVERIFY;
   ++counts_.blocksWritten;
   counts_.bytesWritten += block_.size();

@@ -59,6 +59,10 @@ struct BootloaderOptions {
   // How many times over the device is busy for as long as it says in bwPollTimeout.
   u32 busyRounds = 1;
 
+  // How much of an erase or of a block is done, in percent from its first byte on, when the device
+  // loses its power while it is busy with it. The other bytes are what they were before.
+  u32 donePercentAtPowerLoss = 100;
+
   u32 manifestMs = 50;
 
   // False: the device leaves on the request already, and never reports dfuMANIFEST.
@@ -90,6 +94,9 @@ class DfuBootloader {
   // Power-up: back to dfuIDLE, the flash as it is. What was scripted stays.
   void Reset();
 
+  // What the device is busy with is broken off.
+  void LosePower(u64 nowMs);
+
   // One class request on the interface.
   platform::UsbReply Request(const WINUSB_SETUP_PACKET& setup, const platform::Bytes& data,
                              u64 nowMs);
@@ -102,11 +109,12 @@ class DfuBootloader {
   // True once after the device has been told to leave DFU mode.
   bool TakeLeave();
 
-  u8 state() const { return state_; }
+  DfuState state() const { return static_cast<DfuState>(state_); }
   const BootloaderCounts& counts() const { return counts_; }
 
  private:
   void Settle(u64 nowMs);
+  void KeepForPowerLoss(u32 address, std::size_t count);
   platform::UsbReply Refuse(u8 status = errSTALLEDPKT);
   platform::UsbReply Download(const WINUSB_SETUP_PACKET& setup, const platform::Bytes& data);
   platform::UsbReply ClearStatus();
@@ -131,6 +139,8 @@ class DfuBootloader {
   u32 pollMs_ = 0;
   u64 busyUntilMs_ = 0;
   bool leaving_ = false;
+  u32 keptAddress_ = 0;
+  platform::Bytes kept_;  // what the flash held where the device is busy
   std::deque<DfuStatusReply> scripted_;
   BootloaderCounts counts_;
 };

@@ -1,7 +1,12 @@
 #include "simulator/dfu_descriptors.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
+#include <utility>
+
+#include "simulator/hid_side.h"
+#include "simulator/memory_map.h"
 
 namespace simulator {
 
@@ -109,6 +114,24 @@ UsbReply AnswerString(const KeyboardOptions& options, u8 index) {
 }
 
 }  // namespace
+
+platform::Device MakeDfuDevice(const KeyboardOptions& options,
+                               std::shared_ptr<platform::UsbBackEnd> backEnd) {
+  char name[64];
+  std::snprintf(name, sizeof(name), "USB\\VID_%04X&PID_%04X\\", options.vendorId,
+                options.dfuProductId);
+  platform::Device device;
+  device.instanceId = Widen(name) + options.unit;
+  device.instanceIdReadable = options.dfuInstanceIdReadable;
+  device.description = options.dfuDescription;
+
+  platform::DeviceInterface& dfu = device.interfaces.emplace_back();
+  dfu.classGuid = DfuModeInterfaceGuid;
+  dfu.path = options.dfuPath.value_or(InterfacePath(device.instanceId, dfu.classGuid));
+  dfu.openError = options.dfuOpenError;
+  dfu.usb = std::move(backEnd);
+  return device;
+}
 
 UsbReply AnswerDescriptor(const KeyboardOptions& options, const WINUSB_SETUP_PACKET& setup) {
   const u8 type = static_cast<u8>(setup.Value >> 8);

@@ -1,9 +1,10 @@
-// The USB descriptors of the keyboard in DFU mode.
+// How a keyboard in DFU mode looks to the machine: a device for WinUSB, and its descriptors.
 #pragma once
 
+#include <memory>
 #include <optional>
 
-#include "platform/machine/device_backend.h"
+#include "platform/machine/device_tree.h"
 #include "simulator/keyboard_options.h"
 
 namespace simulator {
@@ -13,6 +14,10 @@ inline constexpr GUID DfuModeInterfaceGuid = {
 
 // What a string descriptor has room for; a longer text is cut.
 inline constexpr std::size_t LongestStringChars = 126;
+
+// The device, with its one interface.
+platform::Device MakeDfuDevice(const KeyboardOptions& options,
+                               std::shared_ptr<platform::UsbBackEnd> backEnd);
 
 // A GET_DESCRIPTOR request. The device has device, configuration and string descriptors; it stalls
 // for any other, interface descriptors among them, as devices do.

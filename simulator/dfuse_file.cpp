@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
 
 namespace simulator {
 
@@ -55,70 +56,77 @@ void AppendTarget(std::vector<u8>& bytes, const DfuSeTarget& target) {
   }
 }
 
-// Walks a file's targets; every length is compared with the bytes left before it is used.
+std::string AtOffset(std::size_t offset) {
+  return " (at byte " + std::to_string(offset) + ")";
+}
+
+// Walks a file; every length is compared with the bytes left before it is used.
 class Reader {
  public:
-  Reader(const u8* bytes, std::size_t count) : at_(bytes), left_(count) {}
+  explicit Reader(const std::vector<u8>& bytes) : bytes_(bytes) {}
 
-  const u8* Take(std::size_t count) {
-    if (count > left_) {
+  const u8* Take(u64 count) {
+    if (at > bytes_.size() || count > bytes_.size() - at) {
       return nullptr;
     }
-    const u8* const taken = at_;
-    at_ += count;
-    left_ -= count;
+    const u8* const taken = bytes_.data() + at;
+    at += count;
     return taken;
   }
 
-  std::size_t left() const { return left_; }
+  u64 at = DfuSePrefixBytes;
 
  private:
-  const u8* at_;
-  std::size_t left_;
+  const std::vector<u8>& bytes_;
 };
 
-bool ReadTarget(Reader& reader, DfuSeTarget& target, std::string& reason) {
+bool ReadTarget(Reader& reader, DfuSeFile& file, std::string& reason) {
+  const u64 begin = reader.at;
   const u8* const prefix = reader.Take(DfuSeTargetPrefixBytes);
   if (prefix == nullptr || std::memcmp(prefix, "Target", 6) != 0) {
-    reason = "a target does not begin with its prefix";
+    reason = "a target does not begin with its prefix" + AtOffset(begin);
     return false;
   }
+  DfuSeTarget target;
   target.alternateSetting = prefix[6];
   target.named = Read32(prefix + 7);
   const char* const name = reinterpret_cast<const char*>(prefix + 11);
   target.name.assign(name, std::find(name, name + TargetNameBytes, '\0'));
 
-  const std::size_t leftBefore = reader.left();
+  const u64 elementsBegin = reader.at;
   const u32 elementCount = Read32(prefix + 270);
   for (u32 i = 0; i < elementCount; ++i) {
+    const u64 elementBegin = reader.at;
     const u8* const header = reader.Take(8);
     const u8* const data = header == nullptr ? nullptr : reader.Take(Read32(header + 4));
     if (data == nullptr) {
-      reason = "an element runs past the end of the file";
+      reason = "an element runs past the end of the file" + AtOffset(elementBegin);
       return false;
     }
     target.elements.push_back({Read32(header), {data, data + Read32(header + 4)}});
   }
-  if (leftBefore - reader.left() != Read32(prefix + 266)) {
-    reason = "a target's size does not match its elements";
-    return false;
+  if (reader.at - elementsBegin != Read32(prefix + 266)) {
+    file.notes.push_back("a target's size does not match its elements" + AtOffset(begin + 266));
   }
+  reader.at = elementsBegin + Read32(prefix + 266);
+  file.targets.push_back(std::move(target));
   return true;
 }
 
 bool CheckEnds(const std::vector<u8>& bytes, std::string& reason) {
   if (bytes.size() < DfuSePrefixBytes + DfuSeSuffixBytes) {
-    reason = "the file is too short to be a DfuSe file";
+    reason = "the file is too short to be a DfuSe file" + AtOffset(bytes.size());
     return false;
   }
   const u8* const suffix = bytes.data() + bytes.size() - DfuSeSuffixBytes;
   if (std::memcmp(bytes.data(), "DfuSe", 5) != 0 || bytes[5] != 1) {
-    reason = "the file does not begin with the prefix of a DfuSe file of version 1";
+    reason = "the file does not begin with the prefix of a DfuSe file of version 1" + AtOffset(0);
   } else if (std::memcmp(suffix + 8, "UFD", 3) != 0 || suffix[11] != DfuSeSuffixBytes ||
              Read16(suffix + 6) != 0x011A) {
-    reason = "the file does not end with a DFU suffix of version 1.1a";
+    reason = "the file does not end with a DFU suffix of version 1.1a" +
+             AtOffset(bytes.size() - DfuSeSuffixBytes);
   } else if (Read32(suffix + 12) != DfuCrc(bytes.data(), bytes.size() - 4)) {
-    reason = "the file's CRC does not match its contents";
+    reason = "the file's CRC does not match its contents" + AtOffset(bytes.size() - 4);
   } else {
     return true;
   }
@@ -189,13 +197,20 @@ std::optional<DfuSeFile> ReadDfuSe(const std::vector<u8>& bytes, std::string& re
   file.deviceVersion = static_cast<u16>(Read16(suffix));
   file.productId = static_cast<u16>(Read16(suffix + 2));
   file.vendorId = static_cast<u16>(Read16(suffix + 4));
-  Reader reader(bytes.data() + DfuSePrefixBytes,
-                bytes.size() - DfuSePrefixBytes - DfuSeSuffixBytes);
+  Reader reader(bytes);
   for (int i = 0; i < bytes[10]; ++i) {
-    file.targets.emplace_back();
-    if (!ReadTarget(reader, file.targets.back(), reason)) {
-      return std::nullopt;
+    if (!ReadTarget(reader, file, reason)) {
+      file.notes.push_back(reason);
+      break;
     }
+  }
+  if (TargetForUpdate(file) == nullptr) {
+    reason = file.targets.size() == bytes[10] ? "it holds no target for alternate setting 0"
+                                              : file.notes.back();
+    return std::nullopt;
+  }
+  if (Read32(bytes.data() + 6) != bytes.size() - DfuSeSuffixBytes) {
+    file.notes.push_back("the prefix states another size than the file has" + AtOffset(6));
   }
   return file;
 }

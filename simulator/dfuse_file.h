@@ -31,6 +31,9 @@ struct DfuSeFile {
   u16 productId = 0x0001;
   u16 deviceVersion = 0;
   std::vector<DfuSeTarget> targets;
+
+  // From reading: what is wrong with the file and yet does not keep the service from its target.
+  std::vector<std::string> notes = {};
 };
 
 inline constexpr std::size_t DfuSePrefixBytes = 11;
@@ -46,8 +49,9 @@ void SealDfuSe(std::vector<u8>& bytes);
 // The CRC-32 of the DFU suffix: that of IEEE 802.3 without the inversion at the end.
 u32 DfuCrc(const u8* bytes, std::size_t count);
 
-// Reads a file. When it is not sound, the result is empty and reason holds one sentence that a
-// person understands.
+// Reads a file, by the service's rules: the targets up to the first that cannot be read, each found
+// by the size that the one before it states. When no target for alternate setting 0 is among them,
+// the result is empty and reason holds one sentence that a person understands, with the offset.
 std::optional<DfuSeFile> ReadDfuSe(const std::vector<u8>& bytes, std::string& reason);
 
 // The first target with alternate setting 0, the one that the service writes; null when there is

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
+#include <utility>
 
 namespace simulator {
 
@@ -10,8 +12,9 @@ namespace {
 std::u16string GuidText(const GUID& guid) {
   char text[40];
   std::snprintf(text, sizeof(text), "{%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x}",
-                guid.Data1, guid.Data2, guid.Data3, guid.Data4[0], guid.Data4[1], guid.Data4[2],
-                guid.Data4[3], guid.Data4[4], guid.Data4[5], guid.Data4[6], guid.Data4[7]);
+                static_cast<unsigned>(guid.Data1), guid.Data2, guid.Data3, guid.Data4[0],
+                guid.Data4[1], guid.Data4[2], guid.Data4[3], guid.Data4[4], guid.Data4[5],
+                guid.Data4[6], guid.Data4[7]);
   return Widen(text);
 }
 
@@ -39,6 +42,16 @@ std::u16string InterfacePath(const std::u16string& instanceId, const GUID& class
     return each >= u'A' && each <= u'Z' ? static_cast<char16_t>(each + 32) : each;
   });
   return u"\\\\?\\" + path + u"#" + GuidText(classGuid);
+}
+
+std::u16string ProductStringOf(const KeyboardVersion& version) {
+  std::u16string text = u"Keyboard v";
+  for (const u8 digit : {version.major, version.minor, version.modelId, version.hwRev}) {
+    text += static_cast<char16_t>(u'0' + digit);
+    text += u'.';
+  }
+  text.pop_back();
+  return text;
 }
 
 std::vector<platform::Device> MakeHidDevices(
@@ -76,6 +89,26 @@ std::vector<platform::Device> MakeHidDevices(
     }
   }
   return devices;
+}
+
+std::vector<std::u16string> HoldBackInterfaces(std::vector<platform::Device>& devices,
+                                               const std::vector<std::size_t>& order) {
+  std::vector<std::u16string> counted;
+  for (platform::Device& device : devices) {
+    for (platform::DeviceInterface& each : device.interfaces) {
+      each.enabled = false;
+      counted.push_back(each.path);
+    }
+  }
+  std::vector<std::u16string> ordered;
+  for (const std::size_t index : order) {
+    if (index < counted.size() && !counted[index].empty()) {
+      ordered.push_back(std::exchange(counted[index], {}));
+    }
+  }
+  std::copy_if(counted.begin(), counted.end(), std::back_inserter(ordered),
+               [](const std::u16string& path) { return !path.empty(); });
+  return ordered;
 }
 
 }  // namespace simulator

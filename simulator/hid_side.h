@@ -20,6 +20,9 @@ std::u16string InterfacePath(const std::u16string& instanceId, const GUID& class
 // Text of a few characters of ASCII as UTF-16.
 std::u16string Widen(const std::string& text);
 
+// The product string of firmware of that version.
+std::u16string ProductStringOf(const KeyboardVersion& version);
+
 struct HidIdentity {
   u16 vendorId = 0;
   u16 productId = 0;
@@ -30,5 +33,10 @@ struct HidIdentity {
 std::vector<platform::Device> MakeHidDevices(
     const HidIdentity& identity, const std::vector<HidCollectionOptions>& collections,
     const std::function<std::shared_ptr<platform::HidBackEnd>(std::size_t)>& makeBackEnd);
+
+// Makes the interfaces of the devices wait to be enabled. Their paths, in the order in which they
+// are to come (see KeyboardOptions::arrivalOrder).
+std::vector<std::u16string> HoldBackInterfaces(std::vector<platform::Device>& devices,
+                                               const std::vector<std::size_t>& order);
 
 }  // namespace simulator

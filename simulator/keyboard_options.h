@@ -17,7 +17,7 @@
 
 namespace simulator {
 
-// One HID top-level collection of the keyboard in normal mode.
+// One collection of the keyboard in normal mode, as HID has it.
 struct HidCollectionOptions {
   USAGE usagePage = 1;
   USAGE usage = 0;
@@ -76,6 +76,13 @@ struct KeyboardOptions {
 
   // --- Normal mode ---
   std::vector<HidCollectionOptions> collections = DefaultHidCollections();
+
+  // The order in which its interfaces come one after the other. They are counted from 0: each
+  // collection's own, followed by those of the keyboard class that it has. Those left out come
+  // last. Empty: all of them are there before the first one is announced.
+  std::vector<std::size_t> arrivalOrder;
+  u32 arrivalGapMs = 0;  // from one to the next
+
   u32 refusedReports = 0;  // so many enter-DFU reports are refused before one is taken
   u32 detachDelayMs = 30;  // from the report to the keyboard's leaving; 0: before it answers
   u32 restartMs = 1200;    // from its leaving to its return, in either mode
@@ -88,7 +95,6 @@ struct KeyboardOptions {
   u32 leaveDelayMs = 20;  // from the end of the leave to the device's leaving; 0: before it answers
   u32 silentMs = 0;       // so long after its return in DFU mode it answers nothing
   DWORD dfuOpenError = 0;
-  bool dfuInterfaceEnabled = true;
   bool dfuInstanceIdReadable = true;
   std::optional<std::u16string> dfuDescription = u"Keyboard firmware update";
   std::optional<std::u16string> dfuPath;  // instead of the usual one

@@ -1,76 +1,108 @@
-// vantrel-sim: a whole firmware update on a simulated tablet.
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <CLI/CLI.hpp>
-#include <charconv>
+// vantrel-sim: a workbench for people who make keyboard firmware. It runs whole firmware updates on
+// a simulated tablet, and tells beforehand what the service will make of a package.
+#include <algorithm>
 #include <cstdio>
 #include <exception>
-#include <system_error>
+#include <string>
+#include <vector>
 
 #include "simulator/check_package.h"
-#include "simulator/soak/soak.h"
+#include "simulator/child_process.h"
+#include "simulator/decide.h"
+#include "simulator/exit_codes.h"
+#include "simulator/number_option.h"
+#include "simulator/pack.h"
 #include "simulator/update_run.h"
 
 namespace {
 
-constexpr int ExitUpdated = 0;
-constexpr int ExitNotUpdated = 1;
-constexpr int ExitBadArguments = 2;
+using simulator::Json;
 
 constexpr char DefaultPackageVersion[] = "1.2.2.1";
 
 int RefuseArguments(const std::string& why) {
   std::fprintf(stderr, "vantrel-sim: %s\nTry vantrel-sim --help.\n", why.c_str());
-  return ExitBadArguments;
+  return simulator::ExitBadArguments;
 }
 
 struct Arguments {
-  std::string package;
+  std::vector<std::string> packages;
   std::string keyboard;
   int battery = 80;
   bool realtime = false;
   std::string trace;
-  simulator::SoakOptions soak;
+  std::string map;
+  u32 transferSize = simulator::BootloaderOptions{}.transferSize;
+  bool strict = false;
+  std::vector<std::string> keyboardIds;
+  bool json = false;
+  std::string vendorId = "1209";
+  std::string productId = "0001";
+  std::string deviceVersion = "0000";
+  u32 alternateSetting = 0;
+  simulator::PackOptions pack;
 };
-
-// An option's number in decimal digits alone: the library would also read "0x20", make 8 of "010"
-// and a huge number of "-1".
-CLI::Validator Number(const char* takes, bool (*isTaken)(u64)) {
-  const auto check = [takes, isTaken](std::string& text) {
-    u64 number = 0;
-    const char* const end = text.data() + text.size();
-    const auto read = std::from_chars(text.data(), end, number);
-    if (read.ec != std::errc() || read.ptr != end || !isTaken(number)) {
-      return std::string("takes ") + takes + ", not '" + text + "'";
-    }
-    text = std::to_string(number);
-    return std::string();
-  };
-  return CLI::Validator(check, "");
-}
 
 std::string NeedText(const std::string& text) {
   return text.empty() ? "must not be empty" : "";
 }
 
-void Describe(CLI::App& app, Arguments& arguments) {
-  app.set_help_flag("--help", "Print this help and exit");
-  app.set_version_flag("--version", VANTREL_VERSION, "Print the version and exit");
-  app.add_option("--package", arguments.package,
-                 "A DfuSe package of your own; its name carries the version at the characters 10, "
-                 "12, 14 and 16, as in VantrelKb_1.2.3.4.dfu")
-      ->type_name("FILE.dfu")
+std::string NeedId(const std::string& text) {
+  const bool shaped =
+      text.size() == 4 && text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+  return shaped ? "" : "takes four hexadecimal digits such as 1209, not '" + text + "'";
+}
+
+std::string NeedKeyboardId(const std::string& text) {
+  const bool shaped = text.size() == 17 && text.starts_with("VID_") && text.substr(8, 5) == "&PID_";
+  return shaped && NeedId(text.substr(4, 4)).empty() && NeedId(text.substr(13)).empty()
+             ? ""
+             : "takes ids such as 'VID_1209&PID_0001', not '" + text + "'";
+}
+
+u16 IdNumber(const std::string& digits) {
+  return static_cast<u16>(std::stoul(digits, nullptr, 16));
+}
+
+void DescribeOutput(CLI::App& app, Arguments& arguments) {
+  app.add_flag("--json", arguments.json,
+               "One JSON object on standard output; people's text goes to standard error");
+}
+
+void DescribeMemory(CLI::App& app, Arguments& arguments) {
+  app.add_option("--map", arguments.map,
+                 "The keyboard's memory, as the map string of its DFU interface tells it, such as "
+                 "\"@Internal Flash  /0x08000000/04*016Kg\"")
+      ->type_name("MAP")
       ->check(NeedText);
+  app.add_option("--transfer-size", arguments.transferSize, "The most bytes of a block")
+      ->type_name("BYTES")
+      ->transform(simulator::Number("8 to 4096", [](u64 n) { return n >= 8 && n <= 4096; }))
+      ->capture_default_str();
+}
+
+void DescribeKeyboard(CLI::App& app, Arguments& arguments) {
   app.add_option("--keyboard", arguments.keyboard,
                  "The keyboard's firmware; by default older than the package's")
       ->type_name("M.m.model.rev")
       ->check(NeedText);
   app.add_option("--battery", arguments.battery, "The battery's charge in percent (255: unknown)")
       ->type_name("N")
-      ->transform(Number("0 to 100, or 255 for unknown",
-                         [](u64 percent) { return percent <= 100 || percent == 255; }))
+      ->transform(simulator::Number("0 to 100, or 255 for unknown",
+                                    [](u64 percent) { return percent <= 100 || percent == 255; }))
       ->capture_default_str();
+  app.add_option("--package", arguments.packages,
+                 "A DfuSe package of your own; its name carries the version at the characters 10, "
+                 "12, 14 and 16, as in VantrelKb_1.2.3.4.dfu")
+      ->type_name("FILE.dfu")
+      ->expected(1)
+      ->check(NeedText);
+}
+
+void DescribeUpdate(CLI::App& app, Arguments& arguments) {
+  DescribeKeyboard(app, arguments);
+  DescribeMemory(app, arguments);
+  DescribeOutput(app, arguments);
   app.add_flag("--realtime", arguments.realtime, "Pace the run by the wall clock");
   app.add_option("--trace", arguments.trace,
                  "Show more: wire (every transfer), calls (every platform call) or all (both, and "
@@ -79,58 +111,73 @@ void Describe(CLI::App& app, Arguments& arguments) {
       ->check(NeedText);
 }
 
-// What is asked of one run means nothing to the subcommands, and would be passed over in silence.
+// What is asked of a run means nothing to the subcommand, and would be passed over in silence.
 CLI::App* AddSubcommand(CLI::App& app, const char* name, const char* description) {
   CLI::App* const subcommand = app.add_subcommand(name, description);
-  subcommand->set_help_flag("--help", "Print this help and exit");
+  subcommand->set_help_flag("-h,--help", "Print this help and exit");
+  subcommand->set_version_flag("--version", VANTREL_VERSION, "Print the version and exit");
   for (CLI::Option* const option : app.get_options()) {
-    subcommand->excludes(option);
+    if (option->get_name() != "--version") {
+      subcommand->excludes(option);
+    }
   }
   return subcommand;
 }
 
-CLI::App* DescribeSoak(CLI::App& app, Arguments& arguments) {
-  CLI::App* const soak = AddSubcommand(
-      app, "soak",
-      "Many updates with troubles drawn from seeds; exit 0 when all kept their promises");
-  soak->add_option("--runs", arguments.soak.runs, "How many runs")
-      ->type_name("N")
-      ->transform(Number("1 or more", [](u64 runs) { return runs > 0; }))
-      ->capture_default_str();
-  soak->add_option("--seed", arguments.soak.firstSeed, "The first run's seed; the next ones follow")
-      ->type_name("S")
-      ->transform(Number("0 or more", [](u64) { return true; }))
-      ->capture_default_str();
-  soak->add_option("--jobs", arguments.soak.jobs, "How many runs side by side")
-      ->type_name("J")
-      ->transform(Number("1 to 64", [](u64 jobs) { return jobs >= 1 && jobs <= 64; }))
-      ->capture_default_str();
-  soak->add_flag("--parallel", arguments.soak.parallel,
-                 "Let a run's threads go side by side; such a run does not repeat exactly");
-  soak->add_option("--trace", arguments.trace, "all: tell every run on standard error")
-      ->type_name("all");
-  return soak;
+CLI::Option* AddFiles(CLI::App& app, Arguments& arguments, const char* description) {
+  return app.add_option("file", arguments.packages, description)
+      ->type_name("FILE.dfu")
+      ->check(NeedText);
 }
 
 CLI::App* DescribeCheck(CLI::App& app, Arguments& arguments) {
   CLI::App* const check = AddSubcommand(
       app, "check", "What is in a firmware package; exit 1 when the service would refuse it");
-  check->add_option("file", arguments.package, "The package")
-      ->type_name("FILE.dfu")
-      ->required()
-      ->check(NeedText);
+  AddFiles(*check, arguments, "The packages")->required();
+  DescribeMemory(*check, arguments);
+  DescribeOutput(*check, arguments);
+  check
+      ->add_option("--keyboard-id", arguments.keyboardIds,
+                   "What the suffix may name instead of this build's keyboard; once per mode")
+      ->type_name("VID_hhhh&PID_hhhh")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->check(NeedKeyboardId);
+  check->add_flag("--strict", arguments.strict, "A warning refuses the package, too");
   return check;
 }
 
-// A keyboard for the package's model, one version older where there is one.
-simulator::KeyboardVersion OlderThan(simulator::KeyboardVersion version) {
-  if (version.minor > 0) {
-    --version.minor;
-  } else if (version.major > 0) {
-    --version.major;
-    version.minor = 9;
-  }
-  return version;
+CLI::App* DescribePack(CLI::App& app, Arguments& arguments) {
+  CLI::App* const pack =
+      AddSubcommand(app, "pack", "Makes a firmware package from binaries and Intel HEX files");
+  pack->add_option("parts", arguments.pack.parts, "0xADDRESS:FILE of a binary, or FILE.hex")
+      ->type_name("PART")
+      ->check(NeedText);
+  pack->add_option("-o,--output", arguments.pack.output, "The package; its name tells the version")
+      ->type_name("NAME.dfu")
+      ->required()
+      ->check(NeedText);
+  pack->add_option("--firmware", arguments.pack.firmware, "The version that its name must carry")
+      ->type_name("M.m.model.rev");
+  pack->add_option("--alt", arguments.alternateSetting, "The alternate setting that it is for")
+      ->type_name("N")
+      ->transform(simulator::Number("0 to 255", [](u64 number) { return number <= 255; }))
+      ->capture_default_str();
+  pack->add_option("--name", arguments.pack.target.name, "The target's name")
+      ->type_name("NAME")
+      ->capture_default_str();
+  const auto id = [&](const char* option, std::string& text, const char* description) {
+    pack->add_option(option, text, description)
+        ->type_name("HHHH")
+        ->check(NeedId)
+        ->capture_default_str();
+  };
+  id("--vid", arguments.vendorId, "The vendor id");
+  id("--pid", arguments.productId, "The product id");
+  id("--device", arguments.deviceVersion, "The device's version");
+  pack->add_flag("--sample", arguments.pack.sample, "Packs firmware of the simulated keyboard");
+  DescribeOutput(*pack, arguments);
+  return pack;
 }
 
 bool ReadTrace(const std::string& trace, simulator::TimelineOptions& timeline) {
@@ -139,61 +186,136 @@ bool ReadTrace(const std::string& trace, simulator::TimelineOptions& timeline) {
   return trace.empty() || timeline.wire || timeline.calls;
 }
 
-// The service writes to standard output on its own account. The timeline goes to the console; the
-// service's lines only do when they were asked for.
-std::FILE* SplitConsole(bool keepServiceOutput) {
-  std::FILE* const console = fdopen(dup(STDOUT_FILENO), "w");
-  if (!keepServiceOutput) {
-    const int nowhere = open("/dev/null", O_WRONLY);
-    dup2(nowhere, STDOUT_FILENO);
-    close(nowhere);
+// Standard output holds the object alone; keys that all commands have come first.
+int Finish(const Arguments& arguments, const char* command, Json result) {
+  const int exitCode = result["exitCode"];
+  if (arguments.json) {
+    Json object{{"command", command}, {"exitCode", exitCode}};
+    object.update(result);
+    std::printf("%s\n", object.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
   }
-  return console;
+  return exitCode;
 }
 
-int Run(const Arguments& arguments) {
-  simulator::UpdateRunOptions options;
+// False, with the complaint written and the exit code set, when there is no such run.
+bool ReadRun(const Arguments& arguments, simulator::UpdateRunOptions& options, Json& result) {
+  const auto refuse = [&](int exitCode, const std::string& why) {
+    result = {{"exitCode", exitCode}, {"result", why}};
+    return false;
+  };
   if (!ReadTrace(arguments.trace, options.timeline)) {
-    return RefuseArguments("--trace takes wire, calls or all, not '" + arguments.trace + "'");
+    return refuse(
+        RefuseArguments("--trace takes wire, calls or all, not '" + arguments.trace + "'"),
+        "refused: --trace");
   }
   options.batteryPercent = static_cast<u8>(arguments.battery);
   options.realtime = arguments.realtime;
-
-  if (arguments.package.empty()) {
-    options.package = simulator::DefaultPackage(*simulator::ParseVersion(DefaultPackageVersion));
-  } else {
-    std::string reason;
-    const auto package = simulator::ReadPackage(arguments.package, reason);
+  options.transferSize = static_cast<u16>(arguments.transferSize);
+  std::string reason;
+  if (!arguments.map.empty() &&
+      !(options.memory = simulator::ReadMemoryMap(arguments.map, reason)).has_value()) {
+    return refuse(RefuseArguments("--map " + reason), "refused: --map " + reason);
+  }
+  options.package = simulator::DefaultPackage(*simulator::ParseVersion(DefaultPackageVersion));
+  if (!arguments.packages.empty()) {
+    simulator::PackageRefusal refusal;
+    const auto package = simulator::ReadPackage(arguments.packages[0], refusal);
     if (!package.has_value()) {
-      std::fprintf(stderr, "vantrel-sim: %s is refused: %s\n", arguments.package.c_str(),
-                   reason.c_str());
-      return ExitNotUpdated;
+      std::fprintf(stderr, "vantrel-sim: %s is refused: %s\n", arguments.packages[0].c_str(),
+                   refusal.reason.c_str());
+      return refuse(refusal.exitCode, "refused: " + refusal.reason);
     }
     options.package = *package;
   }
-
   options.keyboardVersion = OlderThan(options.package.version);
   if (!arguments.keyboard.empty()) {
     const auto version = simulator::ParseVersion(arguments.keyboard);
     if (!version.has_value()) {
-      return RefuseArguments("--keyboard takes four digits such as 1.0.2.1, not '" +
-                             arguments.keyboard + "'");
+      return refuse(RefuseArguments("--keyboard takes four digits such as 1.0.2.1, not '" +
+                                    arguments.keyboard + "'"),
+                    "refused: --keyboard");
     }
     options.keyboardVersion = *version;
   }
-
-  std::FILE* const console = SplitConsole(arguments.trace == "all");
-  const bool updated = simulator::RunUpdate(options, console);
-  std::fflush(console);
-  return updated ? ExitUpdated : ExitNotUpdated;
+  return true;
 }
 
-int Soak(Arguments& arguments) {
-  if (!arguments.trace.empty() && arguments.trace != "all") {
-    return RefuseArguments("soak --trace takes all, not '" + arguments.trace + "'");
+int Update(const Arguments& arguments) {
+  simulator::UpdateRunOptions options;
+  Json result;
+  if (ReadRun(arguments, options, result)) {
+    result = simulator::RunInChild([&](const std::string& driveFolder) {
+      options.driveFolder = driveFolder;
+      std::FILE* const console = simulator::SplitConsole(arguments.json, arguments.trace == "all");
+      const simulator::UpdateResult update = simulator::RunUpdate(options, console);
+      return Json{
+          {"exitCode", update.exitCode}, {"result", update.reason}, {"updateMs", update.updateMs}};
+    });
   }
-  arguments.soak.trace = arguments.trace == "all";
-  return simulator::RunSoak(arguments.soak, stdout) ? ExitUpdated : ExitNotUpdated;
+  return Finish(arguments, "update", result);
+}
+
+int Decide(const Arguments& arguments) {
+  simulator::UpdateRunOptions options;
+  Json result;
+  if (ReadRun(arguments, options, result)) {
+    result = simulator::DecideUpdate(options);
+    simulator::PrintDecision(result, arguments.json ? stderr : stdout);
+  }
+  return Finish(arguments, "decide", result);
+}
+
+int Check(const Arguments& arguments) {
+  simulator::CheckOptions options;
+  options.transferSize = static_cast<u16>(arguments.transferSize);
+  options.strict = arguments.strict;
+  if (!arguments.keyboardIds.empty()) {
+    options.keyboardIds.clear();
+  }
+  for (const std::string& id : arguments.keyboardIds) {
+    options.keyboardIds.push_back({IdNumber(id.substr(4, 4)), IdNumber(id.substr(13))});
+  }
+  std::string reason;
+  if (!arguments.map.empty() &&
+      !(options.memory = simulator::ReadMemoryMap(arguments.map, reason)).has_value()) {
+    return Finish(arguments, "check",
+                  {{"exitCode", RefuseArguments("--map " + reason)}, {"files", Json::array()}});
+  }
+  Json result{{"exitCode", simulator::ExitDone}, {"files", Json::array()}};
+  std::FILE* const out = arguments.json ? stderr : stdout;
+  for (const std::string& file : arguments.packages) {
+    if (arguments.packages.size() > 1) {
+      std::fprintf(out, "%s\n", file.c_str());
+    }
+    const Json check = simulator::CheckPackage(file, options);
+    simulator::PrintCheck(check, out, stderr);
+    result["exitCode"] = std::max(result["exitCode"].get<int>(), check["exitCode"].get<int>());
+    result["files"].push_back(check);
+  }
+  return Finish(arguments, "check", result);
+}
+
+int Pack(Arguments& arguments) {
+  simulator::PackOptions& options = arguments.pack;
+  options.vendorId = IdNumber(arguments.vendorId);
+  options.productId = IdNumber(arguments.productId);
+  options.deviceVersion = IdNumber(arguments.deviceVersion);
+  options.target.alternateSetting = static_cast<u8>(arguments.alternateSetting);
+  if (options.sample != options.parts.empty()) {
+    return Finish(arguments, "pack",
+                  {{"exitCode", RefuseArguments("pack takes parts, or --sample without any")}});
+  }
+  const simulator::PackResult result = simulator::Pack(options);
+  if (result.exitCode == simulator::ExitDone) {
+    std::fprintf(arguments.json ? stderr : stdout, "%s: %llu bytes\n", options.output.c_str(),
+                 static_cast<unsigned long long>(result.bytes));
+  } else {
+    std::fprintf(stderr, "vantrel-sim: %s is not made: %s\n", options.output.c_str(),
+                 result.reason.c_str());
+  }
+  return Finish(
+      arguments, "pack",
+      {{"exitCode", result.exitCode}, {"file", options.output}, {"result", result.reason}});
 }
 
 }  // namespace
@@ -201,9 +323,20 @@ int Soak(Arguments& arguments) {
 int main(int argc, char** argv) {
   CLI::App app("Runs a whole keyboard firmware update on a simulated tablet.", "vantrel-sim");
   Arguments arguments;
-  Describe(app, arguments);
-  const CLI::App* const soak = DescribeSoak(app, arguments);
+  app.set_help_flag("-h,--help", "Print this help and exit");
+  app.set_version_flag("--version", VANTREL_VERSION, "Print the version and exit");
+  DescribeUpdate(app, arguments);
+  CLI::App* const update =
+      AddSubcommand(app, "update", "A whole update, which is also what runs without a command");
+  DescribeUpdate(*update, arguments);
+  AddFiles(*update, arguments, "The package")->expected(0, 1);
+  CLI::App* const decide =
+      AddSubcommand(app, "decide", "What the service would decide; exit 0 when it would update");
+  DescribeKeyboard(*decide, arguments);
+  DescribeOutput(*decide, arguments);
+  AddFiles(*decide, arguments, "The package")->expected(0, 1);
   const CLI::App* const check = DescribeCheck(app, arguments);
+  const CLI::App* const pack = DescribePack(app, arguments);
   app.require_subcommand(0, 1);
   try {
     app.parse(argc, argv);
@@ -212,16 +345,13 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return RefuseArguments(error.what());
   }
-  if (check->parsed()) {
-    return simulator::CheckPackage(arguments.package, stdout, stderr);
-  }
-  int exitCode = ExitNotUpdated;
   try {
-    exitCode = soak->parsed() ? Soak(arguments) : Run(arguments);
+    return check->parsed()    ? Check(arguments)
+           : pack->parsed()   ? Pack(arguments)
+           : decide->parsed() ? Decide(arguments)
+                              : Update(arguments);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "vantrel-sim: %s\n", error.what());
+    return simulator::ExitFailed;
   }
-  // Threads of the simulated machine still stand where its end left them.
-  std::fflush(nullptr);
-  _exit(exitCode);
 }

@@ -1,7 +1,6 @@
 #include "simulator/nor_flash.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <fstream>
 #include <iterator>
 
@@ -10,23 +9,6 @@ namespace simulator {
 namespace {
 
 constexpr u8 Erased = 0xFF;
-constexpr u32 Kilobyte = 1024;
-constexpr u32 Megabyte = 1024 * 1024;
-
-std::string RunText(const SectorRun& run) {
-  u32 size = run.sectorBytes;
-  char unit = ' ';
-  if (size % Megabyte == 0) {
-    size /= Megabyte;
-    unit = 'M';
-  } else if (size % Kilobyte == 0) {
-    size /= Kilobyte;
-    unit = 'K';
-  }
-  char text[40];
-  std::snprintf(text, sizeof(text), "%02u*%03u%c%c", run.count, size, unit, run.access);
-  return text;
-}
 
 }  // namespace
 
@@ -92,6 +74,18 @@ bool NorFlash::Program(u32 address, const std::vector<u8>& data) {
   return holdsData;
 }
 
+void NorFlash::Overwrite(u32 address, const std::vector<u8>& data) {
+  std::size_t done = 0;
+  std::size_t offset = 0;
+  std::size_t count = 0;
+  while (done < data.size() &&
+         FindPiece(u64{address} + done, data.size() - done, offset, count) != nullptr) {
+    std::copy_n(data.begin() + static_cast<std::ptrdiff_t>(done), count,
+                bytes_.begin() + static_cast<std::ptrdiff_t>(offset));
+    done += count;
+  }
+}
+
 std::optional<std::vector<u8>> NorFlash::Read(u32 address, std::size_t count) const {
   std::vector<u8> read;
   while (read.size() < count) {
@@ -122,23 +116,6 @@ bool NorFlash::Load(const std::string& path) {
   }
   bytes_ = loaded;
   return true;
-}
-
-std::string MemoryMapText(const std::string& name, const std::vector<FlashRegion>& regions) {
-  std::string text = "@";
-  text += name;
-  for (const FlashRegion& region : regions) {
-    char address[16];
-    std::snprintf(address, sizeof(address), "/0x%08X/", region.address);
-    text += address;
-    for (std::size_t i = 0; i < region.runs.size(); ++i) {
-      if (i > 0) {
-        text += ',';
-      }
-      text += RunText(region.runs[i]);
-    }
-  }
-  return text;
 }
 
 }  // namespace simulator

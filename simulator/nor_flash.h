@@ -13,6 +13,8 @@
 
 namespace simulator {
 
+inline constexpr u64 AddressSpaceEnd = u64{1} << 32;
+
 // Equal sectors one after the other. access is the letter of the DfuSe memory map: its lowest three
 // bits stand for readable, erasable and writable.
 struct SectorRun {
@@ -52,6 +54,10 @@ class NorFlash {
   // part of the range does not exist. What can be cleared is cleared all the same.
   bool Program(u32 address, const std::vector<u8>& data);
 
+  // Makes the bytes what data says, whatever they were, as work that is broken off may. Ends where
+  // the memory does.
+  void Overwrite(u32 address, const std::vector<u8>& data);
+
   // Empty when part of the range does not exist.
   std::optional<std::vector<u8>> Read(u32 address, std::size_t count) const;
 
@@ -71,8 +77,5 @@ class NorFlash {
   std::vector<FlashSector> sectors_;
   std::vector<u8> bytes_;
 };
-
-// The DfuSe memory-map string of the regions, for instance "@Internal Flash  /0x08000000/04*016Kg".
-std::string MemoryMapText(const std::string& name, const std::vector<FlashRegion>& regions);
 
 }  // namespace simulator

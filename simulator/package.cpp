@@ -9,6 +9,7 @@
 #include "common/firmware_version.h"
 #include "common/package_values.h"
 #include "platform/machine/text.h"
+#include "simulator/exit_codes.h"
 #include "simulator/keyboard_options.h"
 #include "simulator/tablet.h"
 
@@ -58,6 +59,15 @@ bool FindFile(const std::string& path, std::string& reason) {
   return std::filesystem::is_regular_file(status);
 }
 
+// Before a byte is read: what no flash can hold must not fill the memory here.
+bool HasUsualSize(const std::string& path, std::string& reason) {
+  std::error_code error;
+  const std::uintmax_t size = std::filesystem::file_size(path, error);
+  reason = "it is larger than any keyboard's flash (" + std::to_string(LargestPackageBytes) +
+           " bytes at the most)";
+  return error || size <= LargestPackageBytes;
+}
+
 // The service sees the name in the tablet's code page.
 bool ReadName(Package& package, std::string& reason) {
   const std::string name = platform::AnsiFromUtf8(package.fileName);
@@ -103,10 +113,6 @@ bool ReadContents(Package& package, std::string& reason) {
     return false;
   }
   const DfuSeTarget* const target = TargetForUpdate(*contents);
-  if (target == nullptr) {
-    reason = "it holds no target for alternate setting 0";
-    return false;
-  }
   if (std::all_of(target->elements.begin(), target->elements.end(),
                   [](const DfuSeElement& element) { return element.data.empty(); })) {
     reason = "its target for alternate setting 0 holds no firmware";
@@ -116,27 +122,84 @@ bool ReadContents(Package& package, std::string& reason) {
   return true;
 }
 
+DfuSeTarget MakeTarget(const KeyboardVersion& version, const TargetDraft& draft) {
+  std::vector<ImagePart> parts;
+  for (const ElementDraft& element : draft.elements) {
+    if (!element.fill.has_value()) {
+      parts.push_back({element.address, element.sizeBytes});
+    }
+  }
+  std::vector<DfuSeElement> image = BuildKeyboardImage(version, parts);
+
+  DfuSeTarget target;
+  target.alternateSetting = draft.alternateSetting;
+  std::size_t next = 0;
+  for (const ElementDraft& element : draft.elements) {
+    if (element.fill.has_value()) {
+      target.elements.push_back(
+          {element.address, std::vector<u8>(element.sizeBytes, *element.fill)});
+    } else {
+      target.elements.push_back(std::move(image[next++]));
+    }
+  }
+  return target;
+}
+
 }  // namespace
 
-Package DefaultPackage(const KeyboardVersion& version) {
+Package MakePackage(const PackageDraft& draft) {
   Package package;
-  package.fileName = "VantrelKb_" + VersionText(version) + ".dfu";
-  package.version = version;
-  package.contents.targets.emplace_back();
-  package.contents.targets[0].elements = BuildKeyboardImage(
-      version, {{DefaultFlashAddress, 48 * 1024}, {DefaultFlashAddress + 64 * 1024, 80 * 1024}});
+  package.fileName = "VantrelKb_" + VersionText(draft.version) + ".dfu";
+  package.version = draft.version;
+  for (const TargetDraft& target : draft.targets) {
+    package.contents.targets.push_back(MakeTarget(draft.version, target));
+  }
   package.bytes = BuildDfuSe(package.contents);
   return package;
 }
 
-std::optional<Package> ReadPackage(const std::string& path, std::string& reason) {
+Package DefaultPackage(const KeyboardVersion& version) {
+  return MakePackage({version,
+                      {{0,
+                        {{DefaultFlashAddress, 48 * 1024, {}},
+                         {DefaultFlashAddress + 64 * 1024, 80 * 1024, {}}}}}});
+}
+
+std::optional<Package> ReadPackage(const std::string& path, PackageRefusal& refusal) {
   Package package;
-  package.fileName = std::filesystem::path(path).filename().string();
-  if (FindFile(path, reason) && ReadName(package, reason) && ReadBytes(path, package, reason) &&
-      ReadContents(package, reason)) {
+  if (ReadPackageFile(path, package, refusal) && ReadPackageContents(package, refusal)) {
     return package;
   }
   return std::nullopt;
+}
+
+bool ReadPackageFile(const std::string& path, Package& package, PackageRefusal& refusal) {
+  package.fileName = std::filesystem::path(path).filename().string();
+  refusal.exitCode = ExitBadArguments;
+  if (!FindFile(path, refusal.reason)) {
+    return false;
+  }
+  refusal.exitCode = ExitNothingToDo;
+  if (!ReadName(package, refusal.reason)) {
+    return false;
+  }
+  refusal.exitCode = ExitFailed;
+  return HasUsualSize(path, refusal.reason) && ReadBytes(path, package, refusal.reason);
+}
+
+bool ReadPackageContents(Package& package, PackageRefusal& refusal) {
+  refusal.exitCode = ExitFailed;
+  return ReadContents(package, refusal.reason);
+}
+
+KeyboardVersion OlderThan(KeyboardVersion version) {
+  if (version.minor > 0) {
+    --version.minor;
+  } else if (version.major > 0) {
+    --version.major;
+    version.minor = 9;
+  }
+  return version;
 }
 
 std::optional<KeyboardVersion> ParseVersion(const std::string& text) {

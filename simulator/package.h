@@ -19,12 +19,50 @@ struct Package {
   DfuSeFile contents;
 };
 
+// What a package is made of, for who makes one.
+struct ElementDraft {
+  u32 address = 0;
+  u32 sizeBytes = 0;
+  std::optional<u8> fill;  // of every byte; empty: firmware of the package's version
+};
+
+struct TargetDraft {
+  u8 alternateSetting = 0;
+  std::vector<ElementDraft> elements;
+};
+
+struct PackageDraft {
+  KeyboardVersion version = {1, 2, 2, 1};
+  std::vector<TargetDraft> targets;
+};
+
+// A package of the draft. A target's firmware is one image (see keyboard_image.h) in those of its
+// elements that are not filled, in their order.
+Package MakePackage(const PackageDraft& draft);
+
 // 128 KiB of firmware in two elements, made for the simulated keyboard.
 Package DefaultPackage(const KeyboardVersion& version);
 
-// Reads the user's own package. Empty when the service would refuse it; reason then says why in one
-// sentence.
-std::optional<Package> ReadPackage(const std::string& path, std::string& reason);
+// Why a package cannot be used: one sentence that goes on from "is refused: ", and the exit code of
+// a command that needs it.
+struct PackageRefusal {
+  std::string reason;
+  int exitCode = 0;
+};
+
+// No keyboard's flash is as large as that, and none of it is read.
+inline constexpr u64 LargestPackageBytes = u64{256} << 20;
+
+// Reads the user's own package. Empty when the service would refuse it.
+std::optional<Package> ReadPackage(const std::string& path, PackageRefusal& refusal);
+
+// The two halves of that: the file with its name, version and bytes, and what is in the bytes.
+// False when the service would refuse it for that half's sake.
+bool ReadPackageFile(const std::string& path, Package& package, PackageRefusal& refusal);
+bool ReadPackageContents(Package& package, PackageRefusal& refusal);
+
+// The version of a keyboard for the package's model, one older where there is one.
+KeyboardVersion OlderThan(KeyboardVersion version);
 
 // The digits of a version as "1.2.3.4"; empty when the text is anything else.
 std::optional<KeyboardVersion> ParseVersion(const std::string& text);

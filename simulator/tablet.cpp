@@ -1,10 +1,6 @@
 #include "simulator/tablet.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <filesystem>
 #include <stdexcept>
-#include <system_error>
 
 // service/main.cpp, compiled under this name.
 int VantrelMain();
@@ -21,19 +17,6 @@ constexpr char16_t FirstSessionKey[] =
     u"Software\\Microsoft\\Windows\\CurrentVersion\\Authentication\\LogonUI\\SessionData\\1";
 constexpr char16_t UserSid[] = u"S-1-5-21-1004336348-1177238915-682003330-1001";
 
-std::string MakeOwnFolder() {
-  std::error_code error;
-  std::string name = (std::filesystem::temp_directory_path(error) / "vantrel-XXXXXX").string();
-  if (!error && mkdtemp(name.data()) == nullptr) {
-    error.assign(errno, std::generic_category());
-  }
-  if (error) {
-    throw std::runtime_error("cannot make a folder for the tablet's drive where TMPDIR points: " +
-                             error.message());
-  }
-  return name;
-}
-
 platform::Machine& SwitchOn(const TabletOptions& options, const std::string& driveFolder) {
   platform::MachineOptions machineOptions;
   machineOptions.scheduler = options.scheduler;
@@ -48,8 +31,7 @@ std::string Narrow(const std::u16string& text) {
 }  // namespace
 
 Tablet::Tablet(const TabletOptions& options)
-    : driveFolder_(options.driveFolder.empty() ? MakeOwnFolder() : options.driveFolder),
-      ownsFolder_(options.driveFolder.empty()),
+    : driveFolder_(options.driveFolder.empty() ? ownFolder_.emplace().path() : options.driveFolder),
       machine_(SwitchOn(options, driveFolder_)) {
   machine_.drive.MakeFolder(FileRepository);
   machine_.registry.MakeKey(LogonUiKey);
@@ -93,17 +75,37 @@ bool Tablet::PassTimeUntil(const std::function<bool()>& condition, u64 atMostMs)
 
 std::vector<ToldWord> Tablet::WordsTold() const {
   std::vector<ToldWord> words;
-  for (const platform::LaunchedProcess& launch : machine_.processes.Launched()) {
-    words.push_back({Narrow(launch.commandLine), launch.timeMs});
+  for (const platform::LaunchedProcess& launch : machine_.processes.launches.All()) {
+    words.push_back({Narrow(launch.commandLine), launch.timeMs, launch.threadId});
   }
   return words;
 }
 
 void Tablet::Remove() {
-  if (ownsFolder_) {
-    std::error_code ignored;
-    std::filesystem::remove_all(driveFolder_, ignored);
+  ownFolder_.reset();
+}
+
+std::size_t LongLivedHandles(platform::HandleKind kind) {
+  switch (kind) {
+    case platform::HandleKind::Mutex:
+      return 3;  // decisions, the update, the order of reports
+    case platform::HandleKind::Event:
+      return 1;  // of the tick thread
+    case platform::HandleKind::Notification:
+      return 2;  // one a device interface class
+    case platform::HandleKind::ServiceStatus:
+      return 1;
+    default:
+      return 0;
   }
+}
+
+std::map<platform::HandleKind, std::size_t> CountOpenHandles(const platform::Machine& machine) {
+  std::map<platform::HandleKind, std::size_t> open;
+  for (const platform::OpenHandle& handle : machine.handles.OpenHandles()) {
+    ++open[handle.kind];
+  }
+  return open;
 }
 
 int RunServiceProcess() {

@@ -5,11 +5,14 @@
 #pragma once
 
 #include <functional>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "common/types.h"
 #include "platform/machine/machine.h"
+#include "simulator/host_folder.h"
 
 namespace simulator {
 
@@ -26,10 +29,11 @@ struct TabletOptions {
   std::string driveFolder;
 };
 
-// One word that the service told the user, and when.
+// One word that the service told the user.
 struct ToldWord {
   std::string word;
   u64 timeMs;
+  u32 threadId;  // of the thread that told it
 };
 
 class Tablet {
@@ -63,14 +67,21 @@ class Tablet {
 
   std::vector<ToldWord> WordsTold() const;
 
-  // Deletes the drive's host folder if it is the tablet's own.
+  // Deletes the drive's host folder if it is the tablet's own. Without it, as when the process is
+  // killed, the next tablet of the host does.
   void Remove();
 
  private:
+  std::optional<HostFolder> ownFolder_;
   const std::string driveFolder_;
-  const bool ownsFolder_;
   platform::Machine& machine_;
 };
+
+// How many handles of a kind the service opens once and keeps until its process ends.
+std::size_t LongLivedHandles(platform::HandleKind kind);
+
+// How many handles are open, by kind.
+std::map<platform::HandleKind, std::size_t> CountOpenHandles(const platform::Machine& machine);
 
 // The service's own entry, as service/main.cpp defines it.
 int RunServiceProcess();

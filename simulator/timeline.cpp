@@ -1,9 +1,11 @@
 #include "simulator/timeline.h"
 
+#include <algorithm>
 #include <cinttypes>
 
 #include "platform/machine/text.h"
 #include "simulator/dfu_bootloader.h"
+#include "simulator/dfu_names.h"
 
 namespace simulator {
 
@@ -76,7 +78,7 @@ std::string DescribeStatus(const platform::TransferRecord& record) {
   }
   const auto poll =
       static_cast<unsigned>(record.data[1] | record.data[2] << 8 | record.data[3] << 16);
-  return Format("GETSTATUS: bStatus %u, bState %u", record.data[0], record.data[4]) +
+  return "GETSTATUS: " + NameOfDfuStatus(record.data[0]) + ", " + NameOfDfuState(record.data[4]) +
          Format(", poll %u ms", poll, 0);
 }
 
@@ -89,7 +91,7 @@ std::string DescribeClassRequest(const platform::TransferRecord& record) {
     case DfuClrStatus:
       return "CLRSTATUS";
     case DfuGetState:
-      return record.data.empty() ? "GETSTATE" : Format("GETSTATE: bState %u", record.data[0], 0);
+      return record.data.empty() ? "GETSTATE" : "GETSTATE: " + NameOfDfuState(record.data[0]);
     case DfuAbort:
       return "ABORT";
     case HidSetReport:
@@ -128,19 +130,23 @@ Timeline::Timeline(platform::Machine& machine, std::FILE* stream, const Timeline
     : machine_(machine), stream_(stream), options_(options) {}
 
 void Timeline::WatchMachine() {
-  machine_.services.ObserveReports([this](const platform::StatusReport& report) {
-    Write("service", std::string("reports ") + NameOfState(report.status.dwCurrentState));
-  });
-  machine_.debugLog.Observe([this](const platform::DebugLine& line) { WriteDebugLine(line); });
-  machine_.processes.ObserveLaunches([this](const platform::LaunchedProcess& launch) {
-    Write("user", "is told " + platform::Utf8FromWide(launch.commandLine));
-  });
+  watching_ = {
+      machine_.services.reports.Observe([this](const platform::StatusReport& report) {
+        Write("service", std::string("reports ") + NameOfState(report.status.dwCurrentState));
+      }),
+      machine_.debugLog.Observe([this](const platform::DebugLine& line) { WriteDebugLine(line); }),
+      machine_.processes.launches.Observe([this](const platform::LaunchedProcess& launch) {
+        Write("user", "is told " + platform::Utf8FromWide(launch.commandLine));
+      }),
+  };
   if (options_.wire) {
-    machine_.devices.ObserveTransfers(
-        [this](const platform::TransferRecord& record) { WriteTransfer(record); });
+    watching_.push_back(machine_.transfers.Observe([this](const platform::TransferRecord& record) {
+      Write("wire", DescribeTransfer(record));
+    }));
   }
   if (options_.calls) {
-    machine_.gate.Observe([this](platform::Call call) { Write("call", platform::NameOf(call)); });
+    watching_.push_back(machine_.gate.Observe(
+        [this](platform::Call call) { Write("call", platform::NameOf(call)); }));
   }
 }
 
@@ -152,7 +158,8 @@ void Timeline::Write(const char* speaker, const std::string& text) {
 }
 
 void Timeline::WriteProgress(u64 bytesDone, u64 bytesInAll) {
-  const u64 percent = bytesInAll == 0 ? 100 : bytesDone * 100 / bytesInAll;
+  // What is written again, after a failure or in a second update, is no progress.
+  const u64 percent = bytesInAll == 0 ? 100 : std::min<u64>(100, bytesDone * 100 / bytesInAll);
   {
     const std::scoped_lock lock(lock_);
     if (percent / ProgressStepPercent == lastTens_) {
@@ -173,11 +180,6 @@ void Timeline::WriteDebugLine(const platform::DebugLine& line) {
     }
     begin = end + 1;
   }
-}
-
-void Timeline::WriteTransfer(const platform::TransferRecord& record) {
-  Write("wire",
-        DescribeTransfer(record) + " (" + std::to_string(record.endMs - record.startMs) + " ms)");
 }
 
 }  // namespace simulator

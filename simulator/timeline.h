@@ -1,12 +1,13 @@
 // What a run looks like to a person: one line for each thing that happens, with its virtual time.
 //
-// The lines come from the machine's and the keyboard's observers, on whichever thread it happens;
-// each is written whole. The service's own standard output is not part of it.
+// The lines come from observers, on whichever thread it happens; each is written whole. The
+// service's own standard output is not part of it.
 #pragma once
 
 #include <cstdio>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "common/types.h"
 #include "platform/machine/machine.h"
@@ -34,11 +35,11 @@ class Timeline {
 
  private:
   void WriteDebugLine(const platform::DebugLine& line);
-  void WriteTransfer(const platform::TransferRecord& record);
 
   platform::Machine& machine_;
   std::FILE* const stream_;
   const TimelineOptions options_;
+  std::vector<platform::Observation> watching_;
   std::mutex lock_;
   u64 lastTens_ = 0;
 };

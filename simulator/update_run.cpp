@@ -1,10 +1,13 @@
 #include "simulator/update_run.h"
 
 #include <algorithm>
+#include <atomic>
 #include <set>
 
 #include "simulator/dfu_descriptors.h"
+#include "simulator/memory_map.h"
 #include "simulator/tablet.h"
+#include "simulator/update_verdict.h"
 #include "simulator/virtual_keyboard.h"
 
 namespace simulator {
@@ -18,51 +21,10 @@ constexpr u64 PatienceMs = 60'000;
 // From the keyboard's return to the end of the session, and to see that nothing more comes.
 constexpr u64 AfterglowMs = 10'000;
 
-// Sectors of two sizes. A package that was made elsewhere gets memory around its elements, sectors
-// side by side in one region: the text of the memory map has little room.
-std::vector<FlashRegion> FlashFor(const Package& package) {
-  std::vector<FlashRegion> flash = {{DefaultFlashAddress, {{4, 16 * 1024}, {3, 64 * 1024}}}};
-  constexpr u64 SectorBytes = u64{64} * 1024;
-  constexpr u64 AddressSpaceEnd = u64{1} << 32;
-  const NorFlash usual(flash);
-  std::set<u64> sectors;
-  for (const DfuSeElement& element : TargetForUpdate(package.contents)->elements) {
-    const u64 end = std::min(element.address + u64{element.data.size()}, AddressSpaceEnd);
-    for (u64 at = element.address / SectorBytes * SectorBytes; at < end; at += SectorBytes) {
-      if (usual.FindSector(static_cast<u32>(at)) == nullptr) {
-        sectors.insert(at);
-      }
-    }
-  }
-  for (const u64 at : sectors) {
-    if (!sectors.contains(at - SectorBytes)) {
-      flash.push_back({static_cast<u32>(at), {{0, u32{SectorBytes}}}});
-    }
-    ++flash.back().runs[0].count;
-  }
-  return flash;
-}
-
 bool Holds(const NorFlash& flash, const std::vector<DfuSeElement>& elements) {
   return std::all_of(elements.begin(), elements.end(), [&](const DfuSeElement& element) {
     return element.data.empty() || flash.Read(element.address, element.data.size()) == element.data;
   });
-}
-
-KeyboardOptions KeyboardFor(const UpdateRunOptions& options) {
-  KeyboardOptions keyboard;
-  keyboard.version = options.keyboardVersion;
-  keyboard.flash = FlashFor(options.package);
-  const std::vector<DfuSeElement> elements = TargetForUpdate(options.package.contents)->elements;
-  keyboard.findVersion =
-      [elements, image = keyboard.imageAddress,
-       version = options.package.version](const NorFlash& flash) -> std::optional<KeyboardVersion> {
-    if (Holds(flash, elements)) {
-      return version;
-    }
-    return FindKeyboardImage(flash, image);
-  };
-  return keyboard;
 }
 
 // The time of the wire and the points of time from which the verdict tells where the time went.
@@ -104,19 +66,20 @@ class UpdateRun {
         keyboard_(*new VirtualKeyboard(tablet_.machine(), KeyboardFor(options))),
         timeline_(*new Timeline(tablet_.machine(), stream, options.timeline)) {}
 
-  bool Run() {
+  UpdateResult Run() {
     SetUp();
     Follow();
     StopService();
-    const bool updated = WriteVerdict();
+    const UpdateResult result = WriteVerdict();
     tablet_.Remove();
-    return updated;
+    return result;
   }
 
  private:
   static TabletOptions TabletFor(const UpdateRunOptions& options) {
     TabletOptions tablet;
     tablet.scheduler.realtime = options.realtime;
+    tablet.driveFolder = options.driveFolder;
     return tablet;
   }
 
@@ -139,8 +102,9 @@ class UpdateRun {
                                   std::to_string(options_.batteryPercent) + " %");
     timeline_.Write("keyboard",
                     "is attached with firmware " + VersionText(options_.keyboardVersion));
-    if (MemoryMapText(KeyboardOptions{}.flashName, FlashFor(options_.package)).size() >
-        LongestStringChars) {
+    if (!options_.memory.has_value() &&
+        MemoryMapText(KeyboardOptions{}.flashName, FlashFor(options_.package)).size() >
+            LongestStringChars) {
       timeline_.Write("keyboard",
                       "cannot tell all of its memory: the package's elements are too far apart");
     }
@@ -148,18 +112,19 @@ class UpdateRun {
     tablet_.StartService();
   }
 
-  // Sits in front of the timeline's own look at the wire.
   void WatchWire() {
     u64 inAll = 0;
     for (const DfuSeElement& element : elements()) {
       inAll += element.data.size();
     }
     Stopwatch& stopwatch = stopwatch_;
-    tablet_.machine().devices.ObserveTransfers([&, inAll](const platform::TransferRecord& record) {
+    completes_ = tablet_.machine().processes.launches.Observe(
+        [this](const platform::LaunchedProcess& launch) {
+          completesTold_ += launch.commandLine == u"COMPLETE" ? 1 : 0;
+        });
+    wire_ = tablet_.machine().transfers.Observe([&, inAll](const platform::TransferRecord& record) {
       stopwatch.Note(record);
-      if (options_.timeline.wire) {
-        timeline_.Write("wire", DescribeTransfer(record));
-      }
+      errors_.Note(record);
       timeline_.WriteProgress(keyboard_.counts().bytesWritten, inAll);
     });
   }
@@ -169,16 +134,24 @@ class UpdateRun {
     KeyboardMode mode = keyboard_.mode();
     u64 written = 0;
     bool moved = true;
-    while (moved && !IsUpdated()) {
-      const u64 transfers = tablet_.machine().devices.transferCount();
+    while (moved && !IsUpdated() && !IsBackUnchanged(mode)) {
+      const u64 transfers = tablet_.machine().transfers.total();
       tablet_.PassTimeUntil([&] { return keyboard_.mode() != mode; }, PatienceMs);
       moved = keyboard_.mode() != mode || keyboard_.counts().bytesWritten != written ||
-              tablet_.machine().devices.transferCount() != transfers;
+              tablet_.machine().transfers.total() != transfers;
       TellMode(mode);
       written = keyboard_.counts().bytesWritten;
     }
     returnedMs_ = tablet_.nowMs();
-    tablet_.PassTime(AfterglowMs);
+    if (!IsBackUnchanged(mode)) {
+      tablet_.PassTime(AfterglowMs);
+    }
+  }
+
+  // Two whole updates, and the keyboard still does not run the firmware: so would the next ones.
+  bool IsBackUnchanged(KeyboardMode mode) const {
+    return completesTold_ >= 2 && !IsUpdated() &&
+           (mode == KeyboardMode::Normal || mode == KeyboardMode::Dfu);
   }
 
   void TellMode(KeyboardMode& mode) {
@@ -199,7 +172,7 @@ class UpdateRun {
                           AfterglowMs);
   }
 
-  bool WriteVerdict() {
+  UpdateResult WriteVerdict() {
     const std::optional<KeyboardVersion> after = keyboard_.runningVersion();
     std::fprintf(stream_, "\nVerdict, read from the keyboard\n");
     std::fprintf(stream_, "  firmware before  %s\n", VersionText(options_.keyboardVersion).c_str());
@@ -209,12 +182,22 @@ class UpdateRun {
     std::fprintf(stream_, "  flash            %s\n",
                  keyboard_.FlashHolds(elements()) ? "equal to the package, byte for byte"
                                                   : "not the package's");
+    if (!options_.memory.has_value() && FlashFor(options_.package).size() > 1) {
+      std::fprintf(stream_,
+                   "  memory           made up where the package writes: no map was told\n");
+    }
     WriteWords();
     WriteTimes();
-    const bool faultless = WriteFaults();
-    const bool updated = IsUpdated() && faultless;
-    std::fprintf(stream_, "  result           %s\n", updated ? "updated" : "NOT updated");
-    return updated;
+    UpdateEnd end;
+    end.faultless = WriteFaults();
+    end.updated = IsUpdated();
+    end.completesTold = completesTold_;
+    end.reportsTaken = keyboard_.enterDfuReports();
+    end.deviceError = errors_.Text();
+    UpdateResult result = JudgeUpdate(options_, keyboard_.ReadFlash(), end);
+    result.updateMs = returnedMs_ - stopwatch_.firstTransferMs;
+    std::fprintf(stream_, "  result           %s\n", result.reason.c_str());
+    return result;
   }
 
   void WriteWords() {
@@ -262,12 +245,64 @@ class UpdateRun {
   VirtualKeyboard& keyboard_;
   Timeline& timeline_;
   Stopwatch stopwatch_;
+  platform::Observation wire_;
+  platform::Observation completes_;
+  DeviceErrors errors_;
+  std::atomic<u32> completesTold_ = 0;
   u64 returnedMs_ = 0;
 };
 
 }  // namespace
 
-bool RunUpdate(const UpdateRunOptions& options, std::FILE* stream) {
+// Sectors of two sizes. A package that was made elsewhere gets memory around its elements, sectors
+// side by side in one region: the text of the memory map has little room.
+std::vector<FlashRegion> FlashFor(const Package& package) {
+  std::vector<FlashRegion> flash = {{DefaultFlashAddress, {{4, 16 * 1024}, {3, 64 * 1024}}}};
+  constexpr u64 SectorBytes = u64{64} * 1024;
+  const NorFlash usual(flash);
+  std::set<u64> sectors;
+  for (const DfuSeElement& element : TargetForUpdate(package.contents)->elements) {
+    const u64 end = std::min(element.address + u64{element.data.size()}, AddressSpaceEnd);
+    for (u64 at = element.address / SectorBytes * SectorBytes; at < end; at += SectorBytes) {
+      if (usual.FindSector(static_cast<u32>(at)) == nullptr) {
+        sectors.insert(at);
+      }
+    }
+  }
+  for (const u64 at : sectors) {
+    if (!sectors.contains(at - SectorBytes)) {
+      flash.push_back({static_cast<u32>(at), {{0, u32{SectorBytes}}}});
+    }
+    ++flash.back().runs[0].count;
+  }
+  return flash;
+}
+
+KeyboardOptions KeyboardFor(const UpdateRunOptions& options) {
+  KeyboardOptions keyboard;
+  keyboard.version = options.keyboardVersion;
+  keyboard.bootloader.transferSize = options.transferSize;
+  keyboard.flash = FlashFor(options.package);
+  if (options.memory.has_value()) {
+    keyboard.flash = options.memory->flash;
+    keyboard.alternateSettings[0].mapString = options.memory->mapText;
+    keyboard.imageAddress = keyboard.flash[0].address;
+    const SectorRun& run = keyboard.flash[0].runs[0];
+    keyboard.firmware = {{keyboard.imageAddress, run.count * run.sectorBytes}};
+  }
+  const std::vector<DfuSeElement> elements = TargetForUpdate(options.package.contents)->elements;
+  keyboard.findVersion =
+      [elements, image = keyboard.imageAddress,
+       version = options.package.version](const NorFlash& flash) -> std::optional<KeyboardVersion> {
+    if (Holds(flash, elements)) {
+      return version;
+    }
+    return FindKeyboardImage(flash, image);
+  };
+  return keyboard;
+}
+
+UpdateResult RunUpdate(const UpdateRunOptions& options, std::FILE* stream) {
   // Threads of the machine may still hold on to it when the host process ends.
   return (new UpdateRun(options, stream))->Run();
 }

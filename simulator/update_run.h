@@ -3,24 +3,20 @@
 #pragma once
 
 #include <cstdio>
+#include <vector>
 
-#include "common/types.h"
-#include "simulator/package.h"
-#include "simulator/timeline.h"
+#include "simulator/update_options.h"
 
 namespace simulator {
 
-struct UpdateRunOptions {
-  Package package;
-  KeyboardVersion keyboardVersion;
-  u8 batteryPercent = 80;
-  bool realtime = false;
-  TimelineOptions timeline;
-};
+// The memory that a keyboard has for a package when nobody told a map.
+std::vector<FlashRegion> FlashFor(const Package& package);
+
+// The keyboard of a run.
+KeyboardOptions KeyboardFor(const UpdateRunOptions& options);
 
 // Runs the update on a machine of its own (so once per host process) and writes the timeline and
-// the verdict to the stream. True when the keyboard ends up running the package's firmware, its
-// flash equal to the package.
-bool RunUpdate(const UpdateRunOptions& options, std::FILE* stream);
+// the verdict to the stream.
+UpdateResult RunUpdate(const UpdateRunOptions& options, std::FILE* stream);
 
 }  // namespace simulator

@@ -36,16 +36,6 @@ std::vector<std::u16string> InstanceIdsOf(const std::vector<Device>& devices) {
 
 }  // namespace
 
-std::u16string ProductStringOf(const KeyboardVersion& version) {
-  std::u16string text = u"Keyboard v";
-  for (const u8 digit : {version.major, version.minor, version.modelId, version.hwRev}) {
-    text += static_cast<char16_t>(u'0' + digit);
-    text += u'.';
-  }
-  text.pop_back();
-  return text;
-}
-
 // ---- What the machine sees ----
 
 class VirtualKeyboard::Collection : public platform::HidBackEnd {
@@ -91,30 +81,11 @@ VirtualKeyboard::VirtualKeyboard(platform::Machine& machine, const KeyboardOptio
 
 std::vector<Device> VirtualKeyboard::MakeDevices() {
   if (mode_ == KeyboardMode::Dfu) {
-    return {MakeDfuDevice()};
+    return {MakeDfuDevice(options_, std::make_shared<DfuDevice>(*this))};
   }
   return MakeHidDevices(
       {options_.vendorId, options_.productId, options_.unit}, options_.collections,
       [this](std::size_t index) { return std::make_shared<Collection>(*this, index); });
-}
-
-Device VirtualKeyboard::MakeDfuDevice() {
-  char name[64];
-  std::snprintf(name, sizeof(name), "USB\\VID_%04X&PID_%04X\\", options_.vendorId,
-                options_.dfuProductId);
-  Device device;
-  device.instanceId = Widen(name) + options_.unit;
-  device.instanceIdReadable = options_.dfuInstanceIdReadable;
-  device.description = options_.dfuDescription;
-
-  platform::DeviceInterface dfu;
-  dfu.classGuid = DfuModeInterfaceGuid;
-  dfu.path = options_.dfuPath.value_or(InterfacePath(device.instanceId, dfu.classGuid));
-  dfu.enabled = options_.dfuInterfaceEnabled;
-  dfu.openError = options_.dfuOpenError;
-  dfu.usb = std::make_shared<DfuDevice>(*this);
-  device.interfaces.push_back(dfu);
-  return device;
 }
 
 // ---- Plugging and restarting ----
@@ -139,22 +110,31 @@ void VirtualKeyboard::PullFor(u64 milliseconds, bool backInDfuMode) {
 void VirtualKeyboard::Boot(bool intoDfu, std::optional<u64> onlyInLife) {
   const u64 nowMs = machine_.scheduler.NowMs();
   std::vector<Device> devices;
+  std::vector<std::u16string> heldBack;
   InstanceIds replaced;
+  u64 life = 0;
+  u64 gapMs = 0;
   {
     const std::scoped_lock lock(lock_);
     if (onlyInLife.has_value() && *onlyInLife != life_) {
       return;
     }
-    ++life_;
+    life = ++life_;
+    bootloader_.LosePower(nowMs);
     bootloader_.Reset();
     running_ = intoDfu ? std::nullopt : FindVersion();
     mode_ = running_.has_value() ? KeyboardMode::Normal : KeyboardMode::Dfu;
     silentUntilMs_ = nowMs + options_.silentMs;
     devices = MakeDevices();
+    if (mode_ == KeyboardMode::Normal && !options_.arrivalOrder.empty()) {
+      heldBack = HoldBackInterfaces(devices, options_.arrivalOrder);
+      gapMs = options_.arrivalGapMs;
+    }
     replaced = std::exchange(attached_, InstanceIdsOf(devices));
   }
   machine_.devices.Detach(replaced);
   machine_.devices.Attach(devices);
+  EnableInOrder(heldBack, gapMs, life);
 
   // Threads that run at once may have pulled it in the meantime.
   InstanceIds outdated = InstanceIdsOf(devices);
@@ -167,8 +147,32 @@ void VirtualKeyboard::Boot(bool intoDfu, std::optional<u64> onlyInLife) {
   machine_.devices.Detach(outdated);
 }
 
+// The first one comes at once, on the calling thread.
+void VirtualKeyboard::EnableInOrder(const std::vector<std::u16string>& paths, u64 gapMs, u64 life) {
+  if (paths.empty()) {
+    return;
+  }
+  machine_.devices.Enable(paths[0]);
+  machine_.scheduler.Spawn("keyboard arriving", platform::ThreadOwner::Machine, false,
+                           [this, paths, gapMs, life]() -> u32 {
+                             for (std::size_t i = 1; i < paths.size(); ++i) {
+                               machine_.scheduler.SleepMs(gapMs);
+                               if (IsInLife(life)) {
+                                 machine_.devices.Enable(paths[i]);
+                               }
+                             }
+                             return 0;
+                           });
+}
+
+bool VirtualKeyboard::IsInLife(u64 life) const {
+  const std::scoped_lock lock(lock_);
+  return life == life_;
+}
+
 // The life that begins with it; empty when the keyboard has gone on in the meantime.
 std::optional<u64> VirtualKeyboard::Unplug(KeyboardMode mode, std::optional<u64> onlyInLife) {
+  const u64 nowMs = machine_.scheduler.NowMs();
   InstanceIds left;
   u64 life = 0;
   {
@@ -178,6 +182,7 @@ std::optional<u64> VirtualKeyboard::Unplug(KeyboardMode mode, std::optional<u64>
     }
     life = ++life_;
     mode_ = mode;
+    bootloader_.LosePower(nowMs);
     running_ = std::nullopt;
     left = std::exchange(attached_, {});
   }
@@ -356,11 +361,6 @@ std::optional<KeyboardVersion> VirtualKeyboard::FindVersion() const {
 std::optional<KeyboardVersion> VirtualKeyboard::runningVersion() const {
   const std::scoped_lock lock(lock_);
   return running_;
-}
-
-std::optional<KeyboardVersion> VirtualKeyboard::storedVersion() const {
-  const std::scoped_lock lock(lock_);
-  return FindVersion();
 }
 
 NorFlash VirtualKeyboard::ReadFlash() const {

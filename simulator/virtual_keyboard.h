@@ -68,9 +68,6 @@ class VirtualKeyboard {
   // The version that its product string tells; empty unless it runs its firmware.
   std::optional<KeyboardVersion> runningVersion() const;
 
-  // The version of the whole image in its flash; empty when there is none.
-  std::optional<KeyboardVersion> storedVersion() const;
-
   NorFlash ReadFlash() const;
   void WriteFlash(const NorFlash& flash);
 
@@ -90,11 +87,12 @@ class VirtualKeyboard {
 
   void Boot(bool intoDfu, std::optional<u64> onlyInLife);
   std::optional<u64> Unplug(KeyboardMode mode, std::optional<u64> onlyInLife);
+  void EnableInOrder(const std::vector<std::u16string>& paths, u64 gapMs, u64 life);
+  bool IsInLife(u64 life) const;
   void Restart(u64 detachAfterMs, bool intoDfu);
   void BootAfter(u64 milliseconds, bool intoDfu, u64 life);
   std::optional<KeyboardVersion> FindVersion() const;
   std::vector<platform::Device> MakeDevices();
-  platform::Device MakeDfuDevice();
 
   bool ReadProductString(std::size_t collection, std::u16string& text);
   bool TakeOutputReport(std::size_t collection, const platform::Bytes& report);
@@ -117,8 +115,5 @@ class VirtualKeyboard {
   u32 enterDfuReports_ = 0;
   u32 strayDfuRequests_ = 0;
 };
-
-// The product string of firmware of that version.
-std::u16string ProductStringOf(const KeyboardVersion& version);
 
 }  // namespace simulator

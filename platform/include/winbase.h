@@ -39,6 +39,7 @@ DWORD WINAPI WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds);
 DWORD WINAPI WaitForMultipleObjects(DWORD nCount, const HANDLE* lpHandles, BOOL bWaitAll,
                                     DWORD dwMilliseconds);
 VOID WINAPI Sleep(DWORD dwMilliseconds);
+ULONGLONG WINAPI GetTickCount64();
 }
 
 // ---- Last error ----
@@ -205,8 +206,6 @@ BOOL WINAPI GetSystemPowerStatus(LPSYSTEM_POWER_STATUS lpSystemPowerStatus);
 
 #define HEAP_ZERO_MEMORY 0x00000008
 #define CP_THREAD_ACP 3
-#define MB_ERR_INVALID_CHARS 0x00000008
-#define WC_NO_BEST_FIT_CHARS 0x00000400
 
 extern "C" {
 HANDLE WINAPI GetProcessHeap();

@@ -8,9 +8,6 @@
 #include <cstdint>
 #include <type_traits>
 
-#define UNICODE 1
-#define _UNICODE 1
-
 // One calling convention serves every 64-bit processor, so the markers say nothing here.
 #define WINAPI
 #define NTAPI
@@ -18,7 +15,6 @@
 #define EXTERN_C extern "C"
 #define DECLSPEC_NORETURN [[noreturn]]
 #define DECLSPEC_SELECTANY __attribute__((weak))
-#define CONST const
 #define VOID void
 
 #define WINDOWS_UTF16_LITERAL(quoted) u##quoted
@@ -33,19 +29,15 @@ using CHAR = char;
 using UCHAR = std::uint8_t;
 using BYTE = std::uint8_t;
 using BOOLEAN = std::uint8_t;
-using SHORT = std::int16_t;
 using USHORT = std::uint16_t;
 using WORD = std::uint16_t;
-using INT = std::int32_t;
 using UINT = std::uint32_t;
 using LONG = std::int32_t;
 using ULONG = std::uint32_t;
 using DWORD = std::uint32_t;
 using BOOL = std::int32_t;
-using LONGLONG = std::int64_t;
 using ULONGLONG = std::uint64_t;
 using LONG_PTR = std::intptr_t;
-using ULONG_PTR = std::uintptr_t;
 using SIZE_T = std::size_t;
 using WCHAR = char16_t;
 using NTSTATUS = LONG;
@@ -69,15 +61,14 @@ using PWCHAR = WCHAR*;
 
 static_assert(sizeof(CHAR) == 1 && sizeof(UCHAR) == 1 && sizeof(BYTE) == 1);
 static_assert(sizeof(BOOLEAN) == 1 && std::is_unsigned_v<BOOLEAN>);
-static_assert(sizeof(SHORT) == 2 && sizeof(USHORT) == 2 && sizeof(WORD) == 2);
-static_assert(sizeof(INT) == 4 && std::is_signed_v<INT>);
+static_assert(sizeof(USHORT) == 2 && sizeof(WORD) == 2);
 static_assert(sizeof(UINT) == 4 && std::is_unsigned_v<UINT>);
 static_assert(sizeof(LONG) == 4 && std::is_signed_v<LONG>);
 static_assert(sizeof(ULONG) == 4 && std::is_unsigned_v<ULONG>);
 static_assert(sizeof(DWORD) == 4 && std::is_unsigned_v<DWORD>);
 static_assert(sizeof(BOOL) == 4 && std::is_signed_v<BOOL>);
-static_assert(sizeof(LONGLONG) == 8 && sizeof(ULONGLONG) == 8);
-static_assert(sizeof(LONG_PTR) == 8 && sizeof(ULONG_PTR) == 8 && sizeof(SIZE_T) == 8);
+static_assert(sizeof(ULONGLONG) == 8);
+static_assert(sizeof(LONG_PTR) == 8 && sizeof(SIZE_T) == 8);
 static_assert(sizeof(WCHAR) == 2 && !std::is_same_v<WCHAR, USHORT>);
 static_assert(sizeof(NTSTATUS) == 4 && std::is_signed_v<NTSTATUS>);
 

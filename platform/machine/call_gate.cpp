@@ -3,6 +3,8 @@
 #include <cfgmgr32.h>
 #include <windows.h>
 
+#include <algorithm>
+
 namespace platform {
 
 const char* NameOf(Call call) {
@@ -75,29 +77,38 @@ std::uint32_t CallGate::Enter(Call call) {
   scheduler_.Checkpoint();
 
   std::vector<std::function<void()>> actions;
-  std::function<void(Call)> observer;
+  std::uint64_t number = 0;
+  std::uint64_t heldMs = 0;
   std::uint32_t error = 0;
   {
     const std::scoped_lock lock(lock_);
     ++counts_[static_cast<std::size_t>(call)];
-    ++total_;
-    for (auto [at, end] = actions_.equal_range(total_); at != end; ++at) {
+    number = ++total_;
+    for (auto [at, end] = actions_.equal_range(number); at != end; ++at) {
       actions.push_back(at->second);
     }
-    observer = observer_;
-    error = ErrorFor(call);
-    if (error != 0) {
-      ++failed_;
-      ++failedCounts_[static_cast<std::size_t>(call)];
+    if (const auto hold = holds_.find(number); hold != holds_.end()) {
+      heldMs = hold->second;
     }
+    error = ErrorFor(call);
   }
 
+  const auto note = [&](CallTrouble::Kind kind, std::uint64_t forMs = 0) {
+    const std::uint64_t nowMs = scheduler_.NowMs();
+    troubles.Add({kind, call, number, Scheduler::Current()->id(), nowMs, nowMs + forMs});
+  };
+  if (heldMs != 0) {
+    note(CallTrouble::Kind::Held, heldMs);
+    scheduler_.SleepMs(heldMs);
+  }
   for (const std::function<void()>& action : actions) {
+    note(CallTrouble::Kind::Acted);
     action();
   }
-  if (observer) {
-    observer(call);
+  if (error != 0) {
+    note(CallTrouble::Kind::Failed);
   }
+  Tell(call);
   return error;
 }
 
@@ -129,6 +140,11 @@ void CallGate::FailNumber(std::uint64_t number, std::uint32_t errorIndex, bool f
   failFromThenOn_ = fromThenOn;
 }
 
+void CallGate::HoldNumber(std::uint64_t number, std::uint64_t milliseconds) {
+  const std::scoped_lock lock(lock_);
+  holds_[number] = milliseconds;
+}
+
 void CallGate::AtNumber(std::uint64_t number, std::function<void()> action) {
   const std::scoped_lock lock(lock_);
   actions_.emplace(number, std::move(action));
@@ -138,11 +154,7 @@ void CallGate::ClearFailures() {
   const std::scoped_lock lock(lock_);
   orders_.clear();
   failNumber_ = 0;
-}
-
-void CallGate::Observe(std::function<void(Call)> observer) {
-  const std::scoped_lock lock(lock_);
-  observer_ = std::move(observer);
+  holds_.clear();
 }
 
 std::uint64_t CallGate::total() const {
@@ -155,14 +167,13 @@ std::uint64_t CallGate::CountOf(Call call) const {
   return counts_[static_cast<std::size_t>(call)];
 }
 
-std::uint64_t CallGate::failed() const {
-  const std::scoped_lock lock(lock_);
-  return failed_;
-}
-
-std::uint64_t CallGate::FailedOf(Call call) const {
-  const std::scoped_lock lock(lock_);
-  return failedCounts_[static_cast<std::size_t>(call)];
+std::uint64_t CallGate::FailedOf(std::optional<Call> call) const {
+  const std::vector<CallTrouble> all = troubles.All();
+  return static_cast<std::uint64_t>(
+      std::count_if(all.begin(), all.end(), [call](const CallTrouble& trouble) {
+        return trouble.kind == CallTrouble::Kind::Failed &&
+               trouble.call == call.value_or(trouble.call);
+      }));
 }
 
 }  // namespace platform

@@ -1,9 +1,9 @@
 // The one door of the layer: every platform call enters here first.
 //
-// It counts the calls, lets a test or a sweep make one of them fail, do something at the k-th call
-// (pull the keyboard, end the process), and is the place where a serial run may hand over to
-// another thread. Faults are ordered by call and occurrence, or by the number of the call in the
-// run.
+// It counts the calls, lets a test or a sweep make one of them fail, hold up the thread that makes
+// it, or do something at the k-th call (pull the keyboard, end the process), and is the place where
+// a serial run may hand over to another thread. Faults are ordered by call and occurrence, or by
+// the number of the call in the run.
 #pragma once
 
 #include <array>
@@ -11,9 +11,11 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "platform/machine/records.h"
 #include "platform/machine/scheduler.h"
 
 namespace platform {
@@ -99,7 +101,23 @@ const char* NameOf(Call call);
 // (last-error codes, CONFIGRET or registry results). Empty for a call that has no way to fail.
 const std::vector<std::uint32_t>& DocumentedErrors(Call call);
 
-class CallGate {
+// A call to which happened what was ordered for it.
+struct CallTrouble {
+  enum class Kind {
+    Failed,  // it fails
+    Held,    // its thread stands still from timeMs until untilMs before it goes on
+    Acted,   // an action is run in front of it, which may end the process
+  };
+  Kind kind;
+  Call call;
+  std::uint64_t number;  // of the call in the run
+  std::uint32_t threadId;
+  std::uint64_t timeMs;
+  std::uint64_t untilMs;
+};
+
+// Observers are told of every call as it enters.
+class CallGate : public Observers<Call> {
  public:
   explicit CallGate(Scheduler& scheduler) : scheduler_(scheduler) {}
 
@@ -115,21 +133,24 @@ class CallGate {
   // call's documented one with that index, modulo their number; a call that cannot fail goes on.
   void FailNumber(std::uint64_t number, std::uint32_t errorIndex, bool fromThenOn = false);
 
+  // The thread that makes the call with that number stands still for so long before it goes on, and
+  // before an action for that number is run. Several orders stand side by side.
+  void HoldNumber(std::uint64_t number, std::uint64_t milliseconds);
+
   // Runs the action in front of the call with that number, on the calling thread.
   void AtNumber(std::uint64_t number, std::function<void()> action);
 
-  // Forgets all orders that were not met or last for ever.
+  // Forgets all failures and holds that were not met or last for ever.
   void ClearFailures();
-
-  // Sees every call as it enters; null for none. Called with no lock of the gate held.
-  void Observe(std::function<void(Call)> observer);
 
   std::uint64_t total() const;
   std::uint64_t CountOf(Call call) const;
 
-  // How many calls were made to fail, in all and of one kind.
-  std::uint64_t failed() const;
-  std::uint64_t FailedOf(Call call) const;
+  // Each is added before it happens.
+  RecordLog<CallTrouble> troubles;
+
+  // How many calls of the kind were made to fail, by default of all kinds.
+  std::uint64_t FailedOf(std::optional<Call> call = std::nullopt) const;
 
  private:
   struct Order {
@@ -144,14 +165,12 @@ class CallGate {
   mutable std::mutex lock_;
   std::array<std::uint64_t, CallCount> counts_{};
   std::uint64_t total_ = 0;
-  std::uint64_t failed_ = 0;
-  std::array<std::uint64_t, CallCount> failedCounts_{};
   std::multimap<Call, Order> orders_;
   std::uint64_t failNumber_ = 0;
   std::uint32_t failErrorIndex_ = 0;
   bool failFromThenOn_ = false;
+  std::map<std::uint64_t, std::uint64_t> holds_;
   std::multimap<std::uint64_t, std::function<void()>> actions_;
-  std::function<void(Call)> observer_;
 };
 
 }  // namespace platform

@@ -96,40 +96,23 @@ bool DeviceTree::IsPresent(const std::u16string& instanceId) const {
   return node.has_value() && node->isPresent;
 }
 
+void DeviceTree::Enable(const std::u16string& path) {
+  const std::shared_ptr<AttachedInterface> target = FindAttached(path);
+  if (target != nullptr && !target->enabled_.exchange(true)) {
+    AnnounceAll(CM_NOTIFY_ACTION_DEVICEINTERFACEARRIVAL, {target});
+  }
+}
+
 void DeviceTree::AnnounceAll(CM_NOTIFY_ACTION action,
                              const std::vector<std::shared_ptr<AttachedInterface>>& interfaces) {
   for (const std::shared_ptr<AttachedInterface>& each : interfaces) {
-    if (each->details_.enabled) {
+    if (each->isEnabled()) {
       notifications_.Announce({action, each->details_.classGuid, each->details_.path});
     }
   }
 }
 
-void DeviceTree::PlanDeliveries(std::function<DeliveryPlan(const Notice&)> planner) {
-  notifications_.PlanDeliveries(std::move(planner));
-}
-
-void DeviceTree::Inject(const Notice& notice) {
-  notifications_.Announce(notice);
-}
-
-void DeviceTree::ObserveTransfers(std::function<void(const TransferRecord&)> observer) {
-  transfers_.Observe(std::move(observer));
-}
-
-void DeviceTree::AtTransfer(std::uint64_t number, std::function<void()> action) {
-  transfers_.AtTransfer(number, std::move(action));
-}
-
-std::uint64_t DeviceTree::transferCount() const {
-  return transfers_.total();
-}
-
 // ---- The calls' side ----
-
-void DeviceTree::Register(std::shared_ptr<NotificationRegistration> registration) {
-  notifications_.Register(std::move(registration));
-}
 
 DeviceTree::Slot* DeviceTree::FindSlot(const std::u16string& instanceId) {
   const auto found = std::find_if(slots_.begin(), slots_.end(), [&](const Slot& slot) {
@@ -143,8 +126,9 @@ std::vector<std::u16string> DeviceTree::ListInterfaces(const GUID& classGuid,
   const std::scoped_lock lock(lock_);
   std::vector<std::u16string> paths;
   for (const Slot& slot : slots_) {
-    for (const DeviceInterface& each : slot.device.interfaces) {
-      const bool isPresent = !slot.attached.empty() && each.enabled;
+    for (std::size_t i = 0; i < slot.device.interfaces.size(); ++i) {
+      const DeviceInterface& each = slot.device.interfaces[i];
+      const bool isPresent = !slot.attached.empty() && slot.attached[i]->isEnabled();
       if (each.classGuid == classGuid && (isPresent || !presentOnly)) {
         paths.push_back(each.path);
       }
@@ -193,7 +177,7 @@ std::shared_ptr<AttachedInterface> DeviceTree::FindAttached(const std::u16string
   const std::scoped_lock lock(lock_);
   for (const Slot& slot : slots_) {
     for (const std::shared_ptr<AttachedInterface>& each : slot.attached) {
-      if (each->details_.enabled && EqualsIgnoringCase(each->details_.path, path)) {
+      if (EqualsIgnoringCase(each->details_.path, path)) {
         return each;
       }
     }
@@ -201,23 +185,23 @@ std::shared_ptr<AttachedInterface> DeviceTree::FindAttached(const std::u16string
   return nullptr;
 }
 
-std::shared_ptr<KernelObject> DeviceTree::OpenPath(const std::u16string& path, DWORD access,
-                                                   DWORD share, DWORD flags, DWORD& error) {
+std::shared_ptr<DeviceFile> DeviceTree::OpenPath(const std::u16string& path, const OpenMode& mode,
+                                                 DWORD& error) {
   const std::shared_ptr<AttachedInterface> target = FindAttached(path);
-  if (target == nullptr) {
+  if (target == nullptr || !target->isEnabled()) {
     error = path.empty() ? ERROR_PATH_NOT_FOUND : ERROR_FILE_NOT_FOUND;
     return nullptr;
   }
   const DeviceInterface& details = target->details_;
   error = details.openError;
-  if (error == 0 && (access & ReadWriteAccess) != 0) {
+  if (error == 0 && (mode.access & ReadWriteAccess) != 0) {
     error = details.readWriteError;
   }
   if (error != 0) {
     return nullptr;
   }
 
-  const auto file = std::make_shared<DeviceFile>(target, OpenMode{access, share, flags}, faults_);
+  const auto file = std::make_shared<DeviceFile>(target, mode, faults_);
   const std::scoped_lock lock(target->lock_);
   if (details.usb != nullptr && !target->files_.empty()) {
     // WinUSB's driver lets one file be open at a time.
@@ -246,33 +230,34 @@ UsbResult DeviceTree::Carry(AttachedInterface& target, const WINUSB_SETUP_PACKET
   transfers_.Begin(record);
 
   record.startMs = scheduler_.NowMs();
-  record.result = Exchange(target, setup, data, exchange);
+  record.result = Exchange(target, record, data, exchange);
   record.endMs = scheduler_.NowMs();
   if ((setup.RequestType & 0x80) != 0) {
     record.data = data;
   }
-  transfers_.End(record);
+  transfers_.Tell(record);
   return record.result;
 }
 
-UsbResult DeviceTree::Exchange(AttachedInterface& target, const WINUSB_SETUP_PACKET& setup,
-                               Bytes& data, const std::function<UsbReply(const Bytes&)>& exchange) {
+UsbResult DeviceTree::Exchange(AttachedInterface& target, TransferRecord& record, Bytes& data,
+                               const std::function<UsbReply(const Bytes&)>& exchange) {
   if (target.isGone()) {
     // The driver refuses at once, but a loop of such calls must cost time, too.
     scheduler_.SleepMs(1);
     data.clear();
     return UsbResult::Absent;
   }
-  const bool toHost = (setup.RequestType & 0x80) != 0;
-  if (!PassTime(target, TimeOnWireMs(setup))) {
+  const bool toHost = (record.setup.RequestType & 0x80) != 0;
+  if (!PassTime(target, TimeOnWireMs(record.setup))) {
     data.clear();
     return UsbResult::Vanished;
   }
 
+  record.reachedDevice = true;
   UsbReply reply = exchange(data);
   if (toHost) {
     data = std::move(reply.data);
-    data.resize(std::min<std::size_t>(data.size(), setup.Length));
+    data.resize(std::min<std::size_t>(data.size(), record.setup.Length));
   }
   if (reply.result == UsbResult::TimedOut || reply.delayMs >= ControlTimeoutMs) {
     reply.result = UsbResult::TimedOut;

@@ -33,7 +33,7 @@ inline constexpr std::uint32_t ControlTimeoutMs = 5000;
 struct DeviceInterface {
   GUID classGuid{};
   std::u16string path;
-  bool enabled = true;       // a disabled one is listed among all interfaces, not the present ones
+  bool enabled = true;       // false: known but not present until DeviceTree::Enable
   DWORD openError = 0;       // every open fails with it, for instance ERROR_SHARING_VIOLATION
   DWORD readWriteError = 0;  // an open that asks for reading or writing fails with it
   HidCollection collection;  // with hid
@@ -54,9 +54,11 @@ class DeviceFile;
 // dead when the device comes back.
 class AttachedInterface {
  public:
-  explicit AttachedInterface(DeviceInterface details) : details_(std::move(details)) {}
+  explicit AttachedInterface(DeviceInterface details)
+      : details_(std::move(details)), enabled_(details_.enabled) {}
 
   const DeviceInterface& details() const { return details_; }
+  bool isEnabled() const { return enabled_; }
   bool isGone() const { return gone_; }
 
  private:
@@ -64,6 +66,7 @@ class AttachedInterface {
   friend class DeviceFile;
 
   const DeviceInterface details_;
+  std::atomic<bool> enabled_;
   std::atomic<bool> gone_ = false;
   std::mutex lock_;  // guards files_
   std::vector<const DeviceFile*> files_;
@@ -79,6 +82,8 @@ struct OpenMode {
 // A device that the service has opened.
 class DeviceFile : public KernelObject {
  public:
+  static constexpr HandleKind Kind = HandleKind::File;
+
   DeviceFile(std::shared_ptr<AttachedInterface> target, const OpenMode& mode, FaultLog& faults)
       : target_(std::move(target)), mode_(mode), faults_(faults) {}
   ~DeviceFile() override;
@@ -106,8 +111,12 @@ struct DeviceNode {
 
 class DeviceTree {
  public:
-  DeviceTree(Scheduler& scheduler, FaultLog& faults)
-      : scheduler_(scheduler), faults_(faults), notifications_(scheduler) {}
+  DeviceTree(Scheduler& scheduler, FaultLog& faults, NotificationCenter& notifications,
+             TransferLog& transfers)
+      : scheduler_(scheduler),
+        faults_(faults),
+        notifications_(notifications),
+        transfers_(transfers) {}
 
   // --- For the script of a run ---
 
@@ -117,16 +126,9 @@ class DeviceTree {
   void Detach(const std::vector<std::u16string>& instanceIds);
   bool IsPresent(const std::u16string& instanceId) const;
 
-  void PlanDeliveries(std::function<DeliveryPlan(const Notice&)> planner);
-
-  // Tells the registrations of the class something that did not happen to an interface here, for
-  // instance CM_NOTIFY_ACTION_DEVICEQUERYREMOVE.
-  void Inject(const Notice& notice);
-
-  // See TransferLog.
-  void ObserveTransfers(std::function<void(const TransferRecord&)> observer);
-  void AtTransfer(std::uint64_t number, std::function<void()> action);
-  std::uint64_t transferCount() const;
+  // The interface with that path is present from now on, and announced, if its device is attached.
+  // Windows starts the interfaces of a device one after the other.
+  void Enable(const std::u16string& path);
 
   // --- For the calls of the layer ---
 
@@ -140,10 +142,8 @@ class DeviceTree {
   // Opens an interface for CreateFileW. Null with the last-error value in error: the path is empty
   // or names nothing present, the interface refuses, its share modes conflict, or it is a WinUSB
   // device that is open already.
-  std::shared_ptr<KernelObject> OpenPath(const std::u16string& path, DWORD access, DWORD share,
-                                         DWORD flags, DWORD& error);
-
-  void Register(std::shared_ptr<NotificationRegistration> registration);
+  std::shared_ptr<DeviceFile> OpenPath(const std::u16string& path, const OpenMode& mode,
+                                       DWORD& error);
 
   // Carries one transfer: takes the time of the wire, asks the device through exchange, logs it.
   // data holds what goes to the device, and afterwards what came from it.
@@ -153,7 +153,7 @@ class DeviceTree {
  private:
   struct Slot {
     Device device;
-    std::vector<std::shared_ptr<AttachedInterface>> attached;  // empty for a phantom
+    std::vector<std::shared_ptr<AttachedInterface>> attached;  // one for each; none for a phantom
   };
 
   Slot* FindSlot(const std::u16string& instanceId);
@@ -162,13 +162,13 @@ class DeviceTree {
   void AnnounceAll(CM_NOTIFY_ACTION action,
                    const std::vector<std::shared_ptr<AttachedInterface>>& interfaces);
   bool PassTime(const AttachedInterface& target, std::uint64_t milliseconds);
-  UsbResult Exchange(AttachedInterface& target, const WINUSB_SETUP_PACKET& setup, Bytes& data,
+  UsbResult Exchange(AttachedInterface& target, TransferRecord& record, Bytes& data,
                      const std::function<UsbReply(const Bytes&)>& exchange);
 
   Scheduler& scheduler_;
   FaultLog& faults_;
-  NotificationCenter notifications_;
-  TransferLog transfers_;
+  NotificationCenter& notifications_;
+  TransferLog& transfers_;
   mutable std::mutex lock_;  // guards slots_
   std::vector<Slot> slots_;
 };

@@ -3,8 +3,11 @@
 namespace platform {
 
 void FaultLog::Add(const std::string& fault) {
-  const std::scoped_lock lock(lock_);
-  faults_.push_back(fault);
+  {
+    const std::scoped_lock lock(lock_);
+    faults_.push_back(fault);
+  }
+  Tell(fault);
 }
 
 std::vector<std::string> FaultLog::All() const {

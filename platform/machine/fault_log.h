@@ -6,9 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "platform/machine/records.h"
+
 namespace platform {
 
-class FaultLog {
+// Observers are told at once, in the midst of the call and with locks of the layer held: of the
+// machine they ask nothing but the time.
+class FaultLog : public Observers<std::string> {
  public:
   void Add(const std::string& fault);
   std::vector<std::string> All() const;

@@ -45,7 +45,7 @@ bool KernelObject::TryTake(SimThread&) {
   return false;
 }
 
-void* HandleTable::Open(HandleKind kind, std::shared_ptr<KernelObject> object) {
+void* HandleTable::Add(HandleKind kind, std::shared_ptr<KernelObject> object) {
   const std::scoped_lock lock(lock_);
   std::uintptr_t value = nextValue_;
   if (recycle_ && !freeValues_.empty()) {

@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/machine/fault_log.h"
@@ -61,15 +62,19 @@ class HandleTable {
  public:
   explicit HandleTable(FaultLog& faults) : faults_(faults) {}
 
-  void* Open(HandleKind kind, std::shared_ptr<KernelObject> object);
+  // The new handle, of the kind that the object's class names.
+  template <class T>
+  void* Open(std::shared_ptr<T> object) {
+    return Add(T::Kind, std::move(object));
+  }
 
   // The object behind an open handle of that kind; null otherwise, with a fault unless the value is
   // null or INVALID_HANDLE_VALUE. call names the caller in the fault.
   std::shared_ptr<KernelObject> Find(const void* handle, HandleKind kind, const char* call);
 
   template <class T>
-  std::shared_ptr<T> Get(const void* handle, HandleKind kind, const char* call) {
-    return std::static_pointer_cast<T>(Find(handle, kind, call));
+  std::shared_ptr<T> Get(const void* handle, const char* call) {
+    return std::static_pointer_cast<T>(Find(handle, T::Kind, call));
   }
 
   // Any object that a thread can wait for.
@@ -95,6 +100,7 @@ class HandleTable {
     std::shared_ptr<KernelObject> object;  // null once closed
   };
 
+  void* Add(HandleKind kind, std::shared_ptr<KernelObject> object);
   Entry* FindOpen(const void* handle, const char* call);
   Entry* FindOfKind(const void* handle, HandleKind kind, const char* call);
   void CloseEntry(const void* handle, Entry& entry);

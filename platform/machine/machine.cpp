@@ -17,10 +17,10 @@ Machine::Machine(const MachineOptions& options)
       handles(faults),
       gate(scheduler),
       heap(faults),
-      debugLog(scheduler),
       drive(options.driveFolder),
       services(scheduler),
-      devices(scheduler, faults) {}
+      notifications(scheduler),
+      devices(scheduler, faults, notifications, transfers) {}
 
 void Machine::StartServiceProcess(std::function<int()> entry) {
   scheduler.Spawn("service process", ThreadOwner::Service, false,
@@ -60,16 +60,6 @@ Machine& TheMachine() {
     std::abort();
   }
   return *machine;
-}
-
-std::uint32_t EnterCall(Call call) {
-  return TheMachine().gate.Enter(call);
-}
-
-void EnterSureCall(Call call) {
-  if (EnterCall(call) != 0) {
-    TheMachine().faults.Add(std::string(NameOf(call)) + ": its failure is not modelled");
-  }
 }
 
 }  // namespace platform

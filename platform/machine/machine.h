@@ -18,11 +18,13 @@
 #include "platform/machine/fault_log.h"
 #include "platform/machine/handle_table.h"
 #include "platform/machine/heap.h"
+#include "platform/machine/notifications.h"
 #include "platform/machine/power.h"
 #include "platform/machine/processes.h"
 #include "platform/machine/registry.h"
 #include "platform/machine/scheduler.h"
 #include "platform/machine/service_manager.h"
+#include "platform/machine/transfer_log.h"
 
 namespace platform {
 
@@ -46,6 +48,8 @@ class Machine {
   ProcessTable processes;
   Power power;
   ServiceManager services;
+  NotificationCenter notifications;
+  TransferLog transfers;
   DeviceTree devices;
 
   // Starts the service's process: runs its entry on a thread of its own. When the entry returns,
@@ -70,11 +74,5 @@ Machine& SwitchOnMachine(const MachineOptions& options);
 
 // The machine that is on.
 Machine& TheMachine();
-
-// Enters a call of the layer (see CallGate::Enter).
-std::uint32_t EnterCall(Call call);
-
-// Enters a call that the layer never makes fail; an order to do so is a fault.
-void EnterSureCall(Call call);
 
 }  // namespace platform

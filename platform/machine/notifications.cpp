@@ -41,26 +41,43 @@ void NotificationCenter::PlanDeliveries(std::function<DeliveryPlan(const Notice&
 void NotificationCenter::Announce(const Notice& notice) {
   std::function<DeliveryPlan(const Notice&)> planner;
   std::vector<std::shared_ptr<NotificationRegistration>> registrations;
+  std::uint64_t number = 0;
   {
     const std::scoped_lock lock(lock_);
     planner = planner_;
     registrations = registrations_;
+    number = ++announced_;
   }
 
+  Note(NoticeStage::Announced, number, notice);
   const DeliveryPlan plan = planner ? planner(notice) : DeliveryPlan{};
-  const std::uint64_t notBeforeMs = scheduler_.NowMs() + plan.delayMs;
-  scheduler_.Update([&] {
-    for (const std::shared_ptr<NotificationRegistration>& registration : registrations) {
-      if (registration->filter.u.DeviceInterface.ClassGuid == notice.classGuid) {
-        registration->queue_.insert(registration->queue_.end(), plan.times, {notice, notBeforeMs});
-      }
+  const Waiting waiting{notice, number, scheduler_.NowMs() + plan.delayMs};
+  for (const std::shared_ptr<NotificationRegistration>& registration : registrations) {
+    if (registration->filter.u.DeviceInterface.ClassGuid == notice.classGuid) {
+      Pass(registration, waiting, plan);
     }
-  });
+  }
+}
+
+void NotificationCenter::Pass(const std::shared_ptr<NotificationRegistration>& registration,
+                              const Waiting& waiting, const DeliveryPlan& plan) {
+  if (!plan.ownThread) {
+    auto& queue = registration->queue_;
+    scheduler_.Update([&] { queue.insert(queue.end(), plan.times, waiting); });
+    return;
+  }
+  for (unsigned i = 0; i < plan.times; ++i) {
+    scheduler_.Spawn("notification thread", ThreadOwner::Service, false,
+                     [this, registration, waiting]() -> std::uint32_t {
+                       Deliver(*registration, waiting);
+                       return 0;
+                     });
+  }
 }
 
 void NotificationCenter::DeliverForEver(NotificationRegistration& registration) {
   for (;;) {
-    NotificationRegistration::Waiting next;
+    Waiting next;
     scheduler_.WaitUntil(
         [&] {
           if (registration.queue_.empty()) {
@@ -71,14 +88,25 @@ void NotificationCenter::DeliverForEver(NotificationRegistration& registration) 
           return true;
         },
         NoDeadline);
-    if (const std::uint64_t now = scheduler_.NowMs(); next.notBeforeMs > now) {
-      scheduler_.SleepMs(next.notBeforeMs - now);
-    }
-    DWORD eventBytes = 0;
-    std::vector<std::uint64_t> event = MakeEventData(next.notice, eventBytes);
-    registration.callback(registration.handle, registration.context, next.notice.action,
-                          reinterpret_cast<PCM_NOTIFY_EVENT_DATA>(event.data()), eventBytes);
+    Deliver(registration, next);
   }
+}
+
+void NotificationCenter::Deliver(const NotificationRegistration& registration,
+                                 const Waiting& waiting) {
+  if (const std::uint64_t now = scheduler_.NowMs(); waiting.notBeforeMs > now) {
+    scheduler_.SleepMs(waiting.notBeforeMs - now);
+  }
+  DWORD eventBytes = 0;
+  std::vector<std::uint64_t> event = MakeEventData(waiting.notice, eventBytes);
+  Note(NoticeStage::Handed, waiting.number, waiting.notice);
+  registration.callback(registration.handle, registration.context, waiting.notice.action,
+                        reinterpret_cast<PCM_NOTIFY_EVENT_DATA>(event.data()), eventBytes);
+  Note(NoticeStage::Returned, waiting.number, waiting.notice);
+}
+
+void NotificationCenter::Note(NoticeStage stage, std::uint64_t number, const Notice& notice) {
+  events.Add({stage, number, scheduler_.NowMs(), Scheduler::Current()->id(), notice});
 }
 
 }  // namespace platform

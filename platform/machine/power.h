@@ -4,8 +4,19 @@
 #include <windows.h>
 
 #include <atomic>
+#include <cstdint>
+#include <optional>
+
+#include "platform/machine/records.h"
 
 namespace platform {
+
+// One GetSystemPowerStatus.
+struct PowerReading {
+  std::uint64_t timeMs;
+  std::uint32_t threadId;
+  std::optional<BYTE> percent;  // as the caller was told; empty: the call failed
+};
 
 class Power {
  public:
@@ -14,6 +25,8 @@ class Power {
 
   // On battery, as Windows reports it.
   SYSTEM_POWER_STATUS Status() const;
+
+  RecordLog<PowerReading> readings;
 
  private:
   std::atomic<BYTE> batteryPercent_{80};

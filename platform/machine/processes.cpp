@@ -1,6 +1,7 @@
 #include "platform/machine/processes.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace platform {
 
@@ -12,16 +13,6 @@ void ProcessTable::Add(const Process& process) {
 void ProcessTable::Remove(DWORD id) {
   const std::scoped_lock lock(lock_);
   std::erase_if(processes_, [&](const Process& process) { return process.id == id; });
-}
-
-std::vector<LaunchedProcess> ProcessTable::Launched() const {
-  const std::scoped_lock lock(lock_);
-  return launched_;
-}
-
-void ProcessTable::ObserveLaunches(std::function<void(const LaunchedProcess&)> observer) {
-  const std::scoped_lock lock(lock_);
-  observer_ = std::move(observer);
 }
 
 std::optional<Process> ProcessTable::Find(DWORD id) const {
@@ -42,19 +33,9 @@ std::vector<DWORD> ProcessTable::Ids() const {
 
 // A started program is not listed: it has ended by the time anybody looks.
 DWORD ProcessTable::Launch(const LaunchedProcess& launch) {
-  constexpr DWORD FirstLaunchedId = 20'000;
-  std::function<void(const LaunchedProcess&)> observer;
-  DWORD id = 0;
-  {
-    const std::scoped_lock lock(lock_);
-    id = FirstLaunchedId + 4 * static_cast<DWORD>(launched_.size());
-    launched_.push_back(launch);
-    observer = observer_;
-  }
-  if (observer) {
-    observer(launch);
-  }
-  return id;
+  launches.Add(launch);
+  const std::scoped_lock lock(lock_);
+  return std::exchange(nextLaunchedId_, nextLaunchedId_ + 4);
 }
 
 }  // namespace platform

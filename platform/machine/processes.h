@@ -5,13 +5,14 @@
 #include <windows.h>
 
 #include <cstdint>
-#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "platform/machine/access.h"
 #include "platform/machine/handle_table.h"
+#include "platform/machine/records.h"
 
 namespace platform {
 
@@ -33,25 +34,49 @@ struct LaunchedProcess {
   bool environmentGiven = false;
   bool debugPrivilegeEnabled = false;
   std::uint64_t timeMs = 0;
+  std::uint32_t threadId = 0;  // of the thread that started it
 };
 
 class OpenProcessObject : public KernelObject {
  public:
+  static constexpr HandleKind Kind = HandleKind::Process;
+
   OpenProcessObject(const Process& opened, DWORD desiredAccess)
-      : process(opened), access(desiredAccess) {}
+      : process(opened), access(desiredAccess, PROCESS_ALL_ACCESS) {}
+
   const Process process;
-  const DWORD access;  // as it was asked for
+  const Access access;
 };
+
+// Every right that a token has.
+inline constexpr DWORD AllTokenRights = 0xF01FF;
 
 class TokenObject : public KernelObject {
  public:
-  DWORD sessionId = 0;
-  DWORD access = 0;
-  bool holdsDebugPrivilege = false;
+  static constexpr HandleKind Kind = HandleKind::Token;
+
+  TokenObject(const Process& process, DWORD desiredAccess)
+      : sessionId(process.sessionId),
+        holdsDebugPrivilege(process.holdsDebugPrivilege),
+        access(desiredAccess, AllTokenRights) {}
+
+  // A token of its own, with what the other one is changed to by now.
+  TokenObject(const TokenObject& other, DWORD desiredAccess)
+      : sessionId(other.sessionId),
+        holdsDebugPrivilege(other.holdsDebugPrivilege),
+        access(desiredAccess, AllTokenRights),
+        debugPrivilegeEnabled(other.debugPrivilegeEnabled) {}
+
+  const DWORD sessionId;
+  const bool holdsDebugPrivilege;
+  const Access access;
   bool debugPrivilegeEnabled = false;
 };
 
-class EnvironmentObject : public KernelObject {};
+class EnvironmentObject : public KernelObject {
+ public:
+  static constexpr HandleKind Kind = HandleKind::EnvironmentBlock;
+};
 
 class ProcessTable {
  public:
@@ -61,10 +86,7 @@ class ProcessTable {
   void Add(const Process& process);
   void Remove(DWORD id);
 
-  std::vector<LaunchedProcess> Launched() const;
-
-  // Sees each start as it is made, on the starting thread; null for none.
-  void ObserveLaunches(std::function<void(const LaunchedProcess&)> observer);
+  RecordLog<LaunchedProcess> launches;
 
   // --- For the calls of the layer ---
 
@@ -77,8 +99,7 @@ class ProcessTable {
  private:
   mutable std::mutex lock_;
   std::vector<Process> processes_;
-  std::vector<LaunchedProcess> launched_;
-  std::function<void(const LaunchedProcess&)> observer_;
+  DWORD nextLaunchedId_ = 20'000;
 };
 
 }  // namespace platform

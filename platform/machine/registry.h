@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/machine/access.h"
 #include "platform/machine/handle_table.h"
 
 namespace platform {
@@ -32,8 +33,13 @@ struct RegistryKeyNode {
 // The object behind an HKEY.
 class OpenRegistryKey : public KernelObject {
  public:
-  explicit OpenRegistryKey(std::shared_ptr<RegistryKeyNode> opened) : node(std::move(opened)) {}
+  static constexpr HandleKind Kind = HandleKind::RegistryKey;
+
+  OpenRegistryKey(std::shared_ptr<RegistryKeyNode> opened, const Access& openedFor)
+      : node(std::move(opened)), access(openedFor) {}
+
   const std::shared_ptr<RegistryKeyNode> node;
+  const Access access;
 };
 
 class Registry {

@@ -14,21 +14,6 @@ void ServiceManager::SendControl(DWORD control) {
   });
 }
 
-std::vector<StatusReport> ServiceManager::Reports() const {
-  const std::scoped_lock lock(lock_);
-  return reports_;
-}
-
-std::vector<ControlAnswer> ServiceManager::Answers() const {
-  const std::scoped_lock lock(lock_);
-  return answers_;
-}
-
-void ServiceManager::ObserveReports(std::function<void(const StatusReport&)> observer) {
-  const std::scoped_lock lock(lock_);
-  observer_ = std::move(observer);
-}
-
 bool ServiceManager::Dispatch(const SERVICE_TABLE_ENTRYW& entry) {
   {
     const std::scoped_lock lock(lock_);
@@ -58,8 +43,7 @@ bool ServiceManager::Dispatch(const SERVICE_TABLE_ENTRYW& entry) {
       return true;
     }
     const DWORD result = registration->handler(control, 0, nullptr, registration->context);
-    const std::scoped_lock lock(lock_);
-    answers_.push_back({control, result});
+    answers.Add({control, result});
   }
 }
 
@@ -67,7 +51,7 @@ bool ServiceManager::Dispatch(const SERVICE_TABLE_ENTRYW& entry) {
 bool ServiceManager::TakeControl(DWORD& control,
                                  std::shared_ptr<ServiceRegistration>& registration) {
   const std::scoped_lock lock(lock_);
-  if (stopped_ || controls_.empty() || registration_ == nullptr || reports_.empty()) {
+  if (stopped_ || controls_.empty() || registration_ == nullptr || !reported_) {
     return false;
   }
   control = controls_.front();
@@ -84,17 +68,12 @@ void ServiceManager::Register(std::shared_ptr<ServiceRegistration> registration)
 }
 
 void ServiceManager::Report(const SERVICE_STATUS& status) {
-  const StatusReport report{status, scheduler_.NowMs()};
-  std::function<void(const StatusReport&)> observer;
+  reports.Add({status, scheduler_.NowMs()});
   scheduler_.Update([&] {
     const std::scoped_lock lock(lock_);
-    reports_.push_back(report);
+    reported_ = true;
     stopped_ = stopped_ || status.dwCurrentState == SERVICE_STOPPED;
-    observer = observer_;
   });
-  if (observer) {
-    observer(report);
-  }
 }
 
 }  // namespace platform

@@ -5,12 +5,11 @@
 #include <windows.h>
 
 #include <deque>
-#include <functional>
 #include <mutex>
 #include <string>
-#include <vector>
 
 #include "platform/machine/handle_table.h"
+#include "platform/machine/records.h"
 #include "platform/machine/scheduler.h"
 
 namespace platform {
@@ -28,6 +27,8 @@ struct ControlAnswer {
 // The object behind a SERVICE_STATUS_HANDLE.
 class ServiceRegistration : public KernelObject {
  public:
+  static constexpr HandleKind Kind = HandleKind::ServiceStatus;
+
   std::u16string name;
   LPHANDLER_FUNCTION_EX handler = nullptr;
   LPVOID context = nullptr;
@@ -47,11 +48,8 @@ class ServiceManager {
   // control for it.
   void SendControl(DWORD control);
 
-  std::vector<StatusReport> Reports() const;
-  std::vector<ControlAnswer> Answers() const;
-
-  // Sees each report as it is made, on the reporting thread; null for none.
-  void ObserveReports(std::function<void(const StatusReport&)> observer);
+  RecordLog<StatusReport> reports;
+  RecordLog<ControlAnswer> answers;
 
   // --- For the calls of the layer ---
 
@@ -68,12 +66,10 @@ class ServiceManager {
   Scheduler& scheduler_;
   mutable std::mutex lock_;
   bool startedByManager_ = true;
+  bool reported_ = false;
   bool stopped_ = false;
   std::shared_ptr<ServiceRegistration> registration_;
   std::deque<DWORD> controls_;
-  std::vector<StatusReport> reports_;
-  std::vector<ControlAnswer> answers_;
-  std::function<void(const StatusReport&)> observer_;
 };
 
 }  // namespace platform

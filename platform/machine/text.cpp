@@ -45,7 +45,7 @@ char16_t WideFromAnsi(char byte) {
   return code >= 0x80 && code < 0xA0 ? UpperControls[code - 0x80] : code;
 }
 
-bool AnsiFromWide(char16_t unit, bool bestFit, char& byte) {
+bool AnsiFromWide(char16_t unit, char& byte) {
   if (unit < 0x80 || (unit >= 0xA0 && unit < 0x100)) {
     byte = static_cast<char>(unit);
     return true;
@@ -55,7 +55,7 @@ bool AnsiFromWide(char16_t unit, bool bestFit, char& byte) {
     byte = static_cast<char>(0x80 + (found - std::begin(UpperControls)));
     return true;
   }
-  if (bestFit && unit >= 0xFF01 && unit <= 0xFF5E) {
+  if (unit >= 0xFF01 && unit <= 0xFF5E) {
     byte = static_cast<char>(unit - 0xFF01 + 0x21);
     return true;
   }
@@ -116,7 +116,7 @@ std::string AnsiFromUtf8(std::string_view text) {
   std::string ansi;
   for (const char16_t unit : WideFromUtf8(text)) {
     char byte = '?';
-    AnsiFromWide(unit, true, byte);
+    AnsiFromWide(unit, byte);
     ansi.push_back(byte);
   }
   return ansi;

@@ -10,9 +10,9 @@ namespace platform {
 // Every byte of the code page stands for a character; the five that it leaves open for themselves.
 char16_t WideFromAnsi(char byte);
 
-// The byte for a UTF-16 unit; false when the code page has none. bestFit also accepts a fullwidth
-// form in place of its plain character.
-bool AnsiFromWide(char16_t unit, bool bestFit, char& byte);
+// The byte for a UTF-16 unit, for a fullwidth form that of its plain character, as Windows fits
+// text into a code page. False when there is none, and the byte is as before.
+bool AnsiFromWide(char16_t unit, char& byte);
 
 std::string Utf8FromWide(std::u16string_view text);
 std::u16string WideFromUtf8(std::string_view text);

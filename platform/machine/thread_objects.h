@@ -11,6 +11,8 @@ namespace platform {
 
 class EventObject : public KernelObject {
  public:
+  static constexpr HandleKind Kind = HandleKind::Event;
+
   EventObject(bool manualReset, bool signalled)
       : signalled_(signalled), manualReset_(manualReset) {}
 
@@ -31,6 +33,8 @@ class EventObject : public KernelObject {
 // that ended without releasing it is told so.
 class MutexObject : public KernelObject {
  public:
+  static constexpr HandleKind Kind = HandleKind::Mutex;
+
   bool isWaitable() const override { return true; }
 
   bool TryTake(SimThread& waiter) override {
@@ -68,6 +72,8 @@ class MutexObject : public KernelObject {
 
 class ThreadObject : public KernelObject {
  public:
+  static constexpr HandleKind Kind = HandleKind::Thread;
+
   bool isWaitable() const override { return true; }
   bool TryTake(SimThread&) override { return thread->hasEnded(); }
 

@@ -4,11 +4,6 @@
 
 namespace platform {
 
-void TransferLog::Observe(std::function<void(const TransferRecord&)> observer) {
-  const std::scoped_lock lock(lock_);
-  observer_ = std::move(observer);
-}
-
 void TransferLog::AtTransfer(std::uint64_t number, std::function<void()> action) {
   const std::scoped_lock lock(lock_);
   actions_.emplace(number, std::move(action));
@@ -30,17 +25,6 @@ void TransferLog::Begin(TransferRecord& record) {
   }
   for (const std::function<void()>& action : actions) {
     action();
-  }
-}
-
-void TransferLog::End(const TransferRecord& record) {
-  std::function<void(const TransferRecord&)> observer;
-  {
-    const std::scoped_lock lock(lock_);
-    observer = observer_;
-  }
-  if (observer) {
-    observer(record);
   }
 }
 

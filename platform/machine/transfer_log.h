@@ -11,6 +11,7 @@
 #include <string>
 
 #include "platform/machine/device_backend.h"
+#include "platform/machine/records.h"
 
 namespace platform {
 
@@ -24,27 +25,24 @@ struct TransferRecord {
   WINUSB_SETUP_PACKET setup{};
   Bytes data;  // what went to the device, or what it answered
   UsbResult result = UsbResult::Done;
+  bool reachedDevice = false;  // the device has seen it, whatever became of the answer
 };
 
-class TransferLog {
+// Observers are told of a transfer when it has ended.
+class TransferLog : public Observers<TransferRecord> {
  public:
-  // Sees each transfer when it has ended, on the calling thread; null for none.
-  void Observe(std::function<void(const TransferRecord&)> observer);
-
   // Runs the action in front of the transfer with that number of the run, on the calling thread.
   void AtTransfer(std::uint64_t number, std::function<void()> action);
 
   std::uint64_t total() const;
 
-  // For the wire: Begin numbers the record and runs what was ordered for it.
+  // For the wire: numbers the record and runs what was ordered for it.
   void Begin(TransferRecord& record);
-  void End(const TransferRecord& record);
 
  private:
   mutable std::mutex lock_;
   std::uint64_t total_ = 0;
   std::multimap<std::uint64_t, std::function<void()>> actions_;
-  std::function<void(const TransferRecord&)> observer_;
 };
 
 }  // namespace platform

@@ -1,10 +1,10 @@
 // Debug output and the last error.
 #include <windows.h>
 
-#include "platform/machine/machine.h"
+#include "platform/winapi/platform_call.h"
 
 using platform::Call;
-using platform::EnterSureCall;
+using platform::SureCall;
 using platform::TheMachine;
 
 namespace {
@@ -21,13 +21,14 @@ VOID WINAPI SetLastError(DWORD dwErrCode) {
   lastError = dwErrCode;
 }
 
+// With no debugger attached Windows looks for somebody who listens, and leaves the error of not
+// finding anyone. So a caller who writes first and asks for the last error then gets a wrong one.
 VOID WINAPI OutputDebugStringW(LPCWSTR lpOutputString) {
-  EnterSureCall(Call::OutputDebugStringW);
+  const SureCall call(Call::OutputDebugStringW);
   if (lpOutputString == nullptr) {
-    TheMachine().faults.Add("OutputDebugStringW: null");
+    call.AddFault("null");
     return;
   }
-  TheMachine().debugLog.Write(lpOutputString);
-  // With no debugger attached Windows looks for a listener and leaves the error of not finding one.
+  TheMachine().debugLog.Add({TheMachine().scheduler.NowMs(), lpOutputString});
   SetLastError(ERROR_FILE_NOT_FOUND);
 }

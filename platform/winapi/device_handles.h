@@ -5,13 +5,15 @@
 
 #include <memory>
 
-#include "platform/winapi/refusal.h"
+#include "platform/winapi/platform_call.h"
 
 namespace platform {
 
-// The opened device; null, with the last error set, when the handle is none or names another file.
-inline std::shared_ptr<DeviceFile> GetDeviceFile(HANDLE handle, Call call) {
-  const auto object = TheMachine().handles.Find(handle, HandleKind::File, NameOf(call));
+// The opened device. Null, with the last error set, when the handle is none or names a file on the
+// drive: a stream of the service is a file handle, too.
+inline std::shared_ptr<DeviceFile> GetDeviceFile(HANDLE handle, const PlatformCall& call) {
+  const std::shared_ptr<KernelObject> object =
+      TheMachine().handles.Find(handle, HandleKind::File, call.name());
   auto file = std::dynamic_pointer_cast<DeviceFile>(object);
   if (file == nullptr) {
     SetLastError(object == nullptr ? ERROR_INVALID_HANDLE : ERROR_INVALID_FUNCTION);

@@ -11,14 +11,12 @@
 #include <string>
 #include <vector>
 
-#include "platform/winapi/refusal.h"
+#include "platform/winapi/platform_call.h"
 
 using platform::Call;
 using platform::DeviceNode;
-using platform::EnterCall;
-using platform::HandleKind;
 using platform::NotificationRegistration;
-using platform::Refuse;
+using platform::StatusCall;
 using platform::TheMachine;
 
 namespace {
@@ -26,10 +24,10 @@ namespace {
 // The node above all devices; it has no interface and no description.
 constexpr DEVINST RootNode = 1;
 
-CONFIGRET RefuseConfig(Call call, const std::string& what) {
-  Refuse(call, what);
-  return CR_CALL_NOT_IMPLEMENTED;
-}
+class ConfigCall : public StatusCall<CONFIGRET> {
+ public:
+  explicit ConfigCall(Call call) : StatusCall(call, CR_CALL_NOT_IMPLEMENTED) {}
+};
 
 // In characters: every path with its NUL, and the NUL that closes the list.
 ULONG ListChars(const std::vector<std::u16string>& paths) {
@@ -68,14 +66,15 @@ bool SameKey(const DEVPROPKEY& left, const DEVPROPKEY& right) {
 
 CONFIGRET WINAPI CM_Get_Device_Interface_List_SizeW(PULONG pulLen, LPGUID InterfaceClassGuid,
                                                     DEVINSTID_W pDeviceID, ULONG ulFlags) {
-  if (const CONFIGRET error = EnterCall(Call::CM_Get_Device_Interface_List_SizeW)) {
-    return error;
+  const ConfigCall call(Call::CM_Get_Device_Interface_List_SizeW);
+  if (call.fails()) {
+    return call.Fail();
   }
   if (pulLen == nullptr || InterfaceClassGuid == nullptr) {
     return CR_INVALID_POINTER;
   }
   if (pDeviceID != nullptr || !IsListFlag(ulFlags)) {
-    return RefuseConfig(Call::CM_Get_Device_Interface_List_SizeW, "this selection is");
+    return call.Refuse("this selection is");
   }
   *pulLen = ListChars(TheMachine().devices.ListInterfaces(
       *InterfaceClassGuid, ulFlags == CM_GET_DEVICE_INTERFACE_LIST_PRESENT));
@@ -84,14 +83,15 @@ CONFIGRET WINAPI CM_Get_Device_Interface_List_SizeW(PULONG pulLen, LPGUID Interf
 
 CONFIGRET WINAPI CM_Get_Device_Interface_ListW(LPGUID InterfaceClassGuid, DEVINSTID_W pDeviceID,
                                                PWCHAR Buffer, ULONG BufferLen, ULONG ulFlags) {
-  if (const CONFIGRET error = EnterCall(Call::CM_Get_Device_Interface_ListW)) {
-    return error;
+  const ConfigCall call(Call::CM_Get_Device_Interface_ListW);
+  if (call.fails()) {
+    return call.Fail();
   }
   if (InterfaceClassGuid == nullptr || Buffer == nullptr || BufferLen == 0) {
     return CR_INVALID_POINTER;
   }
   if (pDeviceID != nullptr || !IsListFlag(ulFlags)) {
-    return RefuseConfig(Call::CM_Get_Device_Interface_ListW, "this selection is");
+    return call.Refuse("this selection is");
   }
   const std::vector<std::u16string> paths = TheMachine().devices.ListInterfaces(
       *InterfaceClassGuid, ulFlags == CM_GET_DEVICE_INTERFACE_LIST_PRESENT);
@@ -110,15 +110,16 @@ CONFIGRET WINAPI CM_Get_Device_Interface_PropertyW(LPCWSTR pszDeviceInterface,
                                                    const DEVPROPKEY* PropertyKey,
                                                    DEVPROPTYPE* PropertyType, PBYTE PropertyBuffer,
                                                    PULONG PropertyBufferSize, ULONG ulFlags) {
-  if (const CONFIGRET error = EnterCall(Call::CM_Get_Device_Interface_PropertyW)) {
-    return error;
+  const ConfigCall call(Call::CM_Get_Device_Interface_PropertyW);
+  if (call.fails()) {
+    return call.Fail();
   }
   if (pszDeviceInterface == nullptr || PropertyKey == nullptr || PropertyType == nullptr ||
       PropertyBufferSize == nullptr) {
     return CR_INVALID_POINTER;
   }
   if (ulFlags != 0 || !SameKey(*PropertyKey, DEVPKEY_Device_InstanceId)) {
-    return RefuseConfig(Call::CM_Get_Device_Interface_PropertyW, "this property is");
+    return call.Refuse("this property is");
   }
   const auto node = TheMachine().devices.FindNodeOfInterface(pszDeviceInterface);
   if (!node.has_value()) {
@@ -134,21 +135,22 @@ CONFIGRET WINAPI CM_Get_Device_Interface_PropertyW(LPCWSTR pszDeviceInterface,
 }
 
 CONFIGRET WINAPI CM_Locate_DevNodeW(PDEVINST pdnDevInst, DEVINSTID_W pDeviceID, ULONG ulFlags) {
-  if (const CONFIGRET error = EnterCall(Call::CM_Locate_DevNodeW)) {
-    return error;
+  const ConfigCall call(Call::CM_Locate_DevNodeW);
+  if (call.fails()) {
+    return call.Fail();
   }
   if (pdnDevInst == nullptr) {
     return CR_INVALID_POINTER;
   }
-  if (ulFlags != CM_LOCATE_DEVNODE_NORMAL && ulFlags != CM_LOCATE_DEVNODE_PHANTOM) {
-    return RefuseConfig(Call::CM_Locate_DevNodeW, "this flag is");
+  if (ulFlags != CM_LOCATE_DEVNODE_PHANTOM) {
+    return call.Refuse("a flag but CM_LOCATE_DEVNODE_PHANTOM is");
   }
   if (pDeviceID == nullptr || *pDeviceID == u'\0') {
     *pdnDevInst = RootNode;
     return CR_SUCCESS;
   }
   const auto node = TheMachine().devices.FindNode(std::u16string(pDeviceID));
-  if (!node.has_value() || (!node->isPresent && ulFlags == CM_LOCATE_DEVNODE_NORMAL)) {
+  if (!node.has_value()) {
     return CR_NO_SUCH_DEVNODE;
   }
   *pdnDevInst = node->number;
@@ -158,14 +160,15 @@ CONFIGRET WINAPI CM_Locate_DevNodeW(PDEVINST pdnDevInst, DEVINSTID_W pDeviceID, 
 CONFIGRET WINAPI CM_Get_DevNode_Registry_PropertyW(DEVINST dnDevInst, ULONG ulProperty,
                                                    PULONG pulRegDataType, PVOID Buffer,
                                                    PULONG pulLength, ULONG ulFlags) {
-  if (const CONFIGRET error = EnterCall(Call::CM_Get_DevNode_Registry_PropertyW)) {
-    return error;
+  const ConfigCall call(Call::CM_Get_DevNode_Registry_PropertyW);
+  if (call.fails()) {
+    return call.Fail();
   }
   if (pulLength == nullptr) {
     return CR_INVALID_POINTER;
   }
   if (ulFlags != 0 || ulProperty != CM_DRP_DEVICEDESC) {
-    return RefuseConfig(Call::CM_Get_DevNode_Registry_PropertyW, "this property is");
+    return call.Refuse("this property is");
   }
   const auto node = TheMachine().devices.FindNode(dnDevInst);
   if (!node.has_value() && dnDevInst != RootNode) {
@@ -184,8 +187,9 @@ CONFIGRET WINAPI CM_Get_DevNode_Registry_PropertyW(DEVINST dnDevInst, ULONG ulPr
 CONFIGRET WINAPI CM_Register_Notification(PCM_NOTIFY_FILTER pFilter, PVOID pContext,
                                           PCM_NOTIFY_CALLBACK pCallback,
                                           PHCMNOTIFICATION pNotifyContext) {
-  if (const CONFIGRET error = EnterCall(Call::CM_Register_Notification)) {
-    return error;
+  const ConfigCall call(Call::CM_Register_Notification);
+  if (call.fails()) {
+    return call.Fail();
   }
   if (pFilter == nullptr || pCallback == nullptr || pNotifyContext == nullptr) {
     return CR_INVALID_POINTER;
@@ -194,15 +198,14 @@ CONFIGRET WINAPI CM_Register_Notification(PCM_NOTIFY_FILTER pFilter, PVOID pCont
     return CR_INVALID_DATA;
   }
   if (pFilter->Flags != 0 || pFilter->FilterType != CM_NOTIFY_FILTER_TYPE_DEVICEINTERFACE) {
-    return RefuseConfig(Call::CM_Register_Notification, "this filter is");
+    return call.Refuse("this filter is");
   }
   auto registration = std::make_shared<NotificationRegistration>();
   registration->filter = *pFilter;
   registration->callback = pCallback;
   registration->context = pContext;
-  registration->handle = static_cast<HCMNOTIFICATION>(
-      TheMachine().handles.Open(HandleKind::Notification, registration));
+  registration->handle = static_cast<HCMNOTIFICATION>(TheMachine().handles.Open(registration));
   *pNotifyContext = registration->handle;
-  TheMachine().devices.Register(registration);
+  TheMachine().notifications.Register(registration);
   return CR_SUCCESS;
 }

@@ -12,15 +12,14 @@
 #include <vector>
 
 #include "platform/machine/text.h"
-#include "platform/winapi/refusal.h"
+#include "platform/winapi/platform_call.h"
 
 using platform::Call;
-using platform::EnterCall;
-using platform::EnterSureCall;
-using platform::FailsAtEntry;
 using platform::HandleKind;
 using platform::KernelObject;
-using platform::Refuse;
+using platform::LastErrorCall;
+using platform::PlatformCall;
+using platform::SureCall;
 using platform::TheMachine;
 
 namespace {
@@ -28,6 +27,8 @@ namespace {
 // The entries as they were when the search began.
 class SearchObject : public KernelObject {
  public:
+  static constexpr HandleKind Kind = HandleKind::Search;
+
   std::vector<WIN32_FIND_DATAA> entries;
   std::atomic<std::size_t> next = 1;
 };
@@ -41,7 +42,10 @@ bool IsModelledPattern(std::string_view path) {
 }
 
 // A stream of the service counts as an open file until it is closed.
-class FileObject : public KernelObject {};
+class FileObject : public KernelObject {
+ public:
+  static constexpr HandleKind Kind = HandleKind::File;
+};
 
 struct Stream {
   int descriptor;
@@ -50,7 +54,7 @@ struct Stream {
 
 // What the drive is asked for when the stream's own buffer is empty.
 ssize_t ReadStream(void* cookie, char* buffer, std::size_t bytes) {
-  if (EnterCall(Call::ReadBinaryFile) != 0) {
+  if (PlatformCall(Call::ReadBinaryFile).fails()) {
     errno = EIO;
     return -1;
   }
@@ -80,8 +84,9 @@ int CloseStream(void* cookie) {
 HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwShareMode,
                           LPSECURITY_ATTRIBUTES lpSecurityAttributes, DWORD dwCreationDisposition,
                           DWORD dwFlagsAndAttributes, HANDLE hTemplateFile) {
-  if (FailsAtEntry(Call::CreateFileW)) {
-    return INVALID_HANDLE_VALUE;
+  const LastErrorCall<HANDLE> call(Call::CreateFileW, INVALID_HANDLE_VALUE);
+  if (call.fails()) {
+    return call.Fail();
   }
   const std::u16string path = lpFileName;
   const bool onDrive = path.size() >= 2 && path[1] == u':';
@@ -90,73 +95,61 @@ HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwSha
       lpSecurityAttributes != nullptr || dwCreationDisposition != OPEN_EXISTING ||
       (dwFlagsAndAttributes & ~DWORD{FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL}) != 0 ||
       hTemplateFile != nullptr) {
-    Refuse(Call::CreateFileW, "this way to open a file is");
-    return INVALID_HANDLE_VALUE;
+    return call.Refuse("this way to open a file is");
   }
   DWORD error = ERROR_SUCCESS;
-  auto device = TheMachine().devices.OpenPath(path, dwDesiredAccess, dwShareMode,
-                                              dwFlagsAndAttributes, error);
+  auto device = TheMachine().devices.OpenPath(
+      path, {dwDesiredAccess, dwShareMode, dwFlagsAndAttributes}, error);
   if (device == nullptr) {
-    SetLastError(error);
-    return INVALID_HANDLE_VALUE;
+    return call.Fail(error);
   }
-  return TheMachine().handles.Open(HandleKind::File, std::move(device));
+  return TheMachine().handles.Open(std::move(device));
 }
 
 BOOL WINAPI CloseHandle(HANDLE hObject) {
-  EnterSureCall(Call::CloseHandle);
-  if (!TheMachine().handles.CloseAny(hObject, "CloseHandle")) {
-    SetLastError(ERROR_INVALID_HANDLE);
-    return FALSE;
-  }
-  return TRUE;
+  const SureCall call(Call::CloseHandle);
+  const bool closed = TheMachine().handles.CloseAny(hObject, call.name());
+  return closed ? TRUE : call.Fail(ERROR_INVALID_HANDLE);
 }
 
 HANDLE WINAPI FindFirstFileA(LPCSTR lpFileName, LPWIN32_FIND_DATAA lpFindFileData) {
-  if (FailsAtEntry(Call::FindFirstFileA)) {
-    return INVALID_HANDLE_VALUE;
+  const LastErrorCall<HANDLE> call(Call::FindFirstFileA, INVALID_HANDLE_VALUE);
+  if (call.fails()) {
+    return call.Fail();
   }
   const std::string_view path = lpFileName;
   if (!path.empty() && path.back() != '\\' && !IsModelledPattern(path)) {
-    Refuse(Call::FindFirstFileA, "this pattern is");
-    return INVALID_HANDLE_VALUE;
+    return call.Refuse("this pattern is");
   }
   auto search = std::make_shared<SearchObject>();
   const DWORD error = TheMachine().drive.List(platform::Utf8FromAnsi(path), search->entries);
   if (error != ERROR_SUCCESS) {
-    SetLastError(error);
-    return INVALID_HANDLE_VALUE;
+    return call.Fail(error);
   }
   *lpFindFileData = search->entries[0];
-  return TheMachine().handles.Open(HandleKind::Search, search);
+  return TheMachine().handles.Open(search);
 }
 
 BOOL WINAPI FindNextFileA(HANDLE hFindFile, LPWIN32_FIND_DATAA lpFindFileData) {
-  if (FailsAtEntry(Call::FindNextFileA)) {
-    return FALSE;
+  const LastErrorCall<BOOL> call(Call::FindNextFileA);
+  if (call.fails()) {
+    return call.Fail();
   }
-  const auto search =
-      TheMachine().handles.Get<SearchObject>(hFindFile, HandleKind::Search, "FindNextFileA");
+  const auto search = call.Get<SearchObject>(hFindFile);
   if (search == nullptr) {
-    SetLastError(ERROR_INVALID_HANDLE);
-    return FALSE;
+    return call.Fail(ERROR_INVALID_HANDLE);
   }
   const std::size_t at = search->next++;
   if (at >= search->entries.size()) {
-    SetLastError(ERROR_NO_MORE_FILES);
-    return FALSE;
+    return call.Fail(ERROR_NO_MORE_FILES);
   }
   *lpFindFileData = search->entries[at];
   return TRUE;
 }
 
 BOOL WINAPI FindClose(HANDLE hFindFile) {
-  EnterSureCall(Call::FindClose);
-  if (!TheMachine().handles.Close(hFindFile, HandleKind::Search, "FindClose")) {
-    SetLastError(ERROR_INVALID_HANDLE);
-    return FALSE;
-  }
-  return TRUE;
+  const SureCall call(Call::FindClose);
+  return call.Close<SearchObject>(hFindFile) ? TRUE : call.Fail(ERROR_INVALID_HANDLE);
 }
 
 LONG WINAPI CompareFileTime(const FILETIME* lpFileTime1, const FILETIME* lpFileTime2) {
@@ -169,7 +162,7 @@ LONG WINAPI CompareFileTime(const FILETIME* lpFileTime1, const FILETIME* lpFileT
 }
 
 std::FILE* OpenBinaryFile(const char* path) {
-  if (EnterCall(Call::OpenBinaryFile) != 0) {
+  if (PlatformCall(Call::OpenBinaryFile).fails()) {
     errno = EACCES;
     return nullptr;
   }
@@ -182,8 +175,8 @@ std::FILE* OpenBinaryFile(const char* path) {
   if (descriptor < 0) {
     return nullptr;
   }
-  Stream* const stream = new Stream{
-      descriptor, TheMachine().handles.Open(HandleKind::File, std::make_shared<FileObject>())};
+  Stream* const stream =
+      new Stream{descriptor, TheMachine().handles.Open(std::make_shared<FileObject>())};
   std::FILE* const file = fopencookie(stream, "rb", {ReadStream, nullptr, SeekStream, CloseStream});
   if (file == nullptr) {
     CloseStream(stream);

@@ -12,12 +12,12 @@ using platform::AttachedInterface;
 using platform::Bytes;
 using platform::Call;
 using platform::DeviceInterface;
-using platform::EnterCall;
-using platform::FailsAtEntry;
 using platform::GetDeviceFile;
 using platform::HandleKind;
 using platform::HidCollection;
 using platform::KernelObject;
+using platform::LastErrorCall;
+using platform::PlatformCall;
 using platform::TheMachine;
 using platform::UsbReply;
 using platform::UsbResult;
@@ -29,11 +29,13 @@ constexpr ULONG LongestStringBytes = 4093;
 
 class PreparsedObject : public KernelObject {
  public:
+  static constexpr HandleKind Kind = HandleKind::PreparsedData;
+
   HidCollection collection;
 };
 
 // The HID collection behind a file; null with the last error set.
-std::shared_ptr<AttachedInterface> GetCollection(HANDLE handle, Call call) {
+std::shared_ptr<AttachedInterface> GetCollection(HANDLE handle, const PlatformCall& call) {
   const auto file = GetDeviceFile(handle, call);
   if (file == nullptr) {
     return nullptr;
@@ -46,7 +48,7 @@ std::shared_ptr<AttachedInterface> GetCollection(HANDLE handle, Call call) {
 }
 
 // The same for the calls that only ask the driver: it answers while the device is there.
-std::shared_ptr<AttachedInterface> GetPresentCollection(HANDLE handle, Call call) {
+std::shared_ptr<AttachedInterface> GetPresentCollection(HANDLE handle, const PlatformCall& call) {
   auto target = GetCollection(handle, call);
   if (target != nullptr && target->isGone()) {
     SetLastError(ERROR_DEVICE_NOT_CONNECTED);
@@ -55,19 +57,17 @@ std::shared_ptr<AttachedInterface> GetPresentCollection(HANDLE handle, Call call
   return target;
 }
 
-BOOLEAN Finish(UsbResult result) {
+// What the class driver makes of a transfer that failed.
+BOOLEAN Finish(UsbResult result, const LastErrorCall<BOOLEAN>& call) {
   switch (result) {
     case UsbResult::Done:
       return TRUE;
     case UsbResult::Stalled:
-      SetLastError(ERROR_GEN_FAILURE);
-      return FALSE;
+      return call.Fail(ERROR_GEN_FAILURE);
     case UsbResult::TimedOut:
-      SetLastError(ERROR_SEM_TIMEOUT);
-      return FALSE;
+      return call.Fail(ERROR_SEM_TIMEOUT);
     default:
-      SetLastError(ERROR_DEVICE_NOT_CONNECTED);
-      return FALSE;
+      return call.Fail(ERROR_DEVICE_NOT_CONNECTED);
   }
 }
 
@@ -82,15 +82,16 @@ void NTAPI HidD_GetHidGuid(LPGUID HidGuid) {
 }
 
 BOOLEAN NTAPI HidD_GetAttributes(HANDLE HidDeviceObject, PHIDD_ATTRIBUTES Attributes) {
-  if (FailsAtEntry(Call::HidD_GetAttributes)) {
-    return FALSE;
+  const LastErrorCall<BOOLEAN> call(Call::HidD_GetAttributes);
+  if (call.fails()) {
+    return call.Fail();
   }
-  const auto target = GetPresentCollection(HidDeviceObject, Call::HidD_GetAttributes);
+  const auto target = GetPresentCollection(HidDeviceObject, call);
   if (target == nullptr) {
     return FALSE;
   }
   if (Attributes->Size != sizeof(HIDD_ATTRIBUTES)) {
-    TheMachine().faults.Add("HidD_GetAttributes: Size is not that of the record");
+    call.AddFault("Size is not that of the record");
   }
   const HidCollection& collection = target->details().collection;
   *Attributes = {sizeof(HIDD_ATTRIBUTES), collection.vendorId, collection.productId,
@@ -99,17 +100,17 @@ BOOLEAN NTAPI HidD_GetAttributes(HANDLE HidDeviceObject, PHIDD_ATTRIBUTES Attrib
 }
 
 BOOLEAN NTAPI HidD_GetPreparsedData(HANDLE HidDeviceObject, PHIDP_PREPARSED_DATA* PreparsedData) {
-  if (FailsAtEntry(Call::HidD_GetPreparsedData)) {
-    return FALSE;
+  const LastErrorCall<BOOLEAN> call(Call::HidD_GetPreparsedData);
+  if (call.fails()) {
+    return call.Fail();
   }
-  const auto target = GetPresentCollection(HidDeviceObject, Call::HidD_GetPreparsedData);
+  const auto target = GetPresentCollection(HidDeviceObject, call);
   if (target == nullptr) {
     return FALSE;
   }
   auto preparsed = std::make_shared<PreparsedObject>();
   preparsed->collection = target->details().collection;
-  *PreparsedData = static_cast<PHIDP_PREPARSED_DATA>(
-      TheMachine().handles.Open(HandleKind::PreparsedData, preparsed));
+  *PreparsedData = static_cast<PHIDP_PREPARSED_DATA>(TheMachine().handles.Open(preparsed));
   return TRUE;
 }
 
@@ -123,11 +124,11 @@ BOOLEAN NTAPI HidD_FreePreparsedData(PHIDP_PREPARSED_DATA PreparsedData) {
 }
 
 NTSTATUS NTAPI HidP_GetCaps(PHIDP_PREPARSED_DATA PreparsedData, PHIDP_CAPS Capabilities) {
-  if (EnterCall(Call::HidP_GetCaps) != 0) {
+  const PlatformCall call(Call::HidP_GetCaps);
+  if (call.fails()) {
     return HIDP_STATUS_INVALID_PREPARSED_DATA;
   }
-  const auto preparsed = TheMachine().handles.Get<PreparsedObject>(
-      PreparsedData, HandleKind::PreparsedData, NameOf(Call::HidP_GetCaps));
+  const auto preparsed = call.Get<PreparsedObject>(PreparsedData);
   if (preparsed == nullptr) {
     return HIDP_STATUS_INVALID_PREPARSED_DATA;
   }
@@ -141,16 +142,16 @@ NTSTATUS NTAPI HidP_GetCaps(PHIDP_PREPARSED_DATA PreparsedData, PHIDP_CAPS Capab
 }
 
 BOOLEAN NTAPI HidD_GetProductString(HANDLE HidDeviceObject, PVOID Buffer, ULONG BufferLength) {
-  if (FailsAtEntry(Call::HidD_GetProductString)) {
-    return FALSE;
+  const LastErrorCall<BOOLEAN> call(Call::HidD_GetProductString);
+  if (call.fails()) {
+    return call.Fail();
   }
-  const auto target = GetCollection(HidDeviceObject, Call::HidD_GetProductString);
+  const auto target = GetCollection(HidDeviceObject, call);
   if (target == nullptr) {
     return FALSE;
   }
   if (BufferLength > LongestStringBytes) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return FALSE;
+    return call.Fail(ERROR_INVALID_PARAMETER);
   }
   std::u16string text;
   Bytes data;
@@ -162,13 +163,12 @@ BOOLEAN NTAPI HidD_GetProductString(HANDLE HidDeviceObject, PVOID Buffer, ULONG 
         const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
         return {UsbResult::Done, Bytes(bytes, bytes + text.size() * sizeof(WCHAR))};
       });
-  if (!Finish(result)) {
-    return FALSE;
+  if (result != UsbResult::Done) {
+    return Finish(result, call);
   }
   // A buffer that does not hold the string and its NUL gets nothing of it.
   if (BufferLength < (text.size() + 1) * sizeof(WCHAR)) {
-    SetLastError(ERROR_INVALID_USER_BUFFER);
-    return FALSE;
+    return call.Fail(ERROR_INVALID_USER_BUFFER);
   }
   std::memcpy(Buffer, text.c_str(), (text.size() + 1) * sizeof(WCHAR));
   return TRUE;
@@ -176,28 +176,28 @@ BOOLEAN NTAPI HidD_GetProductString(HANDLE HidDeviceObject, PVOID Buffer, ULONG 
 
 BOOLEAN NTAPI HidD_SetOutputReport(HANDLE HidDeviceObject, PVOID ReportBuffer,
                                    ULONG ReportBufferLength) {
-  if (FailsAtEntry(Call::HidD_SetOutputReport)) {
-    return FALSE;
+  const LastErrorCall<BOOLEAN> call(Call::HidD_SetOutputReport);
+  if (call.fails()) {
+    return call.Fail();
   }
-  const auto target = GetCollection(HidDeviceObject, Call::HidD_SetOutputReport);
+  const auto target = GetCollection(HidDeviceObject, call);
   if (target == nullptr) {
     return FALSE;
   }
   const USHORT reportBytes = target->details().collection.outputReportBytes;
   if (reportBytes == 0 || ReportBuffer == nullptr) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return FALSE;
+    return call.Fail(ERROR_INVALID_PARAMETER);
   }
   if (ReportBufferLength < reportBytes) {
-    SetLastError(ERROR_INVALID_USER_BUFFER);
-    return FALSE;
+    return call.Fail(ERROR_INVALID_USER_BUFFER);
   }
   const auto* const bytes = static_cast<const std::uint8_t*>(ReportBuffer);
   Bytes data(bytes, bytes + reportBytes);
-  return Finish(TheMachine().devices.Carry(
+  const UsbResult result = TheMachine().devices.Carry(
       *target, MakeSetup(0x21, 9, 0x0200u | data[0], reportBytes), data,
       [&](const Bytes& report) -> UsbReply {
         const bool taken = target->details().hid->TakeOutputReport(report);
         return {taken ? UsbResult::Done : UsbResult::Stalled, {}};
-      }));
+      });
+  return Finish(result, call);
 }

@@ -1,17 +1,18 @@
-// The process heap. Its calls leave the last error alone, as Windows documents it.
+// The process heap.
+//
+// Windows documents that these calls leave the last error alone: null is all that a caller learns.
 #include <windows.h>
 
-#include "platform/winapi/refusal.h"
+#include "platform/winapi/platform_call.h"
 
 using platform::Call;
-using platform::EnterCall;
-using platform::EnterSureCall;
-using platform::Refuse;
+using platform::PlatformCall;
+using platform::SureCall;
 using platform::TheMachine;
 
 namespace {
 
-// The heap's handle is the address of this.
+// The heap's handle is the address of this. It is none of the handle table's: nobody closes it.
 char processHeap;
 
 }  // namespace
@@ -21,21 +22,21 @@ HANDLE WINAPI GetProcessHeap() {
 }
 
 LPVOID WINAPI HeapAlloc(HANDLE hHeap, DWORD dwFlags, SIZE_T dwBytes) {
-  if (EnterCall(Call::HeapAlloc) != 0) {
+  const PlatformCall call(Call::HeapAlloc);
+  if (call.fails()) {
     return nullptr;
   }
   if (hHeap != &processHeap || (dwFlags & ~DWORD{HEAP_ZERO_MEMORY}) != 0) {
-    Refuse(Call::HeapAlloc, "another heap or flag is");
+    call.NoteRefusal("another heap or flag is");
     return nullptr;
   }
   return TheMachine().heap.Allocate(dwBytes, (dwFlags & HEAP_ZERO_MEMORY) != 0);
 }
 
 BOOL WINAPI HeapFree(HANDLE hHeap, DWORD dwFlags, LPVOID lpMem) {
-  EnterSureCall(Call::HeapFree);
+  const SureCall call(Call::HeapFree);
   if (hHeap != &processHeap || dwFlags != 0) {
-    Refuse(Call::HeapFree, "another heap or a flag is");
-    return FALSE;
+    return call.Refuse("another heap or a flag is");
   }
   return TheMachine().heap.Free(lpMem) ? TRUE : FALSE;
 }

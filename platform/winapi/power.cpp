@@ -1,12 +1,21 @@
 // The power status.
 #include <windows.h>
 
-#include "platform/winapi/refusal.h"
+#include "platform/winapi/platform_call.h"
 
+using platform::Call;
+using platform::LastErrorCall;
+using platform::Scheduler;
+using platform::TheMachine;
+
+// A failed reading is noted, too: the service decides by it as well as by a number.
 BOOL WINAPI GetSystemPowerStatus(LPSYSTEM_POWER_STATUS lpSystemPowerStatus) {
-  if (platform::FailsAtEntry(platform::Call::GetSystemPowerStatus)) {
-    return FALSE;
+  const LastErrorCall<BOOL> call(Call::GetSystemPowerStatus);
+  platform::PowerReading reading{TheMachine().scheduler.NowMs(), Scheduler::Current()->id(), {}};
+  if (!call.fails()) {
+    *lpSystemPowerStatus = TheMachine().power.Status();
+    reading.percent = lpSystemPowerStatus->BatteryLifePercent;
   }
-  *lpSystemPowerStatus = platform::TheMachine().power.Status();
-  return TRUE;
+  TheMachine().power.readings.Add(reading);
+  return call.fails() ? call.Fail() : TRUE;
 }

@@ -9,16 +9,17 @@
 #include <string_view>
 
 #include "platform/machine/text.h"
-#include "platform/winapi/refusal.h"
+#include "platform/winapi/platform_call.h"
 
+using platform::Access;
+using platform::AllTokenRights;
 using platform::Call;
 using platform::EnvironmentObject;
-using platform::FailsAtEntry;
-using platform::HandleKind;
+using platform::LastErrorCall;
 using platform::LaunchedProcess;
 using platform::OpenProcessObject;
 using platform::Process;
-using platform::Refuse;
+using platform::Scheduler;
 using platform::TheMachine;
 using platform::TokenObject;
 
@@ -26,46 +27,42 @@ namespace {
 
 constexpr LUID DebugPrivilege = {20, 0};
 
-// All that a launcher may want to do with a user's token.
-constexpr DWORD UserTokenAccess = 0x201EB;
+// Rights to a process that the service never asks for one by one.
+constexpr DWORD ReadMemory = 0x0010;
+constexpr DWORD QueryInformation = 0x0400;
+constexpr DWORD QueryLimitedInformation = 0x1000;
 
-BOOL Fail(DWORD error) {
-  SetLastError(error);
-  return FALSE;
-}
-
-std::shared_ptr<OpenProcessObject> GetProcess(HANDLE handle, Call call) {
-  auto process =
-      TheMachine().handles.Get<OpenProcessObject>(handle, HandleKind::Process, NameOf(call));
-  if (process == nullptr) {
+// The object behind a handle that allows so much; null, with the last error, otherwise.
+template <class T>
+std::shared_ptr<T> GetAllowed(const platform::PlatformCall& call, HANDLE handle, DWORD rights) {
+  auto object = call.Get<T>(handle);
+  if (object == nullptr) {
     SetLastError(ERROR_INVALID_HANDLE);
-  }
-  return process;
-}
-
-// The token behind a handle, when the handle grants the access; null with the last error otherwise.
-std::shared_ptr<TokenObject> GetToken(HANDLE handle, DWORD access, Call call) {
-  auto token = TheMachine().handles.Get<TokenObject>(handle, HandleKind::Token, NameOf(call));
-  if (token == nullptr) {
-    SetLastError(ERROR_INVALID_HANDLE);
-    return nullptr;
-  }
-  if ((token->access & MAXIMUM_ALLOWED) == 0 && (token->access & access) != access) {
+  } else if (!object->access.Allows(rights)) {
     SetLastError(ERROR_ACCESS_DENIED);
-    return nullptr;
+    object = nullptr;
   }
-  return token;
+  return object;
 }
 
 HMODULE FirstModuleOf(const Process& process) {
   return reinterpret_cast<HMODULE>(0x7FF600000000 + std::uintptr_t{process.id} * 0x10000);
 }
 
+// All but the desktop would change how the program looks or whom it talks to.
 bool IsPlain(const STARTUPINFOW& info) {
   STARTUPINFOW plain = {};
   plain.cb = sizeof(plain);
   plain.lpDesktop = info.lpDesktop;
-  return std::memcmp(&plain, &info, sizeof(plain)) == 0;
+  return info.lpDesktop != nullptr && std::memcmp(&plain, &info, sizeof(plain)) == 0;
+}
+
+// An environment without CREATE_UNICODE_ENVIRONMENT would be taken for ANSI text.
+bool AreModelledFlags(DWORD flags, bool environmentGiven) {
+  constexpr DWORD Modelled =
+      NORMAL_PRIORITY_CLASS | CREATE_NEW_CONSOLE | CREATE_UNICODE_ENVIRONMENT;
+  return (flags & ~Modelled) == 0 &&
+         (!environmentGiven || (flags & CREATE_UNICODE_ENVIRONMENT) != 0);
 }
 
 // Windows writes into the command line while it looks at it, so a literal faults here, too.
@@ -74,11 +71,30 @@ void TouchCommandLine(LPWSTR commandLine) {
   *first = *first;
 }
 
+// Starts the program for the token's user. Both handles come with full access; that of the thread
+// is a process handle, too, since nobody does more than close it.
+PROCESS_INFORMATION Launch(LaunchedProcess launch, const TokenObject& token) {
+  launch.sessionId = token.sessionId;
+  launch.debugPrivilegeEnabled = token.debugPrivilegeEnabled;
+  launch.timeMs = TheMachine().scheduler.NowMs();
+  launch.threadId = Scheduler::Current()->id();
+  const DWORD id = TheMachine().processes.Launch(launch);
+
+  const Process started = {.id = id, .moduleName = {}, .sessionId = token.sessionId};
+  const auto open = [&] {
+    return TheMachine().handles.Open(
+        std::make_shared<OpenProcessObject>(started, PROCESS_ALL_ACCESS));
+  };
+  return {open(), open(), id, id + 1};
+}
+
 }  // namespace
 
+// Says nothing of processes that found no room: a caller learns of them only when the list is full.
 BOOL WINAPI K32EnumProcesses(DWORD* lpidProcess, DWORD cb, LPDWORD lpcbNeeded) {
-  if (FailsAtEntry(Call::K32EnumProcesses)) {
-    return FALSE;
+  const LastErrorCall<BOOL> call(Call::K32EnumProcesses);
+  if (call.fails()) {
+    return call.Fail();
   }
   const std::vector<DWORD> ids = TheMachine().processes.Ids();
   const std::size_t count = std::min(ids.size(), cb / sizeof(DWORD));
@@ -88,41 +104,37 @@ BOOL WINAPI K32EnumProcesses(DWORD* lpidProcess, DWORD cb, LPDWORD lpcbNeeded) {
 }
 
 HANDLE WINAPI OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle, DWORD dwProcessId) {
-  if (FailsAtEntry(Call::OpenProcess)) {
-    return nullptr;
+  const LastErrorCall<HANDLE> call(Call::OpenProcess);
+  if (call.fails()) {
+    return call.Fail();
   }
-  if ((dwDesiredAccess != PROCESS_ALL_ACCESS && dwDesiredAccess != MAXIMUM_ALLOWED) ||
-      bInheritHandle) {
-    Refuse(Call::OpenProcess, "inheritance and less than full access are");
-    return nullptr;
+  if (bInheritHandle || !Access::IsModelled(dwDesiredAccess, PROCESS_ALL_ACCESS)) {
+    return call.Refuse("inheritance or this access is");
   }
   const auto process = TheMachine().processes.Find(dwProcessId);
   if (dwProcessId == 0 || !process) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return nullptr;
+    return call.Fail(ERROR_INVALID_PARAMETER);
   }
   if (!process->accessible) {
-    SetLastError(ERROR_ACCESS_DENIED);
-    return nullptr;
+    return call.Fail(ERROR_ACCESS_DENIED);
   }
-  return TheMachine().handles.Open(HandleKind::Process,
-                                   std::make_shared<OpenProcessObject>(*process, dwDesiredAccess));
+  return TheMachine().handles.Open(std::make_shared<OpenProcessObject>(*process, dwDesiredAccess));
 }
 
 // Every process is shown with two modules, so that a caller with room for one sees the need exceed
 // its buffer.
 BOOL WINAPI K32EnumProcessModules(HANDLE hProcess, HMODULE* lphModule, DWORD cb,
                                   LPDWORD lpcbNeeded) {
-  if (FailsAtEntry(Call::K32EnumProcessModules)) {
-    return FALSE;
+  const LastErrorCall<BOOL> call(Call::K32EnumProcessModules);
+  if (call.fails()) {
+    return call.Fail();
   }
-  const auto open = GetProcess(hProcess, Call::K32EnumProcessModules);
+  const auto open = GetAllowed<OpenProcessObject>(call, hProcess, QueryInformation | ReadMemory);
   if (open == nullptr) {
     return FALSE;
   }
-  if (open->access != PROCESS_ALL_ACCESS) {
-    Refuse(Call::K32EnumProcessModules, "less than full access to the process is");
-    return FALSE;
+  if (cb < sizeof(HMODULE)) {
+    return call.Refuse("a list without room for one module is");
   }
   constexpr DWORD Modules = 2;
   for (DWORD i = 0; i < std::min<std::size_t>(Modules, cb / sizeof(HMODULE)); ++i) {
@@ -134,16 +146,16 @@ BOOL WINAPI K32EnumProcessModules(HANDLE hProcess, HMODULE* lphModule, DWORD cb,
 
 DWORD WINAPI K32GetModuleBaseNameW(HANDLE hProcess, HMODULE hModule, LPWSTR lpBaseName,
                                    DWORD nSize) {
-  if (FailsAtEntry(Call::K32GetModuleBaseNameW)) {
-    return 0;
+  const LastErrorCall<DWORD> call(Call::K32GetModuleBaseNameW);
+  if (call.fails()) {
+    return call.Fail();
   }
-  const auto open = GetProcess(hProcess, Call::K32GetModuleBaseNameW);
+  const auto open = GetAllowed<OpenProcessObject>(call, hProcess, QueryInformation | ReadMemory);
   if (open == nullptr) {
     return 0;
   }
   if (hModule != nullptr && hModule != FirstModuleOf(open->process)) {
-    Refuse(Call::K32GetModuleBaseNameW, "any but the first module is");
-    return 0;
+    return call.Refuse("any but the first module is");
   }
   // A name that does not fit comes back cut and unterminated.
   const std::u16string& name = open->process.moduleName;
@@ -152,44 +164,42 @@ DWORD WINAPI K32GetModuleBaseNameW(HANDLE hProcess, HMODULE hModule, LPWSTR lpBa
 }
 
 BOOL WINAPI ProcessIdToSessionId(DWORD dwProcessId, DWORD* pSessionId) {
-  if (FailsAtEntry(Call::ProcessIdToSessionId)) {
-    return FALSE;
+  const LastErrorCall<BOOL> call(Call::ProcessIdToSessionId);
+  if (call.fails()) {
+    return call.Fail();
   }
   const auto process = TheMachine().processes.Find(dwProcessId);
   if (!process) {
-    return Fail(ERROR_INVALID_PARAMETER);
+    return call.Fail(ERROR_INVALID_PARAMETER);
   }
   *pSessionId = process->sessionId;
   return TRUE;
 }
 
 BOOL WINAPI OpenProcessToken(HANDLE ProcessHandle, DWORD DesiredAccess, PHANDLE TokenHandle) {
-  if (FailsAtEntry(Call::OpenProcessToken)) {
-    return FALSE;
+  const LastErrorCall<BOOL> call(Call::OpenProcessToken);
+  if (call.fails()) {
+    return call.Fail();
   }
-  const auto open = GetProcess(ProcessHandle, Call::OpenProcessToken);
+  if (!Access::IsModelled(DesiredAccess, AllTokenRights)) {
+    return call.Refuse("this access is");
+  }
+  const auto open = GetAllowed<OpenProcessObject>(call, ProcessHandle, QueryLimitedInformation);
   if (open == nullptr) {
     return FALSE;
   }
-  if (open->access != MAXIMUM_ALLOWED || DesiredAccess != UserTokenAccess) {
-    Refuse(Call::OpenProcessToken, "another access to the process or its token is");
-    return FALSE;
-  }
-  auto token = std::make_shared<TokenObject>();
-  token->sessionId = open->process.sessionId;
-  token->access = DesiredAccess;
-  token->holdsDebugPrivilege = open->process.holdsDebugPrivilege;
-  *TokenHandle = TheMachine().handles.Open(HandleKind::Token, token);
+  *TokenHandle =
+      TheMachine().handles.Open(std::make_shared<TokenObject>(open->process, DesiredAccess));
   return TRUE;
 }
 
 BOOL WINAPI LookupPrivilegeValueW(LPCWSTR lpSystemName, LPCWSTR lpName, PLUID lpLuid) {
-  if (FailsAtEntry(Call::LookupPrivilegeValueW)) {
-    return FALSE;
+  const LastErrorCall<BOOL> call(Call::LookupPrivilegeValueW);
+  if (call.fails()) {
+    return call.Fail();
   }
   if (lpSystemName != nullptr || !platform::EqualsIgnoringCase(lpName, SE_DEBUG_NAME)) {
-    Refuse(Call::LookupPrivilegeValueW, "another system or privilege is");
-    return FALSE;
+    return call.Refuse("another system or privilege is");
   }
   *lpLuid = DebugPrivilege;
   return TRUE;
@@ -199,21 +209,20 @@ BOOL WINAPI DuplicateTokenEx(HANDLE hExistingToken, DWORD dwDesiredAccess,
                              LPSECURITY_ATTRIBUTES lpTokenAttributes,
                              SECURITY_IMPERSONATION_LEVEL ImpersonationLevel, TOKEN_TYPE TokenType,
                              PHANDLE phNewToken) {
-  if (FailsAtEntry(Call::DuplicateTokenEx)) {
-    return FALSE;
+  const LastErrorCall<BOOL> call(Call::DuplicateTokenEx);
+  if (call.fails()) {
+    return call.Fail();
   }
   if (lpTokenAttributes != nullptr || ImpersonationLevel != SecurityIdentification ||
-      TokenType != TokenPrimary || dwDesiredAccess != MAXIMUM_ALLOWED) {
-    Refuse(Call::DuplicateTokenEx, "another kind of token or access is");
-    return FALSE;
+      TokenType != TokenPrimary || dwDesiredAccess == 0 ||
+      !Access::IsModelled(dwDesiredAccess, AllTokenRights)) {
+    return call.Refuse("another kind of token or access is");
   }
-  const auto token = GetToken(hExistingToken, TOKEN_DUPLICATE, Call::DuplicateTokenEx);
+  const auto token = GetAllowed<TokenObject>(call, hExistingToken, TOKEN_DUPLICATE);
   if (token == nullptr) {
     return FALSE;
   }
-  auto duplicate = std::make_shared<TokenObject>(*token);
-  duplicate->access = dwDesiredAccess;
-  *phNewToken = TheMachine().handles.Open(HandleKind::Token, duplicate);
+  *phNewToken = TheMachine().handles.Open(std::make_shared<TokenObject>(*token, dwDesiredAccess));
   return TRUE;
 }
 
@@ -221,16 +230,16 @@ BOOL WINAPI DuplicateTokenEx(HANDLE hExistingToken, DWORD dwDesiredAccess,
 BOOL WINAPI AdjustTokenPrivileges(HANDLE TokenHandle, BOOL DisableAllPrivileges,
                                   PTOKEN_PRIVILEGES NewState, DWORD BufferLength,
                                   PTOKEN_PRIVILEGES PreviousState, PDWORD ReturnLength) {
-  if (FailsAtEntry(Call::AdjustTokenPrivileges)) {
-    return FALSE;
+  const LastErrorCall<BOOL> call(Call::AdjustTokenPrivileges);
+  if (call.fails()) {
+    return call.Fail();
   }
   if (DisableAllPrivileges || PreviousState != nullptr || ReturnLength != nullptr ||
       BufferLength != sizeof(TOKEN_PRIVILEGES) || NewState->PrivilegeCount != 1 ||
       NewState->Privileges[0].Attributes != SE_PRIVILEGE_ENABLED) {
-    Refuse(Call::AdjustTokenPrivileges, "anything but enabling one privilege is");
-    return FALSE;
+    return call.Refuse("anything but enabling one privilege is");
   }
-  const auto token = GetToken(TokenHandle, TOKEN_ADJUST_PRIVILEGES, Call::AdjustTokenPrivileges);
+  const auto token = GetAllowed<TokenObject>(call, TokenHandle, TOKEN_ADJUST_PRIVILEGES);
   if (token == nullptr) {
     return FALSE;
   }
@@ -246,29 +255,27 @@ BOOL WINAPI AdjustTokenPrivileges(HANDLE TokenHandle, BOOL DisableAllPrivileges,
 // The block is a name for itself: the service only hands it on. A null token stands for the
 // system's own environment.
 BOOL WINAPI CreateEnvironmentBlock(LPVOID* lpEnvironment, HANDLE hToken, BOOL bInherit) {
-  if (FailsAtEntry(Call::CreateEnvironmentBlock)) {
-    return FALSE;
+  const LastErrorCall<BOOL> call(Call::CreateEnvironmentBlock);
+  if (call.fails()) {
+    return call.Fail();
   }
   if (!bInherit) {
-    Refuse(Call::CreateEnvironmentBlock, "a block without the caller's environment is");
-    return FALSE;
+    return call.Refuse("a block without the caller's environment is");
   }
   if (hToken != nullptr &&
-      GetToken(hToken, TOKEN_QUERY | TOKEN_DUPLICATE, Call::CreateEnvironmentBlock) == nullptr) {
+      GetAllowed<TokenObject>(call, hToken, TOKEN_QUERY | TOKEN_DUPLICATE) == nullptr) {
     return FALSE;
   }
-  *lpEnvironment = TheMachine().handles.Open(HandleKind::EnvironmentBlock,
-                                             std::make_shared<EnvironmentObject>());
+  *lpEnvironment = TheMachine().handles.Open(std::make_shared<EnvironmentObject>());
   return TRUE;
 }
 
 BOOL WINAPI DestroyEnvironmentBlock(LPVOID lpEnvironment) {
-  if (FailsAtEntry(Call::DestroyEnvironmentBlock)) {
-    return FALSE;
+  const LastErrorCall<BOOL> call(Call::DestroyEnvironmentBlock);
+  if (call.fails()) {
+    return call.Fail();
   }
-  const bool destroyed = TheMachine().handles.Close(lpEnvironment, HandleKind::EnvironmentBlock,
-                                                    "DestroyEnvironmentBlock");
-  return destroyed ? TRUE : Fail(ERROR_INVALID_PARAMETER);
+  return call.Close<EnvironmentObject>(lpEnvironment) ? TRUE : call.Fail(ERROR_INVALID_PARAMETER);
 }
 
 BOOL WINAPI CreateProcessAsUserW(HANDLE hToken, LPCWSTR lpApplicationName, LPWSTR lpCommandLine,
@@ -277,56 +284,37 @@ BOOL WINAPI CreateProcessAsUserW(HANDLE hToken, LPCWSTR lpApplicationName, LPWST
                                  DWORD dwCreationFlags, LPVOID lpEnvironment,
                                  LPCWSTR lpCurrentDirectory, LPSTARTUPINFOW lpStartupInfo,
                                  LPPROCESS_INFORMATION lpProcessInformation) {
-  constexpr Call ThisCall = Call::CreateProcessAsUserW;
-  if (FailsAtEntry(ThisCall)) {
-    return FALSE;
+  const LastErrorCall<BOOL> call(Call::CreateProcessAsUserW);
+  if (call.fails()) {
+    return call.Fail();
   }
-  const DWORD environmentFlag = lpEnvironment == nullptr ? 0 : CREATE_UNICODE_ENVIRONMENT;
   if (lpApplicationName == nullptr || lpCommandLine == nullptr || lpProcessAttributes != nullptr ||
       lpThreadAttributes != nullptr || bInheritHandles || lpCurrentDirectory != nullptr ||
-      lpStartupInfo->lpDesktop == nullptr || !IsPlain(*lpStartupInfo) ||
-      dwCreationFlags != (NORMAL_PRIORITY_CLASS | CREATE_NEW_CONSOLE | environmentFlag)) {
-    Refuse(ThisCall, "this way to start a program is");
-    return FALSE;
+      !IsPlain(*lpStartupInfo) || !AreModelledFlags(dwCreationFlags, lpEnvironment != nullptr)) {
+    return call.Refuse("this way to start a program is");
   }
   TouchCommandLine(lpCommandLine);
   if (hToken == nullptr) {
-    Refuse(ThisCall, "a null token, which stands for the caller's own account, is");
-    return FALSE;
+    return call.Refuse("a null token, which stands for the caller's own account, is");
   }
   const auto token =
-      GetToken(hToken, TOKEN_QUERY | TOKEN_DUPLICATE | TOKEN_ASSIGN_PRIMARY, ThisCall);
+      GetAllowed<TokenObject>(call, hToken, TOKEN_QUERY | TOKEN_DUPLICATE | TOKEN_ASSIGN_PRIMARY);
   if (token == nullptr) {
     return FALSE;
   }
-  if (lpEnvironment != nullptr &&
-      TheMachine().handles.Find(lpEnvironment, HandleKind::EnvironmentBlock, NameOf(ThisCall)) ==
-          nullptr) {
-    return Fail(ERROR_INVALID_PARAMETER);
+  if (lpEnvironment != nullptr && call.Get<EnvironmentObject>(lpEnvironment) == nullptr) {
+    return call.Fail(ERROR_INVALID_PARAMETER);
   }
   const DWORD error = TheMachine().drive.CheckFile(platform::Utf8FromWide(lpApplicationName));
   if (error != ERROR_SUCCESS) {
-    return Fail(error);
+    return call.Fail(error);
   }
 
-  LaunchedProcess launch;
-  launch.imagePath = lpApplicationName;
-  launch.commandLine = lpCommandLine;
-  launch.desktop = lpStartupInfo->lpDesktop;
-  launch.creationFlags = dwCreationFlags;
-  launch.sessionId = token->sessionId;
-  launch.environmentGiven = lpEnvironment != nullptr;
-  launch.debugPrivilegeEnabled = token->debugPrivilegeEnabled;
-  launch.timeMs = TheMachine().scheduler.NowMs();
-  const DWORD id = TheMachine().processes.Launch(launch);
-
-  Process started;
-  started.id = id;
-  started.sessionId = token->sessionId;
-  const auto open = [&] {
-    return TheMachine().handles.Open(
-        HandleKind::Process, std::make_shared<OpenProcessObject>(started, PROCESS_ALL_ACCESS));
-  };
-  *lpProcessInformation = {open(), open(), id, id + 1};
+  *lpProcessInformation = Launch({.imagePath = lpApplicationName,
+                                  .commandLine = lpCommandLine,
+                                  .desktop = lpStartupInfo->lpDesktop,
+                                  .creationFlags = dwCreationFlags,
+                                  .environmentGiven = lpEnvironment != nullptr},
+                                 *token);
   return TRUE;
 }

@@ -1,38 +1,47 @@
 // Reading the registry. Its calls return their errors and leave the last error alone.
 #include <windows.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "platform/winapi/refusal.h"
+#include "platform/winapi/platform_call.h"
 
+using platform::Access;
 using platform::Call;
-using platform::EnterCall;
-using platform::EnterSureCall;
-using platform::HandleKind;
 using platform::OpenRegistryKey;
-using platform::Refuse;
 using platform::RegistryKeyNode;
 using platform::RegistryValue;
+using platform::StatusCall;
+using platform::SureCall;
 using platform::TheMachine;
 
 namespace {
 
-LSTATUS RefuseStatus(Call call, const char* what) {
-  return static_cast<LSTATUS>(Refuse(call, what));
-}
+// Rights to a key that the service never asks for one by one.
+constexpr REGSAM QueryValue = 0x0001;
+constexpr REGSAM EnumerateSubkeys = 0x0008;
 
-// The key behind a handle: ERROR_SUCCESS, ERROR_INVALID_HANDLE or ERROR_KEY_DELETED.
-LSTATUS KeyOf(HKEY handle, Call call, std::shared_ptr<RegistryKeyNode>& key) {
+class RegistryCall : public StatusCall<LSTATUS> {
+ public:
+  explicit RegistryCall(Call call) : StatusCall(call, ERROR_NOT_SUPPORTED) {}
+};
+
+// The key behind a handle that allows so much: ERROR_SUCCESS, ERROR_INVALID_HANDLE,
+// ERROR_ACCESS_DENIED or ERROR_KEY_DELETED. A handle outlives its key, but is of no more use then.
+LSTATUS KeyOf(const RegistryCall& call, HKEY handle, REGSAM rights,
+              std::shared_ptr<RegistryKeyNode>& key) {
   if (handle == HKEY_LOCAL_MACHINE) {
     key = TheMachine().registry.Find(nullptr, {});
     return ERROR_SUCCESS;
   }
-  const auto open =
-      TheMachine().handles.Get<OpenRegistryKey>(handle, HandleKind::RegistryKey, NameOf(call));
+  const auto open = call.Get<OpenRegistryKey>(handle);
   if (open == nullptr) {
     return ERROR_INVALID_HANDLE;
+  }
+  if (!open->access.Allows(rights)) {
+    return ERROR_ACCESS_DENIED;
   }
   key = open->node;
   return TheMachine().registry.IsDeleted(*key) ? ERROR_KEY_DELETED : ERROR_SUCCESS;
@@ -52,36 +61,54 @@ void Terminate(std::vector<BYTE>& bytes) {
   }
 }
 
+// Hands a value over as RegGetValueW does. A count alone asks for the room; a buffer without a
+// count is nonsense.
+LSTATUS CopyValue(const std::vector<BYTE>& bytes, PVOID data, LPDWORD count) {
+  const DWORD room = count == nullptr ? 0 : *count;
+  if (count != nullptr) {
+    *count = static_cast<DWORD>(bytes.size());
+  }
+  if (data == nullptr) {
+    return ERROR_SUCCESS;
+  }
+  if (bytes.size() > room) {
+    return ERROR_MORE_DATA;
+  }
+  std::memcpy(data, bytes.data(), bytes.size());
+  return ERROR_SUCCESS;
+}
+
 }  // namespace
 
+// A 64-bit process sees the 64-bit registry with and without KEY_WOW64_64KEY.
 LSTATUS WINAPI RegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD ulOptions, REGSAM samDesired,
                              PHKEY phkResult) {
-  if (const DWORD error = EnterCall(Call::RegOpenKeyExW)) {
-    return static_cast<LSTATUS>(error);
+  const RegistryCall call(Call::RegOpenKeyExW);
+  if (call.fails()) {
+    return call.Fail();
   }
-  if (ulOptions != 0 || samDesired != (KEY_ALL_ACCESS | KEY_WOW64_64KEY)) {
-    return RefuseStatus(Call::RegOpenKeyExW, "options and less than full access are");
+  if (ulOptions != 0 || !Access::IsModelled(samDesired, KEY_ALL_ACCESS | KEY_WOW64_64KEY)) {
+    return call.Refuse("an option or this access is");
   }
   std::shared_ptr<RegistryKeyNode> from;
-  if (const LSTATUS status = KeyOf(hKey, Call::RegOpenKeyExW, from)) {
+  if (const LSTATUS status = KeyOf(call, hKey, 0, from)) {
     return status;
   }
   const auto key = TheMachine().registry.Find(from, TextOrEmpty(lpSubKey));
   if (key == nullptr) {
     return ERROR_FILE_NOT_FOUND;
   }
-  *phkResult = static_cast<HKEY>(
-      TheMachine().handles.Open(HandleKind::RegistryKey, std::make_shared<OpenRegistryKey>(key)));
+  *phkResult = static_cast<HKEY>(TheMachine().handles.Open(
+      std::make_shared<OpenRegistryKey>(key, Access(samDesired, KEY_ALL_ACCESS))));
   return ERROR_SUCCESS;
 }
 
 LSTATUS WINAPI RegCloseKey(HKEY hKey) {
-  EnterSureCall(Call::RegCloseKey);
+  const SureCall call(Call::RegCloseKey);
   if (hKey == HKEY_LOCAL_MACHINE) {
     return ERROR_SUCCESS;
   }
-  const bool closed = TheMachine().handles.Close(hKey, HandleKind::RegistryKey, "RegCloseKey");
-  return closed ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+  return call.Close<OpenRegistryKey>(hKey) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
 }
 
 LSTATUS WINAPI RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD lpcchClass, LPDWORD lpReserved,
@@ -89,19 +116,19 @@ LSTATUS WINAPI RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD lpcchClass, L
                                 LPDWORD lpcbMaxClassLen, LPDWORD lpcValues,
                                 LPDWORD lpcbMaxValueNameLen, LPDWORD lpcbMaxValueLen,
                                 LPDWORD lpcbSecurityDescriptor, PFILETIME lpftLastWriteTime) {
-  if (const DWORD error = EnterCall(Call::RegQueryInfoKeyW)) {
-    return static_cast<LSTATUS>(error);
+  const RegistryCall call(Call::RegQueryInfoKeyW);
+  if (call.fails()) {
+    return call.Fail();
   }
   const void* const others[] = {
       lpClass,   lpcchClass,          lpReserved,      lpcbMaxSubKeyLen,       lpcbMaxClassLen,
       lpcValues, lpcbMaxValueNameLen, lpcbMaxValueLen, lpcbSecurityDescriptor, lpftLastWriteTime};
-  for (const void* const other : others) {
-    if (other != nullptr) {
-      return RefuseStatus(Call::RegQueryInfoKeyW, "more than the number of subkeys is");
-    }
+  if (std::any_of(std::begin(others), std::end(others),
+                  [](const void* other) { return other != nullptr; })) {
+    return call.Refuse("more than the number of subkeys is");
   }
   std::shared_ptr<RegistryKeyNode> key;
-  if (const LSTATUS status = KeyOf(hKey, Call::RegQueryInfoKeyW, key)) {
+  if (const LSTATUS status = KeyOf(call, hKey, QueryValue, key)) {
     return status;
   }
   if (lpcSubKeys != nullptr) {
@@ -110,18 +137,20 @@ LSTATUS WINAPI RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD lpcchClass, L
   return ERROR_SUCCESS;
 }
 
+// The count is in characters, without the NUL on the way out and with it on the way in.
 LSTATUS WINAPI RegEnumKeyExW(HKEY hKey, DWORD dwIndex, LPWSTR lpName, LPDWORD lpcchName,
                              LPDWORD lpReserved, LPWSTR lpClass, LPDWORD lpcchClass,
                              PFILETIME lpftLastWriteTime) {
-  if (const DWORD error = EnterCall(Call::RegEnumKeyExW)) {
-    return static_cast<LSTATUS>(error);
+  const RegistryCall call(Call::RegEnumKeyExW);
+  if (call.fails()) {
+    return call.Fail();
   }
   if (lpReserved != nullptr || lpClass != nullptr || lpcchClass != nullptr ||
       lpftLastWriteTime != nullptr) {
-    return RefuseStatus(Call::RegEnumKeyExW, "more than the subkey's name is");
+    return call.Refuse("more than the subkey's name is");
   }
   std::shared_ptr<RegistryKeyNode> key;
-  if (const LSTATUS status = KeyOf(hKey, Call::RegEnumKeyExW, key)) {
+  if (const LSTATUS status = KeyOf(call, hKey, EnumerateSubkeys, key)) {
     return status;
   }
   const std::vector<std::u16string> names = TheMachine().registry.SubkeyNames(*key);
@@ -139,20 +168,22 @@ LSTATUS WINAPI RegEnumKeyExW(HKEY hKey, DWORD dwIndex, LPWSTR lpName, LPDWORD lp
 
 LSTATUS WINAPI RegGetValueW(HKEY hkey, LPCWSTR lpSubKey, LPCWSTR lpValue, DWORD dwFlags,
                             LPDWORD pdwType, PVOID pvData, LPDWORD pcbData) {
-  if (const DWORD error = EnterCall(Call::RegGetValueW)) {
-    if (error == ERROR_MORE_DATA && pcbData != nullptr) {
+  const RegistryCall call(Call::RegGetValueW);
+  if (call.fails()) {
+    // As if the value had just grown: the room that the caller is told of is more than it had.
+    if (call.orderedError() == ERROR_MORE_DATA && pcbData != nullptr) {
       *pcbData += sizeof(WCHAR);
     }
-    return static_cast<LSTATUS>(error);
+    return call.Fail();
   }
   if (dwFlags != RRF_RT_REG_SZ) {
-    return RefuseStatus(Call::RegGetValueW, "other types and flags are");
+    return call.Refuse("another type or flag is");
   }
   if (pvData != nullptr && pcbData == nullptr) {
     return ERROR_INVALID_PARAMETER;
   }
   std::shared_ptr<RegistryKeyNode> from;
-  if (const LSTATUS status = KeyOf(hkey, Call::RegGetValueW, from)) {
+  if (const LSTATUS status = KeyOf(call, hkey, QueryValue, from)) {
     return status;
   }
   const auto key = TheMachine().registry.Find(from, TextOrEmpty(lpSubKey));
@@ -166,18 +197,6 @@ LSTATUS WINAPI RegGetValueW(HKEY hkey, LPCWSTR lpSubKey, LPCWSTR lpValue, DWORD 
   if (value.type != REG_SZ) {
     return ERROR_UNSUPPORTED_TYPE;
   }
-
   Terminate(value.bytes);
-  const DWORD room = pcbData == nullptr ? 0 : *pcbData;
-  if (pcbData != nullptr) {
-    *pcbData = static_cast<DWORD>(value.bytes.size());
-  }
-  if (pvData == nullptr) {
-    return ERROR_SUCCESS;
-  }
-  if (value.bytes.size() > room) {
-    return ERROR_MORE_DATA;
-  }
-  std::memcpy(pvData, value.bytes.data(), value.bytes.size());
-  return ERROR_SUCCESS;
+  return CopyValue(value.bytes, pvData, pcbData);
 }

@@ -1,57 +1,55 @@
 // The service control calls.
 #include <windows.h>
 
-#include "platform/machine/machine.h"
+#include "platform/winapi/platform_call.h"
 
 using platform::Call;
-using platform::EnterCall;
-using platform::HandleKind;
+using platform::LastErrorCall;
 using platform::ServiceRegistration;
 using platform::TheMachine;
 
+// Returns when the service has reported that it is stopped. The control handler runs on this
+// thread in the meantime, as it does on Windows in a process with one service.
 BOOL WINAPI StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* lpServiceStartTable) {
-  if (const DWORD error = EnterCall(Call::StartServiceCtrlDispatcherW)) {
-    SetLastError(error);
-    return FALSE;
+  const LastErrorCall<BOOL> call(Call::StartServiceCtrlDispatcherW);
+  if (call.fails()) {
+    return call.Fail();
   }
   if (lpServiceStartTable[1].lpServiceName != nullptr) {
-    TheMachine().faults.Add("StartServiceCtrlDispatcherW: one service a process is modelled");
-    SetLastError(ERROR_NOT_SUPPORTED);
-    return FALSE;
+    return call.Refuse("a second service in the process is");
   }
   if (!TheMachine().services.Dispatch(lpServiceStartTable[0])) {
-    SetLastError(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
-    return FALSE;
+    return call.Fail(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
   }
   return TRUE;
 }
 
+// A service in a process of its own is known by its handle alone: Windows does not compare the
+// name either.
 SERVICE_STATUS_HANDLE WINAPI RegisterServiceCtrlHandlerExW(LPCWSTR lpServiceName,
                                                            LPHANDLER_FUNCTION_EX lpHandlerProc,
                                                            LPVOID lpContext) {
-  if (const DWORD error = EnterCall(Call::RegisterServiceCtrlHandlerExW)) {
-    SetLastError(error);
-    return nullptr;
+  const LastErrorCall<SERVICE_STATUS_HANDLE> call(Call::RegisterServiceCtrlHandlerExW);
+  if (call.fails()) {
+    return call.Fail();
   }
   auto registration = std::make_shared<ServiceRegistration>();
   registration->name = lpServiceName;
   registration->handler = lpHandlerProc;
   registration->context = lpContext;
-  void* const handle = TheMachine().handles.Open(HandleKind::ServiceStatus, registration);
+  void* const handle = TheMachine().handles.Open(registration);
   TheMachine().services.Register(registration);
   return static_cast<SERVICE_STATUS_HANDLE>(handle);
 }
 
 BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus,
                              LPSERVICE_STATUS lpServiceStatus) {
-  if (const DWORD error = EnterCall(Call::SetServiceStatus)) {
-    SetLastError(error);
-    return FALSE;
+  const LastErrorCall<BOOL> call(Call::SetServiceStatus);
+  if (call.fails()) {
+    return call.Fail();
   }
-  if (TheMachine().handles.Find(hServiceStatus, HandleKind::ServiceStatus, "SetServiceStatus") ==
-      nullptr) {
-    SetLastError(ERROR_INVALID_HANDLE);
-    return FALSE;
+  if (call.Get<ServiceRegistration>(hServiceStatus) == nullptr) {
+    return call.Fail(ERROR_INVALID_HANDLE);
   }
   TheMachine().services.Report(*lpServiceStatus);
   return TRUE;

@@ -1,42 +1,36 @@
-// Conversion between UTF-16 and the thread's ANSI code page, which is Windows-1252 here.
+// UTF-16 to ANSI text and back. Here every thread's code page is Windows-1252, in which each byte
+// is a character, so that both sides of a conversion have the same count.
 #include <windows.h>
 
-#include <cstring>
 #include <string>
 
 #include "platform/machine/text.h"
-#include "platform/winapi/refusal.h"
+#include "platform/winapi/platform_call.h"
 
 using platform::Call;
-using platform::FailsAtEntry;
-using platform::Refuse;
+using platform::LastErrorCall;
 
 namespace {
 
-// How many characters the source has, its NUL included where the caller left counting to the call;
-// 0, with the last error, when the arguments make no sense.
-template <class Source, class Target>
-std::size_t CountSource(const Source* source, int sourceCount, const Target* target,
-                        int targetCount) {
+// Converts all of the source, one for one, and returns the number of characters; a source count
+// below 0 leaves the counting to the call, its NUL included. Windows refuses a target that is the
+// source. A target count of 0 asks for the number alone; a target that is too short is filled, and
+// the result is 0.
+template <class Source, class Target, class Convert>
+int ConvertAll(const LastErrorCall<int>& call, const Source* source, int sourceCount,
+               Target* target, int targetCount, Convert convert) {
   if (source == nullptr || sourceCount == 0 || targetCount < 0 ||
-      (targetCount > 0 && target == nullptr)) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return 0;
+      (targetCount > 0 && target == nullptr) ||
+      static_cast<const void*>(source) == static_cast<const void*>(target)) {
+    return call.Fail(ERROR_INVALID_PARAMETER);
   }
-  return sourceCount < 0 ? std::char_traits<Source>::length(source) + 1
-                         : static_cast<std::size_t>(sourceCount);
-}
-
-// Writes count characters, one for one, and returns their number. A target of 0 asks for the number
-// alone; one that is too short is filled, and the result is 0.
-template <class Target, class Convert>
-int ConvertAll(std::size_t count, Target* target, int targetCount, Convert convert) {
+  const std::size_t count = sourceCount < 0 ? std::char_traits<Source>::length(source) + 1
+                                            : static_cast<std::size_t>(sourceCount);
   for (std::size_t i = 0; targetCount > 0 && i < count; ++i) {
     if (i == static_cast<std::size_t>(targetCount)) {
-      SetLastError(ERROR_INSUFFICIENT_BUFFER);
-      return 0;
+      return call.Fail(ERROR_INSUFFICIENT_BUFFER);
     }
-    target[i] = convert(i);
+    target[i] = convert(source[i]);
   }
   return static_cast<int>(count);
 }
@@ -45,40 +39,32 @@ int ConvertAll(std::size_t count, Target* target, int targetCount, Convert conve
 
 int WINAPI MultiByteToWideChar(UINT CodePage, DWORD dwFlags, LPCCH lpMultiByteStr, int cbMultiByte,
                                LPWSTR lpWideCharStr, int cchWideChar) {
-  if (FailsAtEntry(Call::MultiByteToWideChar)) {
-    return 0;
+  const LastErrorCall<int> call(Call::MultiByteToWideChar);
+  if (call.fails()) {
+    return call.Fail();
   }
-  if (CodePage != CP_THREAD_ACP || (dwFlags & ~DWORD{MB_ERR_INVALID_CHARS}) != 0) {
-    Refuse(Call::MultiByteToWideChar, "another code page or flag is");
-    return 0;
+  if (CodePage != CP_THREAD_ACP || dwFlags != 0) {
+    return call.Refuse("another code page or a flag is");
   }
-  const std::size_t count = CountSource(lpMultiByteStr, cbMultiByte, lpWideCharStr, cchWideChar);
-  return ConvertAll(count, lpWideCharStr, cchWideChar,
-                    [&](std::size_t i) { return platform::WideFromAnsi(lpMultiByteStr[i]); });
+  return ConvertAll(call, lpMultiByteStr, cbMultiByte, lpWideCharStr, cchWideChar,
+                    platform::WideFromAnsi);
 }
 
+// With no default character of the caller's own, '?' stands for what the code page does not have.
 int WINAPI WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWCH lpWideCharStr, int cchWideChar,
                                LPSTR lpMultiByteStr, int cbMultiByte, LPCCH lpDefaultChar,
                                LPBOOL lpUsedDefaultChar) {
-  if (FailsAtEntry(Call::WideCharToMultiByte)) {
-    return 0;
+  const LastErrorCall<int> call(Call::WideCharToMultiByte);
+  if (call.fails()) {
+    return call.Fail();
   }
-  if (CodePage != CP_THREAD_ACP || (dwFlags & ~DWORD{WC_NO_BEST_FIT_CHARS}) != 0) {
-    Refuse(Call::WideCharToMultiByte, "another code page or flag is");
-    return 0;
+  if (CodePage != CP_THREAD_ACP || dwFlags != 0 || lpDefaultChar != nullptr ||
+      lpUsedDefaultChar != nullptr) {
+    return call.Refuse("another code page, a flag or a default character is");
   }
-  const std::size_t count = CountSource(lpWideCharStr, cchWideChar, lpMultiByteStr, cbMultiByte);
-  const bool bestFit = (dwFlags & WC_NO_BEST_FIT_CHARS) == 0;
-  BOOL usedDefault = FALSE;
-  const int written = ConvertAll(count, lpMultiByteStr, cbMultiByte, [&](std::size_t i) {
-    char byte = lpDefaultChar == nullptr ? '?' : *lpDefaultChar;
-    if (!platform::AnsiFromWide(lpWideCharStr[i], bestFit, byte)) {
-      usedDefault = TRUE;
-    }
+  return ConvertAll(call, lpWideCharStr, cchWideChar, lpMultiByteStr, cbMultiByte, [](WCHAR unit) {
+    char byte = '?';
+    platform::AnsiFromWide(unit, byte);
     return byte;
   });
-  if (lpUsedDefaultChar != nullptr) {
-    *lpUsedDefaultChar = usedDefault;
-  }
-  return written;
 }

@@ -4,19 +4,18 @@
 #include <string>
 #include <vector>
 
-#include "platform/machine/machine.h"
 #include "platform/machine/thread_objects.h"
+#include "platform/winapi/platform_call.h"
 
 using platform::Call;
-using platform::EnterCall;
-using platform::EnterSureCall;
 using platform::EventObject;
-using platform::HandleKind;
 using platform::KernelObject;
+using platform::LastErrorCall;
 using platform::MutexObject;
 using platform::NoDeadline;
 using platform::Scheduler;
 using platform::SimThread;
+using platform::SureCall;
 using platform::TheMachine;
 using platform::ThreadObject;
 using platform::ThreadOwner;
@@ -27,39 +26,25 @@ std::uint64_t DeadlineAfter(DWORD milliseconds) {
   return milliseconds == INFINITE ? NoDeadline : TheMachine().scheduler.NowMs() + milliseconds;
 }
 
-std::nullptr_t RefuseNull(const char* what) {
-  TheMachine().faults.Add(what);
-  SetLastError(ERROR_NOT_SUPPORTED);
-  return nullptr;
-}
-
-std::shared_ptr<ThreadObject> GetThread(HANDLE handle, const char* call) {
-  auto thread = TheMachine().handles.Get<ThreadObject>(handle, HandleKind::Thread, call);
-  if (thread == nullptr) {
-    SetLastError(ERROR_INVALID_HANDLE);
-  }
-  return thread;
-}
-
-BOOL ChangeEvent(HANDLE handle, void (EventObject::*change)(), const char* call) {
-  const auto event = TheMachine().handles.Get<EventObject>(handle, HandleKind::Event, call);
+BOOL ChangeEvent(HANDLE handle, void (EventObject::*change)(), const SureCall& call) {
+  const auto event = call.Get<EventObject>(handle);
   if (event == nullptr) {
-    SetLastError(ERROR_INVALID_HANDLE);
-    return FALSE;
+    return call.Fail(ERROR_INVALID_HANDLE);
   }
   TheMachine().scheduler.Update([&] { ((*event).*change)(); });
   return TRUE;
 }
 
-// Waits for the first of the objects that the calling thread can take. An abandoned mutex is the
-// service's own mistake, however well it is told of it.
-DWORD WaitForAny(const HANDLE* handles, DWORD count, DWORD milliseconds, const char* call) {
+// Waits for the first of the objects that the calling thread can take, and takes no other. With
+// several to take it is the one with the lowest index, as on Windows. An abandoned mutex is the
+// service's own mistake, however well it is told of it: what the mutex guards may be half changed.
+DWORD WaitForAny(const HANDLE* handles, DWORD count, DWORD milliseconds,
+                 const LastErrorCall<DWORD>& call) {
   std::vector<std::shared_ptr<KernelObject>> objects;
   for (DWORD i = 0; i < count; ++i) {
-    objects.push_back(TheMachine().handles.GetWaitable(handles[i], call));
+    objects.push_back(TheMachine().handles.GetWaitable(handles[i], call.name()));
     if (objects.back() == nullptr) {
-      SetLastError(ERROR_INVALID_HANDLE);
-      return WAIT_FAILED;
+      return call.Fail(ERROR_INVALID_HANDLE);
     }
   }
 
@@ -77,7 +62,7 @@ DWORD WaitForAny(const HANDLE* handles, DWORD count, DWORD milliseconds, const c
       },
       DeadlineAfter(milliseconds));
   if (taken != WAIT_TIMEOUT && taken >= WAIT_ABANDONED_0) {
-    TheMachine().faults.Add(std::string(call) + ": the mutex's owner ended without releasing it");
+    call.AddFault("the mutex's owner ended without releasing it");
   }
   return taken;
 }
@@ -87,13 +72,13 @@ DWORD WaitForAny(const HANDLE* handles, DWORD count, DWORD milliseconds, const c
 HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES lpThreadAttributes, SIZE_T dwStackSize,
                            LPTHREAD_START_ROUTINE lpStartAddress, LPVOID lpParameter,
                            DWORD dwCreationFlags, LPDWORD lpThreadId) {
-  if (const DWORD error = EnterCall(Call::CreateThread)) {
-    SetLastError(error);
-    return nullptr;
+  const LastErrorCall<HANDLE> call(Call::CreateThread);
+  if (call.fails()) {
+    return call.Fail();
   }
   if (lpThreadAttributes != nullptr || dwStackSize != 0 ||
       (dwCreationFlags & ~DWORD{CREATE_SUSPENDED}) != 0) {
-    return RefuseNull("CreateThread: attributes, stack size or flags that are not modelled");
+    return call.Refuse("an attribute, a stack size or this flag is");
   }
   auto object = std::make_shared<ThreadObject>();
   object->thread = TheMachine().scheduler.Spawn(
@@ -102,133 +87,131 @@ HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES lpThreadAttributes, SIZE_T dwSt
   if (lpThreadId != nullptr) {
     *lpThreadId = object->thread->id();
   }
-  return TheMachine().handles.Open(HandleKind::Thread, object);
+  return TheMachine().handles.Open(object);
 }
 
+// Returns how often the thread was suspended before: here never more than once.
 DWORD WINAPI ResumeThread(HANDLE hThread) {
-  if (const DWORD error = EnterCall(Call::ResumeThread)) {
-    SetLastError(error);
-    return ~DWORD{0};
+  const LastErrorCall<DWORD> call(Call::ResumeThread, ~DWORD{0});
+  if (call.fails()) {
+    return call.Fail();
   }
-  const auto thread = GetThread(hThread, "ResumeThread");
-  if (thread == nullptr) {
-    return ~DWORD{0};
+  const auto object = call.Get<ThreadObject>(hThread);
+  if (object == nullptr) {
+    return call.Fail(ERROR_INVALID_HANDLE);
   }
-  return TheMachine().scheduler.Resume(*thread->thread) ? 1 : 0;
+  return TheMachine().scheduler.Resume(*object->thread) ? 1 : 0;
 }
 
+// Kept for tests to look at. The scheduler does not go by it: a thread that is always outrun would
+// hide races rather than show them.
 BOOL WINAPI SetThreadPriority(HANDLE hThread, int nPriority) {
-  if (const DWORD error = EnterCall(Call::SetThreadPriority)) {
-    SetLastError(error);
-    return FALSE;
+  const LastErrorCall<BOOL> call(Call::SetThreadPriority);
+  if (call.fails()) {
+    return call.Fail();
   }
-  const auto thread = GetThread(hThread, "SetThreadPriority");
-  if (thread == nullptr) {
-    return FALSE;
+  const auto object = call.Get<ThreadObject>(hThread);
+  if (object == nullptr) {
+    return call.Fail(ERROR_INVALID_HANDLE);
   }
-  TheMachine().scheduler.Update([&] { thread->thread->priority = nPriority; });
+  TheMachine().scheduler.Update([&] { object->thread->priority = nPriority; });
   return TRUE;
 }
 
 void WINAPI ExitThread(DWORD dwExitCode) {
-  EnterSureCall(Call::ExitThread);
+  const SureCall call(Call::ExitThread);
   TheMachine().scheduler.ExitCurrentThread(dwExitCode);
 }
 
 BOOL WINAPI GetExitCodeThread(HANDLE hThread, LPDWORD lpExitCode) {
-  if (const DWORD error = EnterCall(Call::GetExitCodeThread)) {
-    SetLastError(error);
-    return FALSE;
+  const LastErrorCall<BOOL> call(Call::GetExitCodeThread);
+  if (call.fails()) {
+    return call.Fail();
   }
-  const auto thread = GetThread(hThread, "GetExitCodeThread");
-  if (thread == nullptr) {
-    return FALSE;
+  const auto object = call.Get<ThreadObject>(hThread);
+  if (object == nullptr) {
+    return call.Fail(ERROR_INVALID_HANDLE);
   }
+  const SimThread& thread = *object->thread;
   TheMachine().scheduler.Update(
-      [&] { *lpExitCode = thread->thread->hasEnded() ? thread->thread->exitCode : STILL_ACTIVE; });
+      [&] { *lpExitCode = thread.hasEnded() ? thread.exitCode : STILL_ACTIVE; });
   return TRUE;
 }
 
 HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES lpEventAttributes, BOOL bManualReset,
                            BOOL bInitialState, LPCWSTR lpName) {
-  if (const DWORD error = EnterCall(Call::CreateEventW)) {
-    SetLastError(error);
-    return nullptr;
+  const LastErrorCall<HANDLE> call(Call::CreateEventW);
+  if (call.fails()) {
+    return call.Fail();
   }
   if (lpEventAttributes != nullptr || lpName != nullptr) {
-    return RefuseNull("CreateEventW: attributes and names are not modelled");
+    return call.Refuse("an attribute or a name is");
   }
   return TheMachine().handles.Open(
-      HandleKind::Event, std::make_shared<EventObject>(bManualReset != 0, bInitialState != 0));
+      std::make_shared<EventObject>(bManualReset != 0, bInitialState != 0));
 }
 
 BOOL WINAPI SetEvent(HANDLE hEvent) {
-  EnterSureCall(Call::SetEvent);
-  return ChangeEvent(hEvent, &EventObject::Set, "SetEvent");
+  return ChangeEvent(hEvent, &EventObject::Set, SureCall(Call::SetEvent));
 }
 
 BOOL WINAPI ResetEvent(HANDLE hEvent) {
-  EnterSureCall(Call::ResetEvent);
-  return ChangeEvent(hEvent, &EventObject::Reset, "ResetEvent");
+  return ChangeEvent(hEvent, &EventObject::Reset, SureCall(Call::ResetEvent));
 }
 
 HANDLE WINAPI CreateMutexW(LPSECURITY_ATTRIBUTES lpMutexAttributes, BOOL bInitialOwner,
                            LPCWSTR lpName) {
-  if (const DWORD error = EnterCall(Call::CreateMutexW)) {
-    SetLastError(error);
-    return nullptr;
+  const LastErrorCall<HANDLE> call(Call::CreateMutexW);
+  if (call.fails()) {
+    return call.Fail();
   }
   if (lpMutexAttributes != nullptr || lpName != nullptr || bInitialOwner) {
-    return RefuseNull("CreateMutexW: attributes, names and initial owners are not modelled");
+    return call.Refuse("an attribute, a name or an initial owner is");
   }
-  return TheMachine().handles.Open(HandleKind::Mutex, std::make_shared<MutexObject>());
+  return TheMachine().handles.Open(std::make_shared<MutexObject>());
 }
 
 BOOL WINAPI ReleaseMutex(HANDLE hMutex) {
-  EnterSureCall(Call::ReleaseMutex);
-  const auto mutex =
-      TheMachine().handles.Get<MutexObject>(hMutex, HandleKind::Mutex, "ReleaseMutex");
+  const SureCall call(Call::ReleaseMutex);
+  const auto mutex = call.Get<MutexObject>(hMutex);
   if (mutex == nullptr) {
-    SetLastError(ERROR_INVALID_HANDLE);
-    return FALSE;
+    return call.Fail(ERROR_INVALID_HANDLE);
   }
   bool released = false;
   TheMachine().scheduler.Update([&] { released = mutex->Release(*Scheduler::Current()); });
   if (!released) {
-    TheMachine().faults.Add("ReleaseMutex: by a thread that does not own the mutex");
-    SetLastError(ERROR_NOT_OWNER);
-    return FALSE;
+    call.AddFault("by a thread that does not own the mutex");
+    return call.Fail(ERROR_NOT_OWNER);
   }
   return TRUE;
 }
 
 DWORD WINAPI WaitForMultipleObjects(DWORD nCount, const HANDLE* lpHandles, BOOL bWaitAll,
                                     DWORD dwMilliseconds) {
-  if (const DWORD error = EnterCall(Call::WaitForMultipleObjects)) {
-    SetLastError(error);
-    return WAIT_FAILED;
+  const LastErrorCall<DWORD> call(Call::WaitForMultipleObjects, WAIT_FAILED);
+  if (call.fails()) {
+    return call.Fail();
   }
   if (bWaitAll) {
-    TheMachine().faults.Add("WaitForMultipleObjects: waiting for all is not modelled");
-    SetLastError(ERROR_NOT_SUPPORTED);
-    return WAIT_FAILED;
+    return call.Refuse("waiting for all is");
   }
   if (nCount == 0 || nCount > MAXIMUM_WAIT_OBJECTS) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return WAIT_FAILED;
+    return call.Fail(ERROR_INVALID_PARAMETER);
   }
-  return WaitForAny(lpHandles, nCount, dwMilliseconds, "WaitForMultipleObjects");
+  return WaitForAny(lpHandles, nCount, dwMilliseconds, call);
 }
 
 DWORD WINAPI WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds) {
-  if (const DWORD error = EnterCall(Call::WaitForSingleObject)) {
-    SetLastError(error);
-    return WAIT_FAILED;
-  }
-  return WaitForAny(&hHandle, 1, dwMilliseconds, "WaitForSingleObject");
+  const LastErrorCall<DWORD> call(Call::WaitForSingleObject, WAIT_FAILED);
+  return call.fails() ? call.Fail() : WaitForAny(&hHandle, 1, dwMilliseconds, call);
 }
 
 void WINAPI Sleep(DWORD dwMilliseconds) {
-  EnterSureCall(Call::Sleep);
+  const SureCall call(Call::Sleep);
   TheMachine().scheduler.SleepMs(dwMilliseconds == INFINITE ? NoDeadline : dwMilliseconds);
+}
+
+// The machine was switched on when virtual time began.
+ULONGLONG WINAPI GetTickCount64() {
+  return TheMachine().scheduler.NowMs();
 }

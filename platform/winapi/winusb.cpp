@@ -12,11 +12,10 @@ using platform::AttachedInterface;
 using platform::Bytes;
 using platform::Call;
 using platform::DeviceFile;
-using platform::FailsAtEntry;
 using platform::GetDeviceFile;
 using platform::HandleKind;
 using platform::KernelObject;
-using platform::Refuse;
+using platform::LastErrorCall;
 using platform::TheMachine;
 using platform::UsbResult;
 
@@ -31,23 +30,27 @@ constexpr UCHAR SetInterfaceRequest = 11;
 
 class WinUsbObject : public KernelObject {
  public:
+  static constexpr HandleKind Kind = HandleKind::WinUsb;
+
   std::weak_ptr<DeviceFile> file;  // empty once the file has been closed
   std::shared_ptr<AttachedInterface> target;
   std::atomic<UCHAR> alternateSetting = 0;
 };
 
-// Null, with the last error set, when the handle is none or its file has been closed under it.
-std::shared_ptr<WinUsbObject> GetWinUsb(WINUSB_INTERFACE_HANDLE handle, Call call) {
-  auto winUsb = TheMachine().handles.Get<WinUsbObject>(handle, HandleKind::WinUsb, NameOf(call));
-  if (winUsb != nullptr && winUsb->file.expired()) {
-    TheMachine().faults.Add(std::string(NameOf(call)) + ": the device file is closed");
-    winUsb = nullptr;
+class WinUsbCall : public LastErrorCall<BOOL> {
+ public:
+  explicit WinUsbCall(Call call) : LastErrorCall(call) {}
+
+  // Null when the handle is none or its file has been closed under it.
+  std::shared_ptr<WinUsbObject> GetWinUsb(WINUSB_INTERFACE_HANDLE handle) const {
+    auto winUsb = Get<WinUsbObject>(handle);
+    if (winUsb != nullptr && winUsb->file.expired()) {
+      AddFault("the device file is closed");
+      return nullptr;
+    }
+    return winUsb;
   }
-  if (winUsb == nullptr) {
-    SetLastError(ERROR_INVALID_HANDLE);
-  }
-  return winUsb;
-}
+};
 
 DWORD ErrorOf(UsbResult result) {
   switch (result) {
@@ -82,51 +85,45 @@ BOOL SelectSetting(WinUsbObject& winUsb, UCHAR setting) {
   return TRUE;
 }
 
-BOOL FailWith(DWORD error) {
-  SetLastError(error);
-  return FALSE;
-}
-
 }  // namespace
 
 BOOL WINAPI WinUsb_Initialize(HANDLE DeviceHandle, PWINUSB_INTERFACE_HANDLE InterfaceHandle) {
-  if (FailsAtEntry(Call::WinUsb_Initialize)) {
-    return FALSE;
+  const WinUsbCall call(Call::WinUsb_Initialize);
+  if (call.fails()) {
+    return call.Fail();
   }
-  const auto file = GetDeviceFile(DeviceHandle, Call::WinUsb_Initialize);
+  const auto file = GetDeviceFile(DeviceHandle, call);
   if (file == nullptr) {
     return FALSE;
   }
   if (file->target()->details().usb == nullptr) {
-    return FailWith(ERROR_INVALID_FUNCTION);
+    return call.Fail(ERROR_INVALID_FUNCTION);
   }
   if ((file->mode().flags & FILE_FLAG_OVERLAPPED) == 0) {
-    TheMachine().faults.Add("WinUsb_Initialize: the file was opened without FILE_FLAG_OVERLAPPED");
-    return FailWith(ERROR_INVALID_HANDLE);
+    call.AddFault("the file was opened without FILE_FLAG_OVERLAPPED");
+    return call.Fail(ERROR_INVALID_HANDLE);
   }
   if (file->target()->isGone()) {
-    return FailWith(ERROR_BAD_COMMAND);
+    return call.Fail(ERROR_BAD_COMMAND);
   }
   if (file->inWinUsb.exchange(true)) {
-    Refuse(Call::WinUsb_Initialize, "a second use of one file is");
-    return FALSE;
+    return call.Refuse("a second use of one file is");
   }
   auto winUsb = std::make_shared<WinUsbObject>();
   winUsb->file = file;
   winUsb->target = file->target();
-  *InterfaceHandle = TheMachine().handles.Open(HandleKind::WinUsb, winUsb);
+  *InterfaceHandle = TheMachine().handles.Open(winUsb);
   return TRUE;
 }
 
 BOOL WINAPI WinUsb_Free(WINUSB_INTERFACE_HANDLE InterfaceHandle) {
-  if (FailsAtEntry(Call::WinUsb_Free)) {
-    return FALSE;
+  const WinUsbCall call(Call::WinUsb_Free);
+  if (call.fails()) {
+    return call.Fail();
   }
-  const auto winUsb = TheMachine().handles.Get<WinUsbObject>(InterfaceHandle, HandleKind::WinUsb,
-                                                             NameOf(Call::WinUsb_Free));
-  if (winUsb == nullptr ||
-      !TheMachine().handles.Close(InterfaceHandle, HandleKind::WinUsb, NameOf(Call::WinUsb_Free))) {
-    return FailWith(ERROR_INVALID_HANDLE);
+  const auto winUsb = call.Get<WinUsbObject>(InterfaceHandle);
+  if (winUsb == nullptr || !call.Close<WinUsbObject>(InterfaceHandle)) {
+    return call.Fail(ERROR_INVALID_HANDLE);
   }
   if (const auto file = winUsb->file.lock()) {
     // The driver leaves the interface as it found it.
@@ -141,15 +138,16 @@ BOOL WINAPI WinUsb_Free(WINUSB_INTERFACE_HANDLE InterfaceHandle) {
 BOOL WINAPI WinUsb_GetDescriptor(WINUSB_INTERFACE_HANDLE InterfaceHandle, UCHAR DescriptorType,
                                  UCHAR Index, USHORT LanguageID, PUCHAR Buffer, ULONG BufferLength,
                                  PULONG LengthTransferred) {
-  if (FailsAtEntry(Call::WinUsb_GetDescriptor)) {
-    return FALSE;
+  const WinUsbCall call(Call::WinUsb_GetDescriptor);
+  if (call.fails()) {
+    return call.Fail();
   }
-  const auto winUsb = GetWinUsb(InterfaceHandle, Call::WinUsb_GetDescriptor);
+  const auto winUsb = call.GetWinUsb(InterfaceHandle);
   if (winUsb == nullptr) {
-    return FALSE;
+    return call.Fail(ERROR_INVALID_HANDLE);
   }
   if (LengthTransferred == nullptr || Buffer == nullptr || BufferLength > MostTransferBytes) {
-    return FailWith(ERROR_INVALID_PARAMETER);
+    return call.Fail(ERROR_INVALID_PARAMETER);
   }
   *LengthTransferred = 0;
   const auto value = static_cast<USHORT>((DescriptorType << 8) | Index);
@@ -169,16 +167,17 @@ BOOL WINAPI WinUsb_GetDescriptor(WINUSB_INTERFACE_HANDLE InterfaceHandle, UCHAR 
 BOOL WINAPI WinUsb_QueryInterfaceSettings(WINUSB_INTERFACE_HANDLE InterfaceHandle,
                                           UCHAR AlternateInterfaceNumber,
                                           PUSB_INTERFACE_DESCRIPTOR UsbAltInterfaceDescriptor) {
-  if (FailsAtEntry(Call::WinUsb_QueryInterfaceSettings)) {
-    return FALSE;
+  const WinUsbCall call(Call::WinUsb_QueryInterfaceSettings);
+  if (call.fails()) {
+    return call.Fail();
   }
-  const auto winUsb = GetWinUsb(InterfaceHandle, Call::WinUsb_QueryInterfaceSettings);
+  const auto winUsb = call.GetWinUsb(InterfaceHandle);
   if (winUsb == nullptr) {
-    return FALSE;
+    return call.Fail(ERROR_INVALID_HANDLE);
   }
   USB_INTERFACE_DESCRIPTOR settings{};
   if (!winUsb->target->details().usb->QueryInterfaceSettings(AlternateInterfaceNumber, settings)) {
-    return FailWith(ERROR_NO_MORE_ITEMS);
+    return call.Fail(ERROR_NO_MORE_ITEMS);
   }
   *UsbAltInterfaceDescriptor = settings;
   return TRUE;
@@ -186,34 +185,41 @@ BOOL WINAPI WinUsb_QueryInterfaceSettings(WINUSB_INTERFACE_HANDLE InterfaceHandl
 
 BOOL WINAPI WinUsb_SetCurrentAlternateSetting(WINUSB_INTERFACE_HANDLE InterfaceHandle,
                                               UCHAR SettingNumber) {
-  if (FailsAtEntry(Call::WinUsb_SetCurrentAlternateSetting)) {
-    return FALSE;
+  const WinUsbCall call(Call::WinUsb_SetCurrentAlternateSetting);
+  if (call.fails()) {
+    return call.Fail();
   }
-  const auto winUsb = GetWinUsb(InterfaceHandle, Call::WinUsb_SetCurrentAlternateSetting);
-  return winUsb != nullptr && SelectSetting(*winUsb, SettingNumber);
+  const auto winUsb = call.GetWinUsb(InterfaceHandle);
+  return winUsb == nullptr ? call.Fail(ERROR_INVALID_HANDLE)
+                           : SelectSetting(*winUsb, SettingNumber);
 }
 
 BOOL WINAPI WinUsb_ControlTransfer(WINUSB_INTERFACE_HANDLE InterfaceHandle,
                                    WINUSB_SETUP_PACKET SetupPacket, PUCHAR Buffer,
                                    ULONG BufferLength, PULONG LengthTransferred,
                                    LPOVERLAPPED Overlapped) {
-  if (FailsAtEntry(Call::WinUsb_ControlTransfer)) {
-    return FALSE;
+  const WinUsbCall call(Call::WinUsb_ControlTransfer);
+  if (call.fails()) {
+    return call.Fail();
   }
-  const auto winUsb = GetWinUsb(InterfaceHandle, Call::WinUsb_ControlTransfer);
+  const auto winUsb = call.GetWinUsb(InterfaceHandle);
   if (winUsb == nullptr) {
-    return FALSE;
+    return call.Fail(ERROR_INVALID_HANDLE);
   }
   if (Overlapped != nullptr) {
-    Refuse(Call::WinUsb_ControlTransfer, "an overlapped transfer is");
-    return FALSE;
+    return call.Refuse("an overlapped transfer is");
+  }
+  // Only a call without a buffer may do without the count.
+  if (LengthTransferred == nullptr && BufferLength != 0) {
+    call.AddFault("nowhere to put LengthTransferred");
+    return call.Fail(ERROR_INVALID_PARAMETER);
   }
   if (SetupPacket.Length > MostTransferBytes || BufferLength > MostTransferBytes) {
-    return FailWith(ERROR_INVALID_PARAMETER);
+    return call.Fail(ERROR_INVALID_PARAMETER);
   }
   if (SetupPacket.Length > BufferLength || (Buffer == nullptr && SetupPacket.Length != 0)) {
-    TheMachine().faults.Add("WinUsb_ControlTransfer: wLength goes beyond the buffer");
-    return FailWith(ERROR_INVALID_PARAMETER);
+    call.AddFault("wLength goes beyond the buffer");
+    return call.Fail(ERROR_INVALID_PARAMETER);
   }
 
   const bool toHost = (SetupPacket.RequestType & DirectionToHost) != 0;

@@ -12,10 +12,16 @@
 
 namespace {
 
-TEST(GrowableListTest, KeepsItsItemsWhileItGrowsAndShrinksAndWhenMemoryIsRefused) {
+TEST(GrowableListTest, KeepsItsItemsWhileItGrowsAndWhenMemoryIsRefused) {
   GrowableList<u64> list;
   std::vector<u64> expected;
-  const auto items = [&] { return std::vector<u64>(list.data(), list.data() + list.size()); };
+  const auto items = [&] {
+    std::vector<u64> all;
+    for (u32 i = 0; i < list.size(); ++i) {
+      all.push_back(list[i]);
+    }
+    return all;
+  };
   u32 refusals = 0;
   for (u32 i = 0; i < 20; ++i) {
     // In front, in the middle and at the end in turns.
@@ -30,12 +36,7 @@ TEST(GrowableListTest, KeepsItsItemsWhileItGrowsAndShrinksAndWhenMemoryIsRefused
     ASSERT_EQ(items(), expected);
   }
   EXPECT_EQ(refusals, 4u) << "capacities of 4, 8, 16 and 32";
-  for (const u32 position : {19u, 0u, 7u}) {
-    ASSERT_TRUE(list.Remove(position));
-    expected.erase(expected.begin() + position);
-  }
-  EXPECT_FALSE(list.Insert(18, 0));
-  EXPECT_FALSE(list.Remove(17));
+  EXPECT_FALSE(list.Insert(21, 0));
   EXPECT_EQ(items(), expected);
 }
 

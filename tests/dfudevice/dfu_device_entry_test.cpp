@@ -5,6 +5,7 @@
 #include "dfudevice/dfu_device_list.h"
 #include "platform/machine/text.h"
 #include "tests/dfudevice/dfu_device_test.h"
+#include "tests/support/dfu_path.h"
 
 namespace {
 
@@ -28,9 +29,6 @@ class DfuDeviceEntryTest : public DfuDeviceTest {
   DfuDeviceEntry entry;
 };
 
-constexpr char UsualPath[] =
-    "\\\\?\\usb#vid_1209&pid_0002#7&1a2b3c4d#{5cbc7cbe-c056-45bd-b422-0049d94d11e9}";
-
 TEST_F(DfuDeviceEntryTest, OpensTheFirstDevice) {
   PlugInInDfuMode();
   simulator::KeyboardOptions another;
@@ -39,11 +37,9 @@ TEST_F(DfuDeviceEntryTest, OpensTheFirstDevice) {
 
   OpenFirstDfuDevice(entry);
   ASSERT_EQ(entry.opened, 1);
-  EXPECT_EQ(Path(), UsualPath);
+  EXPECT_EQ(Path(), UsualDfuPath);
   const platform::OpenMode mode =
-      machine.handles
-          .Get<platform::DeviceFile>(entry.fileHandle, platform::HandleKind::File, "the test")
-          ->mode();
+      machine.handles.Get<platform::DeviceFile>(entry.fileHandle, "the test")->mode();
   EXPECT_EQ(mode.access, 0xC0000000);
   EXPECT_EQ(mode.share, 3u);
   EXPECT_EQ(mode.flags, 0x40000080u);
@@ -64,7 +60,7 @@ TEST_F(DfuDeviceEntryTest, LeavesTheRefreshedListAlone) {
   OpenFirstDfuDevice(entry);
   ExpectNothingOpen();
   EXPECT_EQ(dfuDeviceList.count, 1);
-  EXPECT_STREQ(dfuDeviceList.paths[0], UsualPath);
+  EXPECT_STREQ(dfuDeviceList.paths[0], UsualDfuPath);
 }
 
 TEST_F(DfuDeviceEntryTest, FailuresLeaveNothingOpen) {
@@ -77,8 +73,8 @@ TEST_F(DfuDeviceEntryTest, FailuresLeaveNothingOpen) {
       {Call::HeapAlloc, "", {"Out of memory\n"}},
       {Call::CM_Get_Device_Interface_ListW, "", {}},
       {Call::CM_Get_Device_Interface_PropertyW, "", {}},
-      {Call::CreateFileW, UsualPath, {}},
-      {Call::WinUsb_Initialize, UsualPath, {}},
+      {Call::CreateFileW, UsualDfuPath, {}},
+      {Call::WinUsb_Initialize, UsualDfuPath, {}},
   };
   PlugInInDfuMode();
   for (const auto& each : cases) {

@@ -7,6 +7,7 @@
 #include "platform/machine/text.h"
 #include "simulator/hid_side.h"
 #include "tests/dfudevice/dfu_device_test.h"
+#include "tests/support/dfu_path.h"
 
 namespace {
 
@@ -38,6 +39,7 @@ class DfuDeviceListTest : public DfuDeviceTest {
     EXPECT_EQ(RefreshDfuDevices(), result);
     EXPECT_EQ(Lines(), lines);
     EXPECT_EQ(memoryMapTable.mapCount != 0, memoryMapTable.maps != nullptr);
+    EXPECT_TRUE(memoryMapTable.mapCount != 0 || *memoryMapTable.devicePath == '\0');
     ExpectAllClosed();
   }
 
@@ -109,6 +111,7 @@ TEST_F(DfuDeviceListTest, KeepsTheMapsWhenItCannotList) {
     ExpectRefresh(0, {line});
     ASSERT_EQ(memoryMapTable.mapCount, 1u);
     EXPECT_EQ(memoryMapTable.maps[0].sectorCount, 6u);
+    EXPECT_STREQ(memoryMapTable.devicePath, UsualDfuPath);
     EXPECT_EQ(dfuDeviceList.count, 0);
     EXPECT_STREQ(dfuDeviceList.paths[0], "");
   }
@@ -147,7 +150,7 @@ TEST_F(DfuDeviceListTest, DeviceLeavesDuringTheRefresh) {
   for (u64 read = 1; read <= 4; ++read) {
     SCOPED_TRACE(read);
     keyboard.AttachInDfuMode();
-    machine.devices.AtTransfer(machine.devices.transferCount() + read, [&] { keyboard.Detach(); });
+    machine.transfers.AtTransfer(machine.transfers.total() + read, [&] { keyboard.Detach(); });
     ExpectRefresh(0, FoundLines(1, UsualName, 0, {read == 1 ? NoDescriptor : NoMapping}));
     EXPECT_EQ(memoryMapTable.mapCount, 0u);
   }
@@ -157,7 +160,7 @@ TEST_F(DfuDeviceListTest, DeviceLeavesDuringTheRefresh) {
 TEST_F(DfuDeviceListTest, DeviceReturnsDuringTheListing) {
   simulator::VirtualKeyboard& keyboard = PlugInInDfuMode();
   keyboard.Detach();
-  machine.gate.Observe([&](Call call) {
+  const platform::Observation returning = machine.gate.Observe([&](Call call) {
     if (call == Call::CM_Get_Device_Interface_ListW &&
         keyboard.mode() == simulator::KeyboardMode::Detached) {
       keyboard.AttachInDfuMode();

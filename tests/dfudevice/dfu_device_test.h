@@ -9,8 +9,6 @@
 
 class DfuDeviceTest : public TabletTest {
  protected:
-  ~DfuDeviceTest() override { machine.gate.Observe(nullptr); }
-
   // The usual keyboard in DFU mode, with one memory map for each text.
   static simulator::KeyboardOptions KeyboardWithMaps(const std::vector<std::string>& maps) {
     simulator::KeyboardOptions options;
@@ -24,7 +22,7 @@ class DfuDeviceTest : public TabletTest {
 
   // Keeps the names of the calls about devices from now on.
   void WatchCalls() {
-    machine.gate.Observe([this](platform::Call call) {
+    watching_ = machine.gate.Observe([this](platform::Call call) {
       const std::string name = NameOf(call);
       if (name.compare(0, 3, "CM_") == 0 || name.compare(0, 7, "WinUsb_") == 0 ||
           call == platform::Call::CreateFileW || call == platform::Call::CloseHandle) {
@@ -53,4 +51,7 @@ class DfuDeviceTest : public TabletTest {
   }
 
   std::vector<std::string> calls;
+
+ private:
+  platform::Observation watching_;
 };

@@ -56,7 +56,8 @@ TEST_F(LeaveStepsTest, EndWellWhateverBecomesOfTheRequest) {
       {"an error", Idle + "GETSTATE=2 LEAVE GETSTATUS=14,2 " + Told},
       {"taken for a block", Idle + "GETSTATE=2 LEAVE GETSTATUS=0,5 " + Told},
   });
-  RemoveElement(&image, 0);
+  ElementList none;
+  image.Elements.Swap(none);
   ExpectLeft({{"no element to look up", Idle + Told}});
 }
 

@@ -4,11 +4,13 @@
 #include <cstring>
 #include <set>
 
+#include "common/mutex_guard.h"
 #include "common/status.h"
 #include "common/update_lock.h"
 #include "dfuengine/session_values.h"
 #include "dfufile/dfu_image.h"
 #include "simulator/hid_side.h"
+#include "tests/support/dfu_path.h"
 #include "tests/support/refused_memory.h"
 #include "tests/support/tablet_test.h"
 
@@ -30,6 +32,7 @@ class OperationRegistryTest : public TabletTest {
 
   OperationContext Record(u32 operationCode) {
     OperationContext record{};
+    CopyDevicePath(record, UsualDfuPath);
     record.operationCode = operationCode;
     record.image = &image;
     return record;
@@ -52,8 +55,9 @@ class OperationRegistryTest : public TabletTest {
   OperationThread& LaunchBusyErase() {
     keyboard.Change([](auto& options) { options.bootloader.eraseBaseMs = 60'000; });
     keyboard.AttachInDfuMode();
-    image.Elements.Clear();
-    image.Elements.Insert(0, {0x08000000, 0, nullptr});
+    ElementList sectors;
+    sectors.Insert(0, simulator::DefaultFlashAddress, 0);
+    image.Elements.Swap(sectors);
     OperationThread& operation = Launch(OperationErase);
     PassTime(5000);
     return operation;
@@ -84,7 +88,7 @@ TEST_F(OperationRegistryTest, MakesItsRecordFromTheCallers) {
   keyboard.AttachInDfuMode();
   OperationContext record;
   std::memset(static_cast<void*>(&record), 0x5A, sizeof(record));
-  CopyDevicePath(record, path.c_str(), DevicePathBytes - 1);
+  CopyDevicePath(record, path.c_str());
   record.guidA = OperationGuidA;
   record.guidB = LeaveOperationGuidB;
   record.operationCode = OperationDownload;
@@ -150,6 +154,33 @@ TEST_F(OperationRegistryTest, LaunchThatFailsLeavesNothingBehind) {
     EXPECT_TRUE(machine.handles.OpenHandles().empty());
   }
   EXPECT_EQ(machine.gate.CountOf(Call::CreateThread), 0u);
+}
+
+// Paths that only their last character tells apart are as long as a record can hold.
+TEST_F(OperationRegistryTest, OpensOnlyTheDeviceOfItsPath) {
+  const std::string path = "\\\\?\\" + std::string(255, 'p');
+  const std::string another = path.substr(0, 258) + 'q';
+  const struct {
+    const char* what;
+    std::string recordPath;
+    u32 status;
+  } cases[] = {
+      {"none", "", StatusDeviceNotOpened},
+      {"its beginning", path.substr(0, 258), StatusDeviceNotOpened},
+      {"another last character", another, StatusDeviceNotOpened},
+      {"its own", path, StatusSuccess},
+  };
+  keyboard.Change([&](auto& options) { options.dfuPath = simulator::Widen(path); });
+  keyboard.AttachInDfuMode();
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.what);
+    OperationContext record = Record(OperationErase);
+    CopyDevicePath(record, each.recordPath.c_str());
+    std::atomic<u32> id = 0;
+    EXPECT_EQ(LaunchOperation(record, id, StatusSuccess, OperationErase), each.status);
+    EXPECT_EQ(id != 0, each.status == StatusSuccess);
+    EXPECT_EQ(record.devicePath, each.recordPath);
+  }
 }
 
 TEST_F(OperationRegistryTest, ReportsWhenThereIsNoMemory) {
@@ -256,12 +287,30 @@ TEST_F(OperationRegistryTest, RunsToItsEndWhileTheUpdateLockIsHeld) {
   ASSERT_EQ(InsertElement(&image, 0, {simulator::DefaultFlashAddress, 1, firmware}), 1);
   for (const u32 operationCode : {OperationErase, OperationDownload, OperationLeave}) {
     SCOPED_TRACE(operationCode);
-    const UpdateLock lock;
+    const MutexGuard lock(updateLock.Get());
+    ASSERT_TRUE(lock.held());
     OperationThread& operation = Launch(operationCode);
     PassTime(30'000);
     EXPECT_EQ(Published(operation).percent, 100);
     Finish(operation.operationId);
   }
+}
+
+// A publication that is left out could be the operation's last, one that is not read its end.
+TEST_F(OperationRegistryTest, CopiesTheContextAlsoWithoutItsMutex) {
+  const auto failBothWaits = [this] {
+    FailCall(Call::WaitForSingleObject, ERROR_INVALID_HANDLE, 1);
+    FailCall(Call::WaitForSingleObject, ERROR_INVALID_HANDLE, 2);
+  };
+  OperationThread& operation = LaunchWithoutThread();
+  OperationContext record = Published(operation);
+  record.percent = 42;
+  failBothWaits();
+  operation.SetContext(record);
+  failBothWaits();
+  record = Published(operation);
+  EXPECT_EQ(record.percent, 42);
+  EXPECT_EQ(record.updateCount, 1u);
 }
 
 // Publishes records whose fields all tell the same number.

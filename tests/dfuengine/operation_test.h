@@ -10,6 +10,7 @@
 #include "dfuengine/operation_thread.h"
 #include "dfufile/dfu_image.h"
 #include "tests/dfuengine/scripted_device.h"
+#include "tests/support/dfu_path.h"
 #include "tests/support/tablet_test.h"
 
 // An operation of the given class that shows what it publishes and what it keeps to itself.
@@ -82,17 +83,18 @@ class OperationTest : public TabletTest {
   // Makes it an image of elements for counting: of a size that no device is sent, without bytes.
   void SetSizes(const std::vector<u32>& sizes) {
     constexpr u32 MostBytes = 65'535;
-    while (image.Elements.size() != 0) {
-      RemoveElement(&image, 0);
-    }
+    ElementList counted;
+    image.Elements.Swap(counted);
     for (const u32 size : sizes) {
-      u8* const bytes = size <= MostBytes ? new u8[size]() : nullptr;
-      ASSERT_TRUE(image.Elements.Insert(image.Elements.size(), {0x08000000, size, bytes}));
+      DfuElement* const element =
+          image.Elements.Insert(image.Elements.size(), simulator::DefaultFlashAddress, size);
+      element->Data = size <= MostBytes ? new u8[size]() : nullptr;
     }
   }
 
   OperationContext Record(u32 operationCode) {
     OperationContext record{};
+    CopyDevicePath(record, UsualDfuPath);
     record.operationCode = operationCode;
     record.image = &image;
     return record;

@@ -92,18 +92,16 @@ std::string StatusWord(u32 status) {
 }
 
 ScriptedDevice::ScriptedDevice(platform::Machine& machine, simulator::VirtualKeyboard& keyboard)
-    : machine_(machine), keyboard_(keyboard) {
-  machine.gate.Observe([this](platform::Call call) { NoteCall(call); });
-  machine.processes.ObserveLaunches([this](const platform::LaunchedProcess& launch) {
-    Note(platform::Utf8FromWide(launch.commandLine));
-  });
+    : keyboard_(keyboard) {
+  watching_ = {machine.gate.Observe([this](platform::Call call) { NoteCall(call); }),
+               machine.processes.launches.Observe([this](const platform::LaunchedProcess& launch) {
+                 Note(platform::Utf8FromWide(launch.commandLine));
+               })};
   keyboard.Intercept(
       [this](const WINUSB_SETUP_PACKET& setup, const Bytes& data) { return Answer(setup, data); });
 }
 
 ScriptedDevice::~ScriptedDevice() {
-  machine_.gate.Observe(nullptr);
-  machine_.processes.ObserveLaunches(nullptr);
   keyboard_.Intercept(nullptr);
 }
 

@@ -44,8 +44,8 @@ class ScriptedDevice {
   std::optional<platform::UsbReply> Answer(const WINUSB_SETUP_PACKET& setup,
                                            const platform::Bytes& data);
 
-  platform::Machine& machine_;
   simulator::VirtualKeyboard& keyboard_;
+  std::vector<platform::Observation> watching_;
   bool playing_ = false;
   std::string script_;
   std::vector<std::string> words_;  // of the script

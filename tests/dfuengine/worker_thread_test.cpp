@@ -128,7 +128,7 @@ TEST_F(WorkerThreadTest, RunsAtLowestPriorityFromItsFirstMomentOn) {
     priority = platform::Scheduler::Current()->priority;
     return 0;
   };
-  machine.gate.Observe([&](Call call) {
+  const platform::Observation calls = machine.gate.Observe([&](Call call) {
     if (call == Call::ResumeThread) {
       PassTime(100);
       stepsWhenResumed = probe.steps.load();

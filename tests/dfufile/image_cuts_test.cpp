@@ -2,136 +2,51 @@
 
 #include "dfufile/image_cuts.h"
 
-#include <cstdlib>
 #include <sstream>
 #include <string>
 
 #include "common/status.h"
-#include "tests/dfufile/image_records.h"
+#include "dfufile/operation_codes.h"
+#include "tests/dfufile/memory_spans.h"
 #include "tests/support/refused_memory.h"
+#include "tests/support/stdout_capture.h"
 
 namespace {
-
-constexpr u32 Erase = 3;
-constexpr u32 Download = 4;
-
-// An element, a sector or a piece of an element.
-struct Span {
-  u32 address;
-  u32 size;
-  char access;
-  u32 selected;
-  u32 element;
-};
-
-// Reads "address+size address+size ...". A sector may have its access letter behind it and then '!'
-// when it is not selected; a piece may have ':' and the number of the element that it is from.
-std::vector<Span> Spans(const std::string& text) {
-  std::vector<Span> spans;
-  std::istringstream words(text);
-  for (std::string word; words >> word;) {
-    Span span = {0, 0, 'g', 1, 0};
-    char* at = nullptr;
-    span.address = static_cast<u32>(std::strtoul(word.c_str(), &at, 0));
-    span.size = static_cast<u32>(std::strtoul(at + 1, &at, 0));
-    if (*at >= 'a') {
-      span.access = *at++;
-    }
-    span.selected = *at == '!' ? 0 : 1;
-    span.element = *at == ':' ? static_cast<u32>(std::atoi(at + 1)) : 0;
-    spans.push_back(span);
-  }
-  return spans;
-}
-
-Blocks Elements(const std::string& text) {
-  Blocks blocks;
-  for (const Span& span : Spans(text)) {
-    const u32 element = static_cast<u32>(blocks.size());
-    blocks.push_back({span.address, PatternAt(span.address, span.size, element)});
-  }
-  return blocks;
-}
-
-Blocks Pieces(const std::string& text) {
-  Blocks blocks;
-  for (const Span& span : Spans(text)) {
-    blocks.push_back({span.address, PatternAt(span.address, span.size, span.element)});
-  }
-  return blocks;
-}
-
-// The sectors as a map, which lives as long as the object.
-class TestMap {
- public:
-  explicit TestMap(const std::string& sectors, u8 alternateSetting = 0) {
-    for (const Span& span : Spans(sectors)) {
-      const u32 index = static_cast<u32>(records_.size());
-      records_.push_back(
-          {span.address, span.address, index, span.size, span.access, span.selected});
-    }
-    map_.alternateSetting = alternateSetting;
-    map_.sectorCount = static_cast<u32>(records_.size());
-    map_.sectors = records_.data();
-  }
-  const MemoryMap* get() const { return &map_; }
-
- private:
-  std::vector<MemorySector> records_;
-  MemoryMap map_ = {};
-};
 
 TEST(FitImageTest, KeepsWhatLiesInTheSectorsThatTakePart) {
   constexpr char Row[] = "0+100 100+100 200+100";
   constexpr char Mixed[] = "0+10a 10+10b 20+10d 30+10g! 40+10e 50+10f 60+10c";
   struct {
     const char* what;
-    u32 operationCode;
     const char* elements;
     const char* sectors;
     const char* pieces;
+    u32 operationCode = OperationDownload;
   } const cases[] = {
-      {"inside a sector", 4, "110+20", Row, "110+20"},
-      {"exactly a sector", 4, "100+100", Row, "100+100"},
-      {"from a sector's start", 4, "100+99", Row, "100+99"},
-      {"to a sector's end", 4, "101+99", Row, "101+99"},
-      {"over a border", 4, "190+20", Row, "190+10 200+10"},
-      {"over three sectors", 4, "50+200", Row, "50+50 100+100 200+50"},
-      {"more than the map", 4, "100+400", "150+50 200+50", "150+50 200+50"},
-      {"a gap between sectors", 4, "0+300", "0+100 200+100", "0+100 200+100"},
-      {"a sector not writable", 4, "50+200", "0+100 100+100c 200+100", "50+50 200+50"},
-      {"a sector not selected", 4, "50+200", "0+100 100+100! 200+100", "50+50 200+50"},
-      {"next to a sector", 4, "90+10 200+10", "100+100", ""},
-      {"no sector", 4, "100+10", "", ""},
-      {"no element", 4, "", Row, ""},
-      {"file order", 4, "210+100 90+20 150+10", Row, "210+90:0 90+10:1 100+10:1 150+10:2"},
-      {"one in the middle goes", 4, "0+10 500+10 20+10", Row, "0+10:0 20+10:2"},
-      {"map order", 4, "50+200", "200+100 0+100 100+100", "200+50 50+50 100+100"},
-      {"sectors overlap", 4, "0+100", "0+60 40+60", "0+60 40+60"},
-      {"elements overlap", 4, "0+60 40+60", "0+50 50+50", "0+50 50+10 40+10:1 50+50:1"},
-      {"empty, inside", 4, "150+0", Row, "150+0"},
-      {"empty, on a border", 4, "100+0", Row, ""},
-      {"up to the top", 4, "0xFFFFFFC0+64", "0xFFFFFFC0+32 0xFFFFFFE0+32",
+      {"over three sectors", "50+200", Row, "50+50 100+100 200+50"},
+      {"a gap between sectors", "0+300", "0+100 200+100", "0+100 200+100"},
+      {"file order", "210+100 90+20 150+10", Row, "210+90:0 90+10:1 100+10:1 150+10:2"},
+      {"map order", "50+200", "200+100 0+100 100+100", "200+50 50+50 100+100"},
+      {"elements overlap", "0+60 40+60", "0+50 50+50", "0+50 50+10 40+10:1 50+50:1"},
+      {"empty, inside", "150+0", Row, "150+0"},
+      {"empty, on a border", "100+0", Row, ""},
+      {"up to the top", "0xFFFFFFC0+64", "0xFFFFFFC0+32 0xFFFFFFE0+32",
        "0xFFFFFFC0+32 0xFFFFFFE0+32"},
-      {"element beyond the top", 4, "0xFFFFFFC0+96", "0+32 0xFFFFFFC0+64", "0xFFFFFFC0+64"},
-      {"sector beyond the top", 4, "0xFFFFFFD0+48 0+16", "0xFFFFFFC0+96", "0xFFFFFFD0+48"},
-      {"both beyond the top", 4, "0xFFFFFFC0+96", "0xFFFFFFC0+96", "0xFFFFFFC0+64"},
-      {"no operation", 0, "0+70", Mixed, ""},
-      {"readable", 1, "0+70", Mixed, "0+10 40+10 60+10"},
-      {"readable, too", 2, "0+70", Mixed, "0+10 40+10 60+10"},
-      {"writable", 4, "0+70", Mixed, "20+10 40+10 50+10"},
-      {"selected", 5, "0+70", Mixed, "0+10 10+10 20+10 40+10 50+10 60+10"},
-      {"selected, too", ~0u, "5+10", Mixed, "5+5 10+5"},
+      {"element beyond the top", "0xFFFFFFC0+96", "0+32 0xFFFFFFC0+64", "0xFFFFFFC0+64"},
+      {"sector beyond the top", "0xFFFFFFD0+48 0+16", "0xFFFFFFC0+96", "0xFFFFFFD0+48"},
+      {"both beyond the top", "0xFFFFFFC0+96", "0xFFFFFFC0+96", "0xFFFFFFC0+64"},
+      {"no operation", "0+70", Mixed, "", OperationNone},
+      {"readable", "0+70", Mixed, "0+10 40+10 60+10", OperationLeave},
+      {"readable, too", "0+70", Mixed, "0+10 40+10 60+10", OperationRefused},
+      {"writable", "0+70", Mixed, "20+10 40+10 50+10"},
+      {"selected", "0+70", Mixed, "0+10 10+10 20+10 40+10 50+10 60+10", OperationEverySector},
+      {"selected, too", "5+10", Mixed, "5+5 10+5", ~0u},
 
-      {"erasable", 3, "0+70", Mixed, "10+0 50+0 60+0"},
-      {"erase for the last byte", 3, "199+1", Row, "100+0"},
-      {"erase over borders", 3, "50+151", Row, "0+0 100+0 200+0"},
-      {"erase once, in map order", 3, "210+5 20+5 10+5 200+9", Row, "0+0 200+0"},
-      {"erase, descending map", 3, "0+6", "5+1 4+1 3+1 2+1 1+1 0+1", "5+0 4+0 3+0 2+0 1+0 0+0"},
-      {"erase in no sector", 3, "300+50", Row, ""},
-      {"erase for an empty one", 3, "150+0", Row, "100+0"},
-      {"erase for none on a border", 3, "100+0", Row, ""},
-      {"erase at the top", 3, "0xFFFFFFFF+1", "0+64 0xFFFFFFC0+64", "0xFFFFFFC0+0"},
+      {"erasable", "0+70", Mixed, "10+0 50+0 60+0", OperationErase},
+      {"erase once, in map order", "210+5 20+5 10+5 200+9", Row, "0+0 200+0", OperationErase},
+      {"erase, descending map", "0+6", "5+1 4+1 3+1 2+1 1+1 0+1", "5+0 4+0 3+0 2+0 1+0 0+0",
+       OperationErase},
+      {"erase at the top", "0xFFFFFFFF+1", "0+64 0xFFFFFFC0+64", "0xFFFFFFC0+0", OperationErase},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
@@ -153,7 +68,7 @@ TEST(FitImageTest, RefusesWhatItCannotWorkOn) {
   DfuImage unregistered(0, 0, nullptr);
   AppendBlocks(unregistered, blocks);
 
-  for (const u32 operationCode : {Erase, Download}) {
+  for (const u32 operationCode : {OperationErase, OperationDownload}) {
     EXPECT_EQ(FitImageToMemoryMap(image, nullptr, operationCode), StatusNoImage);
     EXPECT_EQ(FitImageToMemoryMap(nullptr, map.get(), operationCode), StatusNoImage);
     EXPECT_EQ(FitImageToMemoryMap(notValid, map.get(), operationCode), StatusNoImage);
@@ -167,35 +82,50 @@ TEST(FitImageTest, RefusesWhatItCannotWorkOn) {
   ReleaseImage(&notValid);
 }
 
-TEST(FitImageTest, MarksAnImageThatRanOutOfMemoryOnTheWay) {
+TEST(FitImageTest, LeavesAnImageAsItWasWhenMemoryIsRefused) {
+  // The second element lies whole in a sector.
+  const Blocks blocks = Elements("0+55 11+3 35+20");
   const TestMap map("0+10 10+10 20+10 30+10 40+10 50+10");
-  for (const u32 operationCode : {Erase, Download}) {
+  for (const u32 operationCode : {OperationErase, OperationDownload}) {
     std::size_t request = 1;
     for (bool met = true; met; ++request) {
       SCOPED_TRACE(request);
-      DfuImage* image = NewRegisteredImage(Elements("0+55"));
+      DfuImage* image = NewRegisteredImage(blocks);
       const RefusedMemory refused(request);
       const u32 status = FitImageToMemoryMap(image, map.get(), operationCode);
       met = refused.met();
       EXPECT_EQ(status, met ? StatusNoImage : StatusSuccess);
-      EXPECT_EQ(image->Valid, met ? 0u : 1u);
+      EXPECT_EQ(image->Valid, 1u);
+      EXPECT_EQ(BlocksOf(*image) == blocks, met);
       EXPECT_EQ(ReleaseImage(&image), StatusSuccess);
     }
     EXPECT_GT(request, 3u);
   }
 }
 
-// A device may tell sectors of 4 GiB; what is looked at of them must not be copied.
-TEST(FitImageTest, NeedsNoMemoryForASectorToErase) {
-  const TestMap map("0+0xFFFFFFFF");
-  DfuImage* image = NewRegisteredImage(Elements("100+10"));
+// What is told of a piece stays true: the lines come from the last piece to the first, and none of
+// them moves for those in front of it. An element that lies in one sector gives its bytes away.
+TEST(FitImageTest, TellsWhereItsPiecesAreInTheEnd) {
+  const TestMap map("0+10 10+10 20+10 30+10 40+10 50+10");
+  DfuImage* image = NewRegisteredImage(Elements("0+55 11+3"));
+  const u8* const whole = image->Elements[1].Data;
+  std::string expected;
+  std::string told;
   {
-    constexpr std::size_t BehindTheListOfEntries = 2;
-    const RefusedMemory refused(BehindTheListOfEntries);
-    EXPECT_EQ(FitImageToMemoryMap(image, map.get(), Erase), StatusSuccess);
-    EXPECT_FALSE(refused.met());
+    const StdoutCapture capture;
+    ASSERT_EQ(FitImageToMemoryMap(image, map.get(), OperationDownload), StatusSuccess);
+    told = capture.Text();
   }
-  EXPECT_EQ(BlocksOf(*image), Pieces("0+0"));
+  ASSERT_EQ(image->Elements.size(), 7u);
+  for (u32 i = image->Elements.size(); i-- > 0;) {
+    const DfuElement& piece = image->Elements[i];
+    std::ostringstream lines;
+    lines << "address of pNewElement = " << &piece << "\n"
+          << "address of pNewElement->Data = " << &piece.Data << "\n";
+    expected += lines.str();
+  }
+  EXPECT_EQ(told, expected);
+  EXPECT_EQ(image->Elements[6].Data, whole);
   ReleaseImage(&image);
 }
 
@@ -209,21 +139,64 @@ TEST(BlankImageTest, CoversTheSelectedSectorsInTheMapsOrder) {
   EXPECT_EQ(ReleaseImage(&image), StatusSuccess);
 }
 
-TEST(BlankImageTest, LeavesTheHandleAloneWhenItCannotBeMade) {
-  DfuImage other(0, 0, nullptr);
-  DfuImage* image = &other;
-  EXPECT_EQ(BlankImageFromMemoryMap(&image, nullptr), StatusNoImage);
-  const TestMap endless("0+0xFFFFFFFF 0+0xFFFFFFFF");
-  EXPECT_EQ(BlankImageFromMemoryMap(&image, endless.get()), StatusNoImage);
-
-  const TestMap map("0+10 10+10");
-  for (std::size_t request = 1; request <= 4; ++request) {
-    const RefusedMemory refused(request);
-    EXPECT_EQ(BlankImageFromMemoryMap(&image, map.get()), StatusNoImage) << request;
-    EXPECT_TRUE(refused.met());
+// The addresses of the image's elements, which are given back with it.
+std::vector<u32> ReleaseForAddresses(DfuImage* image) {
+  EXPECT_EQ(RegisteredImages(), std::vector<const DfuImage*>{image});
+  std::vector<u32> addresses;
+  for (u32 i = 0; i < image->Elements.size(); ++i) {
+    const DfuElement& element = image->Elements[i];
+    EXPECT_TRUE(element.Size == 0 || element.Data[element.Size - 1] == 0xFF);
+    addresses.push_back(element.Address);
   }
-  EXPECT_EQ(image, &other);
+  EXPECT_EQ(ReleaseImage(&image), StatusSuccess);
+  return addresses;
+}
+
+TEST(BlankImageTest, PassesOverASectorThatMemoryIsRefusedFor) {
+  const TestMap map("0+10 10+10 20+10 30+10 40+10");
+  std::size_t request = 1;
+  for (bool met = true; met; ++request) {
+    SCOPED_TRACE(request);
+    DfuImage* image = nullptr;
+    {
+      const RefusedMemory refused(request);
+      const u32 status = BlankImageFromMemoryMap(&image, map.get());
+      met = refused.met();
+      EXPECT_EQ(status, met ? StatusNoImage : StatusSuccess);
+    }
+    // The first request is for the image itself, and the handle stays as it is without.
+    ASSERT_EQ(image == nullptr, request == 1);
+    if (image != nullptr) {
+      EXPECT_EQ(ReleaseForAddresses(image).size(), met ? 4u : 5u);
+    }
+  }
+  EXPECT_GT(request, 6u);
+  DfuImage* image = nullptr;
+  EXPECT_EQ(BlankImageFromMemoryMap(&image, nullptr), StatusNoImage);
   EXPECT_TRUE(RegisteredImages().empty());
+}
+
+// A leave needs one readable sector and no more; the first is made whatever its size.
+TEST(BlankImageTest, PassesOverWhatIsTooMuch) {
+  const struct {
+    const char* what;
+    const char* sectors;
+    std::vector<u32> addresses;
+  } cases[] = {
+      {"the second of two", "0+9 10+200M 20+200M", {0, 10}},
+      {"in the middle", "0+9 10+300M 20+9", {0, 20}},
+      {"but not the first", "0+300M 10+9", {0}},
+      {"nor the first to be read", "0+9d 10+300M 20+1", {0, 10}},
+      {"an empty one cannot be read", "0+0 10+300M 20+1", {0, 10}},
+      {"one that cannot be read", "0+300Md 10+9", {10}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    DfuImage* image = nullptr;
+    EXPECT_EQ(BlankImageFromMemoryMap(&image, TestMap(c.sectors).get()), StatusNoImage);
+    ASSERT_NE(image, nullptr);
+    EXPECT_EQ(ReleaseForAddresses(image), c.addresses);
+  }
 }
 
 }  // namespace

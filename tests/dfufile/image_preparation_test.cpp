@@ -172,14 +172,14 @@ TEST_F(ImagePreparationTest, ClosesTheFileBeforeItTurnsToTheDevice) {
   WriteTargets({Target(0, {{Base, {1}}})});
   std::atomic<u32> opens = 0;
   std::atomic<bool> fileWasOpen = false;
-  machine.gate.Observe([&](platform::Call call) {
+  platform::Observation calls = machine.gate.Observe([&](platform::Call call) {
     if (call == platform::Call::CreateFileW && opens++ == 0) {
       fileWasOpen = HasFilesOpen();
     }
   });
   PrepareTargetImage();
   EndErase();
-  machine.gate.Observe(nullptr);
+  calls.reset();
   EXPECT_GT(opens, 0u);
   EXPECT_FALSE(fileWasOpen);
 }
@@ -275,16 +275,74 @@ TEST_F(ImagePreparationTest, ReleasesTheEraseListThatALaunchLeftBehind) {
             (std::vector<const DfuImage*>{LaunchedErase().image, upgradeImage}));
 }
 
-TEST_F(ImagePreparationTest, CutsADevicePathThatDoesNotFit) {
-  const std::string path = "\\\\?\\" + std::string(255, 'p');
+// Keyboards come and go while a refresh lists, and lists again to open the first of them.
+TEST_F(ImagePreparationTest, ErasesOnlyTheDeviceThatWasDecoded) {
+  constexpr char FirstPath[] = "\\\\?\\usb#first";
+  constexpr char SecondPath[] = "\\\\?\\usb#second";
   simulator::KeyboardOptions options;
-  options.dfuPath = simulator::Widen(path);
+  options.dfuPath = simulator::Widen(FirstPath);
+  simulator::VirtualKeyboard& first = PlugInInDfuMode(options);
+  options.dfuPath = simulator::Widen(SecondPath);
+  options.unit = u"9&9";
   PlugInInDfuMode(options);
-  ASSERT_EQ(RefreshDfuDevices(), 1);
   WriteTargets({Target(0, {{Base, {1}}})});
-  PrepareTargetImage();
-  EXPECT_EQ(LaunchedErase().devicePath, path.substr(0, 258));
-  EXPECT_EQ(LaunchedErase().status, StatusSuccess);
+
+  const struct {
+    const char* what;
+    std::function<void()> whenListed;
+    std::function<void()> whenRefreshed;
+    const char* slot;
+    const char* erased;  // null for none
+  } cases[] = {
+      {"the first leaves", [&] { first.Detach(); }, [] {}, FirstPath, SecondPath},
+      {"the first comes", [&] { first.AttachInDfuMode(); }, [] {}, SecondPath, FirstPath},
+      {"the first is back before the erase", [&] { first.Detach(); },
+       [&] { first.AttachInDfuMode(); }, FirstPath, nullptr},
+      {"the first was listed without its path", [] {}, [] {}, "", FirstPath},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.what);
+    int listings = 0;
+    platform::Observation watch = machine.gate.Observe([&](platform::Call call) {
+      if (call == platform::Call::CM_Get_Device_Interface_ListW && ++listings == 2) {
+        each.whenListed();
+      }
+    });
+    if (*each.slot == '\0') {
+      FailCall(platform::Call::CM_Get_Device_Interface_PropertyW, CR_FAILURE);
+    }
+    ASSERT_EQ(RefreshDfuDevices(), 1);
+    watch.reset();
+    EXPECT_STREQ(dfuDeviceList.paths[0], each.slot);
+
+    each.whenRefreshed();
+    PrepareTargetImage();
+    EXPECT_EQ(currentOperationId != 0, each.erased != nullptr);
+    if (each.erased != nullptr && currentOperationId != 0) {
+      EXPECT_STREQ(LaunchedErase().devicePath, each.erased);
+    }
+    EndErase();
+  }
+}
+
+// A path that were cut could be another device's.
+TEST_F(ImagePreparationTest, ErasesNoDeviceWhosePathDoesNotFit) {
+  for (const std::size_t chars : {258u, 259u}) {
+    SCOPED_TRACE(chars);
+    const std::string path = "\\\\?\\" + std::string(chars - 4, 'p');
+    simulator::KeyboardOptions options;
+    options.dfuPath = simulator::Widen(path);
+    simulator::VirtualKeyboard& keyboard = PlugInInDfuMode(options);
+    ASSERT_EQ(RefreshDfuDevices(), 1);
+    WriteTargets({Target(0, {{Base, {1}}})});
+    PrepareTargetImage();
+    ASSERT_EQ(currentOperationId != 0, chars == 258);
+    if (chars == 258) {
+      EXPECT_EQ(LaunchedErase().devicePath, path);
+    }
+    EndErase();
+    keyboard.Detach();
+  }
 }
 
 }  // namespace

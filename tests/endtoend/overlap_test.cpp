@@ -1,9 +1,9 @@
 // What comes in between while an update runs: arrivals announced twice, the keyboard pulled and
 // plugged in again, another keyboard, the end of the service.
 
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include "simulator/host_process.h"
 #include "tests/support/running_update_test.h"
 
 namespace {
@@ -57,7 +57,7 @@ TEST_F(OverlapTest, RemovalToldAfterTheTickIsToldToTheUserOnce) {
   PassTimeUntilReached(keyboard, Progress::Downloading);
   AnnounceAgain();
   PassTime(10);
-  machine.devices.PlanDeliveries([](const platform::Notice& notice) {
+  machine.notifications.PlanDeliveries([](const platform::Notice& notice) {
     platform::DeliveryPlan delivery;
     delivery.delayMs = notice.action == CM_NOTIFY_ACTION_DEVICEINTERFACEREMOVAL ? 2900 : 0;
     return delivery;
@@ -77,7 +77,7 @@ TEST_F(OverlapTest, ArrivalWithoutAPackageEndsNothing) {
   PassTimeUntilReached(keyboard, Progress::Downloading);
   machine.drive.Remove(std::string(simulator::FileRepository) + simulator::DefaultPackageFolder +
                        "\\" + package.fileName);
-  machine.devices.Inject(
+  machine.notifications.Announce(
       {CM_NOTIFY_ACTION_DEVICEINTERFACEREMOVAL, simulator::DfuModeInterfaceGuid, u"the same"});
   AnnounceAgain();
   ExpectUpdated(keyboard, {"START", "COMPLETE"});
@@ -129,6 +129,129 @@ INSTANTIATE_TEST_SUITE_P(
         Pull{"InALongWrite", Progress::Downloading, 2000, Unnoticed,
              [](auto& options) { options.bootloader.writeMs = HoursMs; }}),
     [](const auto& test) { return test.param.name; });
+
+// Nothing orders what two threads of the system tell: the removal may come last, with the device
+// back. The keyboard ends as it does in the other order.
+class RemovalToldLastTest : public RunningUpdateTest,
+                            public testing::WithParamInterface<std::tuple<Progress, u64>> {};
+
+TEST_P(RemovalToldLastTest, UpdateGoesOnAllTheSame) {
+  const Progress progress = std::get<0>(GetParam());
+  const u64 delayMs = std::get<1>(GetParam());
+  VirtualKeyboard& keyboard = BeginUpdate();
+  PassTimeUntilReached(keyboard, progress);
+  machine.notifications.PlanDeliveries([delayMs](const platform::Notice& notice) {
+    platform::DeliveryPlan delivery;
+    if (notice.action == CM_NOTIFY_ACTION_DEVICEINTERFACEREMOVAL) {
+      delivery.delayMs = delayMs;
+      delivery.ownThread = true;
+    }
+    return delivery;
+  });
+  AttachAgain(keyboard, 1);
+  PassTime(60'000);
+  EXPECT_EQ(keyboard.runningVersion(), package.version);
+  EXPECT_TRUE(keyboard.FlashHolds(package.contents.targets[0].elements));
+  EXPECT_EQ(Words().back(), "COMPLETE");
+}
+
+INSTANTIATE_TEST_SUITE_P(, RemovalToldLastTest,
+                         testing::Combine(testing::Values(Progress::Erasing, Progress::Erased,
+                                                          Progress::Downloading,
+                                                          Progress::Downloaded),
+                                          testing::Values(2, 100, 4000, 9000)),
+                         [](const auto& test) {
+                           return std::string(NameOf(std::get<0>(test.param))) + "Told" +
+                                  std::to_string(std::get<1>(test.param)) + "MsLater";
+                         });
+
+// An arrival ends the operation that its keyboard's removal left waiting for hours, and then starts
+// nothing on that keyboard: without a word it would lie there without firmware.
+struct Ending {
+  const char* name;
+  std::function<void(RunningUpdateTest&, VirtualKeyboard& newcomer)> prepare;
+  bool newcomerArrives = false;
+};
+
+std::ostream& operator<<(std::ostream& out, const Ending& ending) {
+  return out << ending.name;
+}
+
+class EndedUpdateTest : public RunningUpdateTest, public testing::WithParamInterface<Ending> {};
+
+TEST_P(EndedUpdateTest, IsTold) {
+  KeyboardOptions another;
+  another.unit = u"8&5e6f7a8b";
+  VirtualKeyboard& newcomer = PlugInInDfuMode(another);  // listed in front from now on
+  newcomer.Detach();
+  VirtualKeyboard& keyboard = BeginUpdate();
+  PassTimeUntilReached(keyboard, Progress::Erasing);
+  keyboard.Change([](KeyboardOptions& options) { options.bootloader.eraseBaseMs = HoursMs; });
+  PassTime(3000);
+
+  keyboard.Detach();
+  keyboard.Change([](KeyboardOptions& usual) { usual = {}; });
+  PassTime(1000);
+  GetParam().prepare(*this, newcomer);
+  VirtualKeyboard& arrives = GetParam().newcomerArrives ? newcomer : keyboard;
+  arrives.AttachInDfuMode();
+  PassTime(1000);
+  EXPECT_EQ(Words(), (Texts{"START", "DISCONNECT"}));
+  EXPECT_EQ(CountLines("error:: when updating fw\n"), 1u);
+
+  tablet.InstallPackage(package.fileName, package.bytes);
+  Texts words = {"START", "DISCONNECT", "COMPLETE"};
+  if (GetParam().newcomerArrives) {
+    ExpectUpdated(newcomer, words);
+    words.push_back("COMPLETE");
+  }
+  AttachAgain(keyboard, 2000, [](KeyboardOptions& usual) { usual = {}; });
+  ExpectUpdated(keyboard, words);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , EndedUpdateTest,
+    testing::Values(Ending{"WhenTheLaunchCannotOpenTheDevice",
+                           [](auto& test, auto&) {
+                             // The refresh opens it first.
+                             test.FailCall(platform::Call::CreateFileW, ERROR_ACCESS_DENIED, 2);
+                           }},
+                    Ending{"WhenTheDeviceCannotBeRefreshed",
+                           [](auto& test, auto&) {
+                             test.FailCall(platform::Call::WinUsb_Initialize, ERROR_GEN_FAILURE);
+                           }},
+                    Ending{"WhenThePackageIsGoneBad",
+                           [](auto& test, auto&) { test.SpoilPackage(); }},
+                    Ending{"WhenAnotherKeyboardIsServed", [](auto&, auto&) {}, true}),
+    [](const auto& test) { return test.param.name; });
+
+// Its removal comes before anybody is told of removals, and its operation sleeps for hours.
+TEST_F(OverlapTest, KeyboardThatLeftDuringStartUpIsUpdatedWhenItIsBack) {
+  KeyboardOptions options;
+  options.bootloader.eraseBaseMs = HoursMs;
+  VirtualKeyboard& keyboard = PlugIn(options);
+  StartService();
+  PassTime(25'000);
+  AttachAgain(keyboard, 20'000, [](KeyboardOptions& usual) { usual = {}; });
+  ExpectUpdated(keyboard, {"START", "COMPLETE"});
+}
+
+// Its removal says nothing about the first one, which answers.
+TEST_F(OverlapTest, SecondKeyboardThatComesAndGoesEndsNothing) {
+  VirtualKeyboard& keyboard = BeginUpdate();
+  KeyboardOptions another;
+  another.unit = u"8&5e6f7a8b";
+  VirtualKeyboard& second = *new VirtualKeyboard(machine, another);
+  for (const Progress progress : {Progress::Erasing, Progress::Downloading, Progress::Downloaded}) {
+    PassTimeUntilReached(keyboard, progress);
+    second.AttachInDfuMode();
+    PassTime(1);
+    second.Detach();
+  }
+  ExpectUpdated(keyboard, {"START", "COMPLETE"});
+  EXPECT_EQ(keyboard.counts().sectorsErased, SectorsToErase);
+  EXPECT_EQ(keyboard.counts().blocksWritten, BlocksToWrite);
+}
 
 // The keyboard is pulled while its descriptors are read, for the refresh or for the launch.
 class PullWhilePreparingTest : public RunningUpdateTest, public testing::WithParamInterface<u32> {};
@@ -249,14 +372,11 @@ class SecondLifeTest : public RunningUpdateTest,
 
   // False when something went wrong in the first life.
   bool LiveFirstLife(const std::string& flashFile) {
-    const pid_t child = fork();
-    if (child == 0) {
-      VirtualKeyboard& keyboard = BeginUpdate();
-      EndAt(keyboard, std::get<End>(GetParam()), std::get<Progress>(GetParam()));
-      _exit(keyboard.ReadFlash().Save(flashFile) && !HasFailure() ? 0 : 1);
-    }
-    int status = 1;
-    return waitpid(child, &status, 0) == child && status == 0;
+    return simulator::RunInChild([&] {
+             VirtualKeyboard& keyboard = BeginUpdate();
+             EndAt(keyboard, std::get<End>(GetParam()), std::get<Progress>(GetParam()));
+             _exit(keyboard.ReadFlash().Save(flashFile) && !HasFailure() ? 0 : 1);
+           }) == "";
   }
 };
 

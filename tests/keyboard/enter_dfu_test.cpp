@@ -2,6 +2,7 @@
 
 #include "keyboard/enter_dfu.h"
 
+#include "keyboard/hid_discovery.h"
 #include "tests/keyboard/discovery_lines.h"
 #include "tests/support/tablet_test.h"
 
@@ -12,7 +13,13 @@ using Strings = std::vector<std::string>;
 constexpr char Match[] = "Success: Found my KBD.. \n";
 constexpr char NotSent[] = "failed in HidD_SetOutputReport.\n";
 
-class EnterDfuTest : public TabletTest {};
+class EnterDfuTest : public TabletTest {
+ protected:
+  void ExpectClosed() {
+    EXPECT_EQ(keyboardHandle, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(machine.handles.OpenCount(platform::HandleKind::File), 0u);
+  }
+};
 
 // The driver takes what the collection's reports need from the 2048 bytes.
 TEST_F(EnterDfuTest, SendsTheCommandAndZeros) {
@@ -28,6 +35,7 @@ TEST_F(EnterDfuTest, SendsTheCommandAndZeros) {
     report[1] = 0x01;
     ASSERT_EQ(Transfers().size(), 1u) << bytes;
     EXPECT_EQ(Transfers()[0].data, report) << bytes;
+    ExpectClosed();
     keyboard.Detach();
   }
   options.collections.back().outputReportBytes = 2049;
@@ -49,6 +57,7 @@ TEST_F(EnterDfuTest, FindsTheKeyboardAnewAfterARefusedReport) {
   EXPECT_EQ(EnterDfuMode(), 0);
   EXPECT_EQ(Lines(), (Strings{Looking, Match, "Found Device\n", NotSent,
                               "HIDSetOutputReport failed Error:31", "Enter DFU:: fail\n"}));
+  ExpectClosed();
   LookFromHere();
   EXPECT_EQ(EnterDfuMode(), 1);
   EXPECT_EQ(CountLines(Match), 1u);

@@ -30,7 +30,7 @@ class NotifierLaunchTest : public ServiceTest {
   }
 
   // What was written after the search for the user's session, when the word is told.
-  Strings Tell(const WCHAR* word) {
+  Strings Tell(const NotifierMessage& word) {
     LookFromHere();
     EXPECT_EQ(LaunchNotifier(word), 0);
     Strings lines = Lines();
@@ -41,7 +41,7 @@ class NotifierLaunchTest : public ServiceTest {
     return lines;
   }
 
-  std::vector<platform::LaunchedProcess> Launched() { return machine.processes.Launched(); }
+  std::vector<platform::LaunchedProcess> Launched() { return machine.processes.launches.All(); }
 
   // Every process, thread, token and environment closed once, and nothing else.
   void ExpectCleanedUp(const char* what) {
@@ -68,6 +68,21 @@ TEST_F(NotifierLaunchTest, StartsTheNotifierOnTheUsersDesktop) {
   EXPECT_EQ(notifier.creationFlags, 0x430u);
   EXPECT_EQ(notifier.sessionId, 1u);
   ExpectCleanedUp("all is well");
+}
+
+TEST_F(NotifierLaunchTest, AsksForTheRightsThatTheLaunchNeeds) {
+  LogOnUser();
+  std::vector<DWORD> asked;
+  AtCall(Call::CreateProcessAsUserW, 1, [&] {
+    for (const auto& process : OpenObjects<platform::OpenProcessObject>()) {
+      asked.push_back(process->access.asked());
+    }
+    for (const auto& token : OpenObjects<platform::TokenObject>()) {
+      asked.push_back(token->access.asked());
+    }
+  });
+  Tell(NotifierMessage::Start);
+  EXPECT_EQ(asked, (std::vector<DWORD>{MAXIMUM_ALLOWED, 0x201EB, MAXIMUM_ALLOWED}));
 }
 
 TEST_F(NotifierLaunchTest, EnablesThePrivilegeOfATokenThatHoldsIt) {

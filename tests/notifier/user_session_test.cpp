@@ -2,6 +2,8 @@
 
 #include "notifier/user_session.h"
 
+#include <set>
+
 #include "common/handles.h"
 #include "tests/support/tablet_test.h"
 
@@ -164,6 +166,22 @@ TEST_F(UserSessionTest, FindsNoShellWhenACallFailsOrListsNothing) {
   EXPECT_EQ(FindExplorerProcesses(nullptr, 1, nullptr, &list), 0);
   EXPECT_EQ(FindExplorerProcesses(&list, 0, nullptr, &list), 0);
   EXPECT_EQ(list, 7u);
+}
+
+TEST_F(UserSessionTest, AsksForFullAccessToKeysAndProcesses) {
+  LogOnUser();
+  std::set<DWORD> keys, processes;
+  const platform::Observation watching = machine.gate.Observe([&](Call) {
+    for (const auto& key : OpenObjects<platform::OpenRegistryKey>()) {
+      keys.insert(key->access.asked());
+    }
+    for (const auto& process : OpenObjects<platform::OpenProcessObject>()) {
+      processes.insert(process->access.asked());
+    }
+  });
+  EXPECT_EQ(Find(), simulator::ShellProcessId);
+  EXPECT_EQ(keys, std::set<DWORD>{0xF013F});
+  EXPECT_EQ(processes, std::set<DWORD>{0x1FFFFF});
 }
 
 TEST_F(UserSessionTest, LooksAtTheFirst1024Processes) {

@@ -1,11 +1,13 @@
 // What the layer polices: handles and memory that are used wrongly, and requests that it does not
 // model.
 
+#include <psapi.h>
 #include <winusb.h>
 
 #include <algorithm>
 #include <cstdio>
 
+#include "common/handles.h"
 #include "simulator/dfu_descriptors.h"
 #include "tests/support/service_test.h"
 
@@ -87,19 +89,23 @@ TEST_F(MisuseTest, WinUsbIsFreedBeforeItsFileIsClosed) {
   const HANDLE file = open();
   WINUSB_INTERFACE_HANDLE winUsb = nullptr;
   ASSERT_TRUE(WinUsb_Initialize(file, &winUsb));
-  const auto askStatus = [&](USHORT length) {
+  ULONG got = 0;
+  const auto askStatus = [&](USHORT length, PULONG count) {
     u8 buffer[6];
-    ULONG got = 0;
-    return WinUsb_ControlTransfer(winUsb, {0xA1, 3, 0, 0, length}, buffer, 6, &got, nullptr);
+    return WinUsb_ControlTransfer(winUsb, {0xA1, 3, 0, 0, length}, buffer, 6, count, nullptr);
   };
   EXPECT_TRUE(WinUsb_SetCurrentAlternateSetting(winUsb, 1));
-  EXPECT_TRUE(askStatus(6));
-  ExpectMisuse([&] { return askStatus(7); }, ERROR_INVALID_PARAMETER, "goes beyond the buffer");
+  EXPECT_TRUE(askStatus(6, &got));
+  ExpectMisuse([&] { return askStatus(7, &got); }, ERROR_INVALID_PARAMETER,
+               "goes beyond the buffer");
+  ExpectMisuse([&] { return askStatus(6, nullptr); }, ERROR_INVALID_PARAMETER, "LengthTransferred");
+  EXPECT_TRUE(WinUsb_ControlTransfer(winUsb, {0x21, 6, 0, 0, 0}, nullptr, 0, nullptr, nullptr));
   ExpectMisuse([&] { return open() != INVALID_HANDLE_VALUE; }, ERROR_ACCESS_DENIED, "");
 
   LookFromHere();
   ExpectMisuse([&] { return !CloseHandle(file); }, ERROR_SUCCESS, "closed before WinUsb_Free");
-  ExpectMisuse([&] { return askStatus(6); }, ERROR_INVALID_HANDLE, "the device file is closed");
+  ExpectMisuse([&] { return askStatus(6, &got); }, ERROR_INVALID_HANDLE,
+               "the device file is closed");
   EXPECT_TRUE(WinUsb_Free(winUsb));
   ExpectMisuse([&] { return WinUsb_Free(winUsb); }, ERROR_INVALID_HANDLE, "is closed (WinUSB)");
   EXPECT_EQ(Wire(), Texts{}) << "nothing goes through a closed file";
@@ -120,6 +126,9 @@ TEST_F(MisuseTest, RefusesWhatIsNotModelled) {
   const HANDLE event = NewEvent();
   WIN32_FIND_DATAA found;
   HKEY key = nullptr;
+  const HANDLE process = OpenProcess(PROCESS_ALL_ACCESS, FALSE, 812);
+  HMODULE module = nullptr;
+  DWORD bytes = 0;
   const auto open = [](LPCWSTR path, DWORD how, DWORD flags) {
     return CreateFileW(path, 0, 0, nullptr, how, flags, nullptr) != INVALID_HANDLE_VALUE;
   };
@@ -141,16 +150,75 @@ TEST_F(MisuseTest, RefusesWhatIsNotModelled) {
       {Call::FindFirstFileA, [=] { return find("C:\\?a"); }},
       {Call::FindFirstFileA, [=] { return find("C:\\*\\a"); }},
       {Call::RegOpenKeyExW,
-       [&] { return RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"", 0, 1, &key) != ERROR_NOT_SUPPORTED; }},
+       [&] { return RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"", 0, 512, &key) != ERROR_NOT_SUPPORTED; }},
       {Call::HeapAlloc, [] { return HeapAlloc(GetProcessHeap(), 1, 1); }},
       {Call::MultiByteToWideChar, [] { return MultiByteToWideChar(65001, 0, "a", 1, nullptr, 0); }},
+      {Call::MultiByteToWideChar,
+       [] { return MultiByteToWideChar(CP_THREAD_ACP, 8, "a", 1, nullptr, 0); }},
+      {Call::WideCharToMultiByte,
+       [] {
+         return WideCharToMultiByte(CP_THREAD_ACP, 1024, u"a", 1, nullptr, 0, nullptr, nullptr);
+       }},
       {Call::OpenProcess, [] { return OpenProcess(PROCESS_ALL_ACCESS, TRUE, 812); }},
+      {Call::OpenProcess, [] { return OpenProcess(GENERIC_READ, FALSE, 812); }},
+      {Call::K32EnumProcessModules,
+       [&] { return K32EnumProcessModules(process, &module, sizeof(module) - 1, &bytes); }},
   };
   for (const auto& [call, run] : rows) {
     ExpectMisuse(run, ERROR_NOT_SUPPORTED, platform::NameOf(call));
   }
-  EXPECT_TRUE(CloseHandle(event));
+  EXPECT_TRUE(CloseHandle(event) && CloseHandle(process));
   EXPECT_EQ(machine.handles.OpenHandles().size(), 0u);
+}
+
+TEST_F(MisuseTest, HandlesAllowWhatTheyWereOpenedFor) {
+  machine.registry.SetString(u"Key\\Subkey", u"Text", u"abc");
+  const auto process = [](DWORD access, const std::function<BOOL(HANDLE)>& use) {
+    const KernelHandle opened(OpenProcess(access, FALSE, 812));
+    return use(opened.get()) ? ERROR_SUCCESS : GetLastError();
+  };
+  const auto key = [](REGSAM access, const std::function<LSTATUS(HKEY)>& use) {
+    RegistryKey opened;
+    RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"Key", 0, access, opened.Receive());
+    return static_cast<DWORD>(use(opened.get()));
+  };
+  const auto listModules = [](HANDLE opened) {
+    HMODULE module;
+    DWORD bytes = 0;
+    return K32EnumProcessModules(opened, &module, sizeof(module), &bytes);
+  };
+  const auto duplicateToken = [](HANDLE opened) {
+    KernelHandle token, duplicate;
+    return OpenProcessToken(opened, TOKEN_DUPLICATE, token.Receive()) &&
+           DuplicateTokenEx(token.get(), TOKEN_QUERY, nullptr, SecurityIdentification, TokenPrimary,
+                            duplicate.Receive()) &&
+           !DuplicateTokenEx(duplicate.get(), TOKEN_QUERY, nullptr, SecurityIdentification,
+                             TokenPrimary, token.Receive());
+  };
+  const auto readValue = [](HKEY opened) {
+    return RegGetValueW(opened, u"Subkey", u"Text", RRF_RT_REG_SZ, nullptr, nullptr, nullptr);
+  };
+  const auto nameSubkey = [](HKEY opened) {
+    WCHAR name[9];
+    DWORD chars = 9;
+    return RegEnumKeyExW(opened, 0, name, &chars, nullptr, nullptr, nullptr, nullptr);
+  };
+  const struct {
+    const char* what;
+    std::function<DWORD(DWORD)> use;
+    DWORD enough;
+    DWORD tooLittle;
+  } rows[] = {
+      {"modules", [&](DWORD access) { return process(access, listModules); }, 0x0410, 0x0400},
+      {"token", [&](DWORD access) { return process(access, duplicateToken); }, 0x1000, 0x0010},
+      {"value", [&](DWORD access) { return key(access, readValue); }, 0x0101, 0x0008},
+      {"names", [&](DWORD access) { return key(access, nameSubkey); }, 0x0008, 0x0001},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(row.use(row.enough), DWORD{ERROR_SUCCESS}) << row.what;
+    EXPECT_EQ(row.use(MAXIMUM_ALLOWED), DWORD{ERROR_SUCCESS}) << row.what;
+    EXPECT_EQ(row.use(row.tooLittle), DWORD{ERROR_ACCESS_DENIED}) << row.what;
+  }
 }
 
 // One write is one line, whatever it ends with; and who looks at the last error only then finds

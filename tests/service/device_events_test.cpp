@@ -2,6 +2,8 @@
 
 #include "service/device_events.h"
 
+#include "dfuengine/session_values.h"
+#include "dfuengine/update_session.h"
 #include "service/package_location.h"
 #include "service/tick_thread.h"
 #include "service/update_decision.h"
@@ -56,18 +58,76 @@ TEST_F(DeviceEventsTest, OnlyAnArrivalDoesMoreThanWriteItsLine) {
   }
 }
 
-TEST_F(DeviceEventsTest, TwoArrivalsAtOnceBeginOneUpdate) {
+// Counted from the report, however long the search before it took.
+TEST_F(DeviceEventsTest, AKeyboardThatStaysIsAskedAgainAfterTwoSeconds) {
   InstallHollowPackage();
   SelectPackageFolder();
   KeyboardOptions options;
-  options.detachDelayMs = 1;
+  options.detachDelayMs = 60'000;
   const simulator::VirtualKeyboard& keyboard = PlugIn(options);
-  const Thread arrivals[] = {Announce(OnKeyboardInterfaceEvent),
-                             Announce(OnKeyboardInterfaceEvent)};
-  WaitFor(arrivals[0]);
-  WaitFor(arrivals[1]);
-  EXPECT_EQ(Words(), Texts{"START"});
+  u64 reportMs = 0;
+  AtCall(Call::HidP_GetCaps, 1, [this] { PassTime(5'000); });
+  const Thread first = Announce(OnKeyboardInterfaceEvent);
+  PassTimeUntil("the first report has come", [&] { return keyboard.enterDfuReports() == 1; });
+  reportMs = nowMs();
+  const Thread second = Announce(OnKeyboardInterfaceEvent);
+  PassTime(1'900);
   EXPECT_EQ(keyboard.enterDfuReports(), 1u);
+  PassTimeUntil("the second report has come", [&] { return keyboard.enterDfuReports() == 2; });
+  EXPECT_NEAR(static_cast<double>(nowMs() - reportMs), 2'000, 50);
+  WaitFor(first);
+  WaitFor(second);
+  EXPECT_EQ(Words(), (Texts{"START", "START"}));
+}
+
+// Each of these tells that a keyboard has left; a decision that waits begins then.
+TEST_F(DeviceEventsTest, ADecisionWaitsNoLongerThanForTheDeparture) {
+  InstallHollowPackage();
+  SelectPackageFolder();
+  const struct {
+    PCM_NOTIFY_CALLBACK callback;
+    CM_NOTIFY_ACTION action;
+  } rows[] = {{OnKeyboardInterfaceEvent, Removal}, {OnDfuInterfaceEvent, Arrival}};
+  for (const auto& row : rows) {
+    KeyboardOptions options;
+    options.detachDelayMs = 60'000;
+    simulator::VirtualKeyboard& keyboard = PlugIn(options);
+    WaitFor(Announce(OnKeyboardInterfaceEvent));
+    const Thread second = Announce(OnKeyboardInterfaceEvent);
+    PassTime(100);
+    EXPECT_EQ(keyboard.enterDfuReports(), 1u);
+    WaitFor(Announce(row.callback, row.action));
+    WaitFor(second);
+    EXPECT_EQ(keyboard.enterDfuReports(), 2u);
+    keyboard.Detach();
+    PassTime(2'000);
+  }
+}
+
+// The driver of somebody else's keyboard may take its time; the update that runs beside it has none
+// to lose.
+TEST_F(DeviceEventsTest, ASlowInterfaceHoldsUpNoTick) {
+  const simulator::Package package = InstallPackage();
+  SelectPackageFolder();
+  simulator::ForeignKeyboard foreign(machine, {});
+  foreign.Attach();
+  for (const Call call : {Call::CreateFileW, Call::HidD_GetAttributes, Call::HidP_GetCaps,
+                          Call::HidD_SetOutputReport, Call::CreateProcessAsUserW}) {
+    SCOPED_TRACE(platform::NameOf(call));
+    currentOperationId = 77;  // gone: the next tick says so
+    LookFromHere();
+    simulator::VirtualKeyboard& keyboard = PlugIn();
+    AtCall(call, 1, [this] { PassTime(5'000); });
+    const Thread decision = Announce(OnKeyboardInterfaceEvent);
+    PassTime(100);
+    const u64 before = nowMs();
+    WaitFor(OnThread(SessionStep));
+    EXPECT_EQ(currentOperationId, 0u);
+    EXPECT_LT(nowMs() - before, 1'000u);
+    WaitFor(decision);
+    keyboard.Detach();
+    PassTime(2'000);
+  }
 }
 
 // The device is back 1.2 s after the report, long before the start-up decision looks for it.
@@ -111,5 +171,35 @@ TEST_F(DeviceEventsTest, ADecisionWaitsForThePreparationUnderWay) {
   WaitFor(decision);
   EXPECT_EQ(CountLines("File is opened\n"), 1u);
 }
+
+// However many interfaces of the keyboard are announced, and however long it takes to leave.
+class OneUpdateTest : public DeviceEventsTest,
+                      public testing::WithParamInterface<std::tuple<u32, u32, u64>> {};
+
+TEST_P(OneUpdateTest, IsBegunByOneKeyboard) {
+  const auto& [interfaces, departureMs, attachMs] = GetParam();
+  const simulator::Package package = InstallPackage();
+  StartService();
+  PassTime(attachMs);
+  KeyboardOptions options;
+  options.collections[0].keyboardInterfaces = interfaces;
+  options.detachDelayMs = departureMs;
+  const simulator::VirtualKeyboard& keyboard = PlugIn(options);
+  PassTimeUntil("the keyboard runs the package's firmware",
+                [&] { return keyboard.runningVersion() == package.version; });
+  PassTime(40'000);
+  EXPECT_EQ(Words(), (Texts{"START", "COMPLETE"}));
+  EXPECT_EQ(keyboard.enterDfuReports(), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(, OneUpdateTest,
+                         testing::Combine(testing::Values(1, 2, 3),
+                                          testing::Values(1, 2, 5, 12, 50, 200, 500),
+                                          testing::Values(0, 31'000)),
+                         [](const auto& test) {
+                           return std::to_string(std::get<0>(test.param)) + "InterfacesGoneAfter" +
+                                  std::to_string(std::get<1>(test.param)) + "Ms" +
+                                  (std::get<2>(test.param) == 0 ? "AtStartUp" : "OnArrival");
+                         });
 
 }  // namespace

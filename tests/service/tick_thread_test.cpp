@@ -38,10 +38,11 @@ class TickThreadTest : public ServiceTest {
 
 TEST_F(TickThreadTest, PrintsThenStepsEvery3000Milliseconds) {
   std::string atStep;
-  machine.debugLog.Observe([&](const platform::DebugLine&) { atStep = output_.Text(); });
+  platform::Observation lines =
+      machine.debugLog.Observe([&](const platform::DebugLine&) { atStep = output_.Text(); });
   StartTicks();
   ExpectTicksAt({3'000, 6'000, 9'000});
-  machine.debugLog.Observe(nullptr);
+  lines.reset();
   EXPECT_EQ(atStep, TickLine);
 }
 

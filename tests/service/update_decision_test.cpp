@@ -6,6 +6,7 @@
 
 #include "dfuengine/session_values.h"
 #include "dfuengine/update_session.h"
+#include "keyboard/keyboard_departure.h"
 #include "service/package_location.h"
 #include "service/stop_latch.h"
 #include "tests/support/service_test.h"
@@ -28,6 +29,7 @@ class UpdateDecisionTest : public ServiceTest {
     simulator::VirtualKeyboard& keyboard = PlugIn(options);
     EvaluateUpdate(atStartup);
     keyboard.Detach();
+    NoteKeyboardLeft();
     return keyboard.enterDfuReports();
   }
 

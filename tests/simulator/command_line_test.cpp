@@ -1,68 +1,8 @@
-// vantrel-sim as a person starts it: what it prints where, and how it exits.
+// vantrel-sim and vantrel-soak as a person starts them: what it prints where, and how it exits.
 
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
-#include <vector>
-
-#include "simulator/dfuse_file.h"
+#include "tests/simulator/command_line.h"
 
 namespace {
-
-namespace fs = std::filesystem;
-
-struct Outcome {
-  std::string out;
-  std::string err;
-  int exitCode = -1;
-};
-
-class CommandLineTest : public testing::Test {
- protected:
-  CommandLineTest() {
-    EXPECT_NE(mkdtemp(folder_.data()), nullptr);
-    fs::create_directory(folder_ + "/tmp");
-  }
-  ~CommandLineTest() override { fs::remove_all(folder_); }
-
-  // Runs the program in a folder of the test's own. The arguments are words of the shell. The
-  // temporary folder must be left as it was.
-  Outcome Run(const std::string& arguments, const std::string& temporary = "tmp") {
-    const std::string command = "cd '" + folder_ + "' && TMPDIR=" + temporary +
-                                " '" VANTREL_SIM "' " + arguments + " >out 2>err";
-    const int status = std::system(command.c_str());
-    EXPECT_TRUE(WIFEXITED(status)) << arguments;
-    EXPECT_TRUE(fs::is_empty(folder_ + "/tmp")) << arguments << " left something behind";
-    return {Read("out"), Read("err"), WEXITSTATUS(status)};
-  }
-
-  std::string Read(const std::string& name) const {
-    std::ifstream file(folder_ + "/" + name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
-
-  void WritePackage(const std::string& name, const std::vector<simulator::DfuSeElement>& elements) {
-    simulator::DfuSeFile file;
-    file.targets.emplace_back().elements = elements;
-    const std::vector<u8> bytes = BuildDfuSe(file);
-    std::ofstream(folder_ + "/" + name, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
-  }
-
-  std::string folder_ = (fs::temp_directory_path() / "vantrel-XXXXXX").string();
-};
-
-void ExpectTells(const std::string& text, const std::vector<std::string>& parts) {
-  for (const std::string& part : parts) {
-    EXPECT_NE(text.find(part), std::string::npos) << "lacks \"" << part << "\":\n" << text;
-  }
-}
 
 TEST_F(CommandLineTest, AnswersBadArgumentsWithOneLine) {
   const struct {
@@ -82,11 +22,13 @@ TEST_F(CommandLineTest, AnswersBadArgumentsWithOneLine) {
       {"--package ''", "--package: must not be empty"},
       {"--trace wires", "--trace takes wire, calls or all, not 'wires'"},
       {"check", "file is required"},
-      {"soak --runs 0", "--runs: takes 1 or more, not '0'"},
-      {"soak --seed -1", "--seed: takes 0 or more, not '-1'"},
-      {"soak --jobs 65", "--jobs: takes 1 to 64, not '65'"},
-      {"--battery 10 soak", "soak excludes --battery"},
-      {"soak check", "The following argument was not expected: check"},
+      {"--battery 10 check x.dfu", "check excludes --battery"},
+      {"update --transfer-size 7", "--transfer-size: takes 8 to 4096, not '7'"},
+      {"check x.dfu --map @none",
+       "--map takes a memory map such as \"@Internal Flash  /0x08000000/04*016Kg\", not '@none'"},
+      {"pack -o x.dfu", "pack takes parts, or --sample without any"},
+      {"pack --sample -o x.dfu --vid 12",
+       "--vid: takes four hexadecimal digits such as 1209, not '12'"},
   };
   for (const auto& test : cases) {
     const Outcome outcome = Run(test.arguments);
@@ -102,8 +44,7 @@ TEST_F(CommandLineTest, TellsAboutItself) {
   const Outcome help = Run("--help");
   EXPECT_EQ(help.exitCode, 0);
   ExpectTells(help.out, {"--package FILE.dfu", "--keyboard M.m.model.rev", "--battery N=80",
-                         "--realtime", "--trace WHAT", "--version", "soak ", "check "});
-  ExpectTells(Run("soak --help").out, {"--runs N=1000", "--seed S=1", "--jobs J=2"});
+                         "--realtime", "--trace WHAT", "--version", "check "});
 }
 
 TEST_F(CommandLineTest, UpdatesByDefault) {
@@ -126,12 +67,62 @@ TEST_F(CommandLineTest, UpdatesByDefault) {
   EXPECT_EQ(Run("").out, outcome.out) << "every run is the same";
 }
 
-TEST_F(CommandLineTest, SaysWhenNothingCameOfIt) {
-  const Outcome outcome = Run("--battery 010");
-  EXPECT_EQ(outcome.exitCode, 1);
-  ExpectTells(outcome.out,
-              {"battery 10 %\n", "  user was told    BATTERY\n", "  firmware after   1.1.2.1\n",
-               "  flash            not the package's\n", "  result           NOT updated\n"});
+TEST_F(CommandLineTest, SaysWhyNothingCameOfIt) {
+  using Bytes = std::vector<u8>;
+  // The second element's zeros are programmed into the first: the flash can never equal both.
+  WritePackage("VantrelKb_1.3.2.1.dfu",
+               {{0x08000000, Bytes(1'000'000, 0x5A)}, {0x08000010, Bytes(16, 0)}});
+  WritePackage("VantrelKb_1.4.2.1.dfu", {{0x08000000, Bytes(10, 1)}, {0x08000005, Bytes(10, 0)}});
+  const struct {
+    const char* arguments;
+    const char* result;
+    int exitCode;
+  } cases[] = {
+      {"--battery 20", "refused: battery 20 %, 30 % needed", 3},
+      {"--keyboard 1.2.2.1", "up to date (the package is not newer)", 3},
+      {"--keyboard 1.1.3.1", "refused: the keyboard's model is 3, the package is for 2", 3},
+      {"--keyboard 1.1.2.4", "refused: the keyboard's hardware revision is 4, the package is for 1",
+       3},
+      {"--package VantrelKb_1.3.2.1.dfu",
+       "installed over and over: two of its elements overlap at 0x08000010", 1},
+      {"--package VantrelKb_1.4.2.1.dfu",
+       "installed, but two of its elements overlap at 0x08000005", 1},
+  };
+  for (const auto& test : cases) {
+    const Outcome outcome = Run(test.arguments);
+    EXPECT_EQ(outcome.exitCode, test.exitCode) << test.arguments;
+    ExpectTells(outcome.out, {"  result           " + std::string(test.result) + "\n",
+                              "  flash            not the package's\n"});
+    for (std::size_t at = 0; (at = outcome.out.find("has written ", at)) != std::string::npos;) {
+      at += sizeof("has written ") - 1;
+      EXPECT_LE(std::stoi(outcome.out.substr(at)), 100) << test.arguments;
+    }
+  }
+}
+
+TEST_F(CommandLineTest, TellsWhatKindOfFileItCannotUse) {
+  fs::create_directory(folder_ + "/VantrelKb_1.5.2.1.dfu");
+  std::ofstream(folder_ + "/VantrelKb_1.6.2.1.dfu").close();
+  fs::resize_file(folder_ + "/VantrelKb_1.6.2.1.dfu", u64{5} << 30);
+  std::ofstream(folder_ + "/firmware.dfu") << "x";
+  const struct {
+    const char* file;
+    const char* reason;
+    int exitCode;
+  } cases[] = {
+      {"none.dfu", "there is no such file", 2},
+      {"VantrelKb_1.5.2.1.dfu", "it is not a file", 2},
+      {"VantrelKb_1.6.2.1.dfu",
+       "it is larger than any keyboard's flash (268435456 bytes at the most)", 1},
+      {"firmware.dfu", "its name carries no version", 3},
+  };
+  for (const auto& test : cases) {
+    for (const char* const command : {"--package ", "check "}) {
+      const Outcome outcome = Run(std::string(command) + test.file);
+      EXPECT_EQ(outcome.exitCode, test.exitCode) << command << test.file;
+      ExpectTells(outcome.err, {std::string(test.file) + " is refused: " + test.reason});
+    }
+  }
 }
 
 TEST_F(CommandLineTest, ShowsTheWireAndTheCallsWhenAsked) {
@@ -139,7 +130,7 @@ TEST_F(CommandLineTest, ShowsTheWireAndTheCallsWhenAsked) {
   ExpectTells(wire,
               {"  wire      SET_REPORT 0x17, 64 bytes\n", "  wire      DNLOAD erase 0x08000000\n",
                "  wire      DNLOAD block 2, 1024 bytes\n",
-               "  wire      GETSTATUS: bStatus 0, bState 5, poll 0 ms\n"});
+               "  wire      GETSTATUS: OK, dfuDNLOAD-IDLE, poll 0 ms\n"});
   EXPECT_EQ(wire.find("  call "), std::string::npos);
   ExpectTells(Run("--trace all").out, {"  call      WinUsb_ControlTransfer\n", "  wire      DNLOAD",
                                        "elasped time :: 3000ms !!!\n"});
@@ -151,42 +142,96 @@ TEST_F(CommandLineTest, TakesAPackageOfTheUsersOwn) {
                                          {0x1FFF8000, std::vector<u8>(100, 0xA5)}});
   const Outcome outcome = Run("--package VantrelKb_3.1.2.1.dfu");
   EXPECT_EQ(outcome.exitCode, 0) << outcome.out;
-  ExpectTells(outcome.out, {"  firmware before  3.0.2.1\n", "  firmware after   3.1.2.1\n"});
-  EXPECT_EQ(Run("check VantrelKb_3.1.2.1.dfu").out,
-            "version 3.1.2.1\n"
-            "device VID_1209&PID_0001\n"
-            "target for alternate setting 0, 2 elements\n"
-            "  0x08000000 1000000 bytes\n"
-            "  0x1FFF8000 100 bytes\n");
-
+  ExpectTells(outcome.out, {"  firmware before  3.0.2.1\n", "  firmware after   3.1.2.1\n",
+                            "  memory           made up where the package writes"});
   fs::resize_file(folder_ + "/VantrelKb_3.1.2.1.dfu", 300);
   for (const char* const arguments :
        {"--package VantrelKb_3.1.2.1.dfu", "check VantrelKb_3.1.2.1.dfu"}) {
     const Outcome broken = Run(arguments);
     EXPECT_EQ(broken.err,
               "vantrel-sim: VantrelKb_3.1.2.1.dfu is refused: "
-              "the file does not end with a DFU suffix of version 1.1a\n");
+              "the file does not end with a DFU suffix of version 1.1a (at byte 284)\n");
     EXPECT_EQ(broken.out, "");
     EXPECT_EQ(broken.exitCode, 1);
   }
 }
 
 TEST_F(CommandLineTest, SoaksTheSameWayTwice) {
-  const Outcome first = Run("soak --runs 3 --seed 7");
+  const Outcome first = RunSoak("--runs 3 --seed 7");
   EXPECT_EQ(first.exitCode, 0) << first.out << first.err;
   ExpectTells(first.out, {"3 runs, 0 failed; ", "what happened\n", "words told to the user\n"});
-  EXPECT_EQ(Run("soak --runs 3 --seed 7").out, first.out);
-  EXPECT_EQ(Run("soak --runs 3 --seed 7 --jobs 1").out, first.out);
+  EXPECT_EQ(RunSoak("--runs 3 --seed 7").out, first.out);
+  EXPECT_EQ(RunSoak("--runs 3 --seed 7 --jobs 1").out, first.out);
+  EXPECT_EQ(RunSoak("--runs 1", "none").exitCode, 1);
+}
+
+TEST_F(CommandLineTest, AddsUpTheFiguresOfSoaksThatRanApart) {
+  const std::string whole = RunSoak("--runs 4 --seed 7 --json").out;
+  ExpectTells(whole, {"{\"runs\":4,\"failed\":0,", "\"words\":{"});
+  const std::string parts =
+      RunSoak("--runs 1 --seed 7 --json").out + RunSoak("--runs 3 --seed 8 --json --jobs 3").out;
+  std::ofstream(folder_ + "/parts") << parts;
+  EXPECT_EQ(Run("<parts", "tmp", ADD_FIGURES).out, whole);
+}
+
+TEST_F(CommandLineTest, TellsAPlanAndRunsIt) {
+  const Outcome told = RunSoak("--seed 7 --runs 1 --trace all");
+  const std::string plan = told.err.substr(0, told.err.find("\n\n"));
+  ExpectTells(told.err, {"# seed 7\nkeyboard = 1.1.2.1\nmap = \"@", "\n-- life 1 of the service\n",
+                         "  service   reports start pending\n"});
+  std::ofstream(folder_ + "/plan") << plan;
+  const Outcome again = RunSoak("--plan plan --trace all");
+  EXPECT_EQ(again.out, "the plan kept the promise\n");
+  EXPECT_EQ(again.exitCode, 0);
+  EXPECT_EQ(again.err.substr(again.err.find('\n')), told.err.substr(told.err.find('\n')))
+      << "the same to the last line";
+
+  const Outcome small = RunSoak("--plan plan --shrink");
+  EXPECT_EQ(small.out, "the plan kept the promise: there is nothing to make smaller\n");
+  EXPECT_EQ(small.exitCode, 1);
+  const struct {
+    const char* file;
+    const char* line;
+  } cases[] = {
+      {"none", "vantrel-soak: cannot read none\n"},
+      {"tmp", "vantrel-soak: cannot read tmp\n"},
+      {"out", "vantrel-soak: the plan: the package needs a target for alternate setting 0\n"},
+  };
+  for (const auto& test : cases) {
+    const Outcome refused = RunSoak(std::string("--plan ") + test.file);
+    EXPECT_EQ(refused.err, test.line);
+    EXPECT_EQ(refused.exitCode, 1);
+  }
+}
+
+TEST_F(CommandLineTest, RefusesASoakThatMakesNoSense) {
+  const struct {
+    const char* arguments;
+    const char* line;
+  } cases[] = {
+      {"--runs 0", "--runs: takes 1 or more, not '0'"},
+      {"--seed -1", "--seed: takes 0 or more, not '-1'"},
+      {"--jobs 65", "--jobs: takes 1 to 64, not '65'"},
+      {"--trace wire", "--trace: takes all, not 'wire'"},
+      {"--plan p --seed 3", "--seed excludes --plan"},
+      {"--shrink --json", "--json excludes --shrink"},
+      {"--shrink --trace all", "--shrink excludes --trace"},
+  };
+  for (const auto& test : cases) {
+    const Outcome outcome = RunSoak(test.arguments);
+    EXPECT_EQ(outcome.err,
+              "vantrel-soak: " + std::string(test.line) + "\nTry vantrel-soak --help.\n");
+    EXPECT_EQ(outcome.exitCode, 2) << test.arguments;
+  }
 }
 
 TEST_F(CommandLineTest, NeedsAFolderToPutTheDriveIn) {
   for (const char* const temporary : {"none", "/dev/null", "/proc"}) {
     const Outcome run = Run("", temporary);
     EXPECT_EQ(run.out, "");
-    ExpectTells(run.err, {"vantrel-sim: cannot make a folder for the tablet's drive "});
+    ExpectTells(run.err, {"vantrel-sim: cannot make a folder where TMPDIR points: "});
     EXPECT_EQ(run.err.find('\n'), run.err.size() - 1) << run.err;
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(Run("soak --runs 1", temporary).exitCode, 1);
   }
 }
 

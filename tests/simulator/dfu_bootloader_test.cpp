@@ -100,7 +100,7 @@ TEST_F(DfuBootloaderTest, StallsWhatTheStateDoesNotAllow) {
       const auto reply = Send(Requests[i], 0, i == 0 ? SetAddress(Start) : Bytes{});
       if (test.next[i] != Stall) {
         EXPECT_EQ(reply.result, UsbResult::Done);
-        EXPECT_EQ(bootloader.state(), test.next[i]);
+        EXPECT_EQ(bootloader.state(), DfuState{test.next[i]});
       } else {
         EXPECT_EQ(reply.result, UsbResult::Stalled);
         EXPECT_EQ(Status(), "15 10 0") << "errSTALLEDPKT in dfuERROR";
@@ -186,6 +186,44 @@ TEST_F(DfuBootloaderTest, IsBusyAsLongAsItSaysAndAsOftenAsItShould) {
   options.setAddressMs = 0;
   Send(DfuDnload, 0, SetAddress(Start));
   EXPECT_EQ(Status(), "0 5 0") << "no time, not busy";
+}
+
+TEST_F(DfuBootloaderTest, LosesPowerInTheMidstOfAnEraseOrABlock) {
+  const Bytes old(0x400, 0x3C);
+  const struct {
+    const char* what;
+    u16 block;
+    Bytes data;
+    u32 donePercent;
+    u64 afterMs;
+    std::size_t doneBytes;  // of what the work covers
+  } cases[] = {
+      {"half erased", 0, Erase(Start + 1), 50, 199, 0x200},
+      {"not erased", 0, Erase(Start), 0, 0, 0},
+      {"erased in the last moment", 0, Erase(Start), 50, 200, 0x400},
+      {"as good as erased", 0, Erase(Start), 100, 1, 0x400},
+      {"half a block", 2, Bytes(64, 0x14), 50, 3, 32},
+      {"a whole block", 2, Bytes(64, 0x14), 50, 4, 64},
+      {"a quarter of an odd one", 2, Bytes(63, 0x14), 25, 0, 15},
+      {"the address set", 0, SetAddress(Used), 0, 0, 0},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.what);
+    options.donePercentAtPowerLoss = test.donePercent;
+    flash.EraseAll();
+    flash.Program(Start, old);
+    Enter(dfuDNLOADIDLE);
+    Send(DfuDnload, test.block, test.data);
+    Send(DfuGetStatus);
+    nowMs += test.afterMs;
+    bootloader.LosePower(nowMs);
+    bootloader.Reset();
+    bootloader.LosePower(nowMs);  // once more changes nothing
+
+    Bytes expected = old;
+    std::fill_n(expected.begin(), test.doneBytes, test.block == 0 ? u8{0xFF} : u8{0x14});
+    EXPECT_EQ(flash.Read(Start, old.size()), expected);
+  }
 }
 
 TEST_F(DfuBootloaderTest, LeavesOnceAndWhenItsKindDoes) {

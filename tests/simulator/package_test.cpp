@@ -4,9 +4,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+
+#include "simulator/host_folder.h"
+#include "simulator/pack.h"
+#include "simulator/package_warnings.h"
+#include "simulator/update_verdict.h"
 
 namespace {
 
@@ -23,9 +27,6 @@ DfuSeFile SmallFile() {
 
 class PackageTest : public testing::Test {
  protected:
-  PackageTest() { EXPECT_NE(mkdtemp(folder_.data()), nullptr); }
-  ~PackageTest() override { std::filesystem::remove_all(folder_); }
-
   // What comes of reading such a file: the version, or the reason why it is refused.
   std::string Read(const Bytes& bytes, const std::string& name = "VantrelKb_1.2.3.4.dfu") {
     std::ofstream(folder_ + "/" + name, std::ios::binary)
@@ -34,12 +35,13 @@ class PackageTest : public testing::Test {
     return ReadAt(name);
   }
   std::string ReadAt(const std::string& name) {
-    std::string reason;
-    const auto package = simulator::ReadPackage(folder_ + "/" + name, reason);
-    return package.has_value() ? VersionText(package->version) : reason;
+    simulator::PackageRefusal refusal;
+    const auto package = simulator::ReadPackage(folder_ + "/" + name, refusal);
+    return package.has_value() ? VersionText(package->version) : refusal.reason;
   }
 
-  std::string folder_ = (std::filesystem::temp_directory_path() / "vantrel-XXXXXX").string();
+  const simulator::HostFolder own_;
+  const std::string& folder_ = own_.path();
 };
 
 TEST_F(PackageTest, WritesTheFormatByteForByte) {
@@ -63,13 +65,14 @@ TEST_F(PackageTest, WritesTheFormatByteForByte) {
 
 TEST_F(PackageTest, SaysWhatIsWrongWithTheContents) {
   constexpr char NoPrefix[] =
-      "the file does not begin with the prefix of a DfuSe file of version 1";
-  constexpr char NoSuffix[] = "the file does not end with a DFU suffix of version 1.1a";
+      "the file does not begin with the prefix of a DfuSe file of version 1 (at byte 0)";
+  constexpr char NoSuffix[] =
+      "the file does not end with a DFU suffix of version 1.1a (at byte 304)";
   constexpr char NoTarget[] = "it holds no target for alternate setting 0";
-  constexpr char Overrun[] = "an element runs past the end of the file";
-  constexpr char WrongSize[] = "a target's size does not match its elements";
-  constexpr char NoTargetPrefix[] = "a target does not begin with its prefix";
-  constexpr char TooShort[] = "the file is too short to be a DfuSe file";
+  constexpr char Overrun[] = "an element runs past the end of the file (at byte 285)";
+  constexpr char LaterOverrun[] = "an element runs past the end of the file (at byte 304)";
+  constexpr char NoTargetPrefix[] = "a target does not begin with its prefix (at byte 11)";
+  constexpr char TooShort[] = "the file is too short to be a DfuSe file (at byte 26)";
   const Bytes sound = BuildDfuSe(SmallFile());
   const std::size_t size = sound.size();
   const struct {
@@ -78,7 +81,7 @@ TEST_F(PackageTest, SaysWhatIsWrongWithTheContents) {
   } bytes[] = {
       {0, NoPrefix},        {4, NoPrefix},        {5, NoPrefix},          {size - 5, NoSuffix},
       {size - 6, NoSuffix}, {size - 8, NoSuffix}, {size - 9, NoSuffix},   {size - 10, NoSuffix},
-      {17, NoTarget},       {277, WrongSize},     {11, NoTargetPrefix},   {281, Overrun},
+      {17, NoTarget},       {277, "1.2.3.4"},     {11, NoTargetPrefix},   {281, LaterOverrun},
       {289, Overrun},       {6, "1.2.3.4"},       {size - 16, "1.2.3.4"},
   };
   for (const auto& test : bytes) {
@@ -99,9 +102,92 @@ TEST_F(PackageTest, SaysWhatIsWrongWithTheContents) {
 
   Bytes changed = sound;
   ++changed[300];
-  EXPECT_EQ(Read(changed), "the file's CRC does not match its contents");
-  EXPECT_EQ(Read({}), TooShort);
+  EXPECT_EQ(Read(changed), "the file's CRC does not match its contents (at byte 316)");
   EXPECT_EQ(Read(Bytes(26, 1)), TooShort);
+}
+
+TEST_F(PackageTest, WarnsOfWhatTheServiceTakesWithoutAWord) {
+  DfuSeFile sound = SmallFile();
+  sound.vendorId = 0x1209;
+  sound.productId = 0x0002;
+  const auto warnings = [&](const DfuSeFile& file, const std::string& name) {
+    const Bytes bytes = BuildDfuSe(file);
+    Read(bytes, name);
+    simulator::PackageRefusal refusal;
+    const auto package = simulator::ReadPackage(folder_ + "/" + name, refusal);
+    return package.has_value() ? PackageWarnings(*package) : std::vector{refusal.reason};
+  };
+  const auto changed = [&](auto change) {
+    DfuSeFile file = sound;
+    change(file);
+    return file;
+  };
+  constexpr char Usual[] = "VantrelKb_1.2.3.4.dfu";
+  EXPECT_EQ(warnings(sound, Usual), std::vector<std::string>());
+  EXPECT_EQ(warnings(changed([](auto& file) { file.vendorId = file.productId = 0xFFFF; }), Usual),
+            std::vector<std::string>());
+  const struct {
+    DfuSeFile file;
+    std::string name;
+    const char* warning;
+  } cases[] = {
+      {sound, "VantrelKb_1.2.2.12.dfu", "version 1.2.2.1: another digit stands beside it"},
+      {sound, "VantrelK_10.1.2.12.dfu", "version 0.1.2.1: another digit stands beside it"},
+      {sound, "VantrelKb_1x2x2x1.dfu", "version 1.2.2.1: write dots"},
+      {SmallFile(), Usual, "the suffix names another device"},
+      {changed([](auto& file) {
+         file.targets[0].elements[1] = {0x08004002, {9}};
+       }),
+       Usual, "two of its elements overlap at 0x08004002"},
+      {changed([](auto& file) {
+         file.targets[0].elements[1] = {0xFFFFFFFF, {1, 2}};
+       }),
+       Usual, "the element at 0xFFFFFFFF runs past the end of the address space"},
+      {changed([](auto& file) {
+         file.targets[0].elements[1] = {0x08000000, {1}};
+       }),
+       Usual, "not in the order of their addresses"},
+      {changed([](auto& file) { file.targets.push_back(file.targets[0]); }), Usual,
+       "a second target for alternate setting 0"},
+      {changed([](auto& file) { file.targets[0].statedSize = 18; }), Usual,
+       "a target's size does not match its elements (at byte 277)"},
+      {changed([](auto& file) {
+         for (u32 i = 2; i < 12; ++i) {
+           file.targets[0].elements.push_back({i << 28, {1}});
+         }
+       }),
+       Usual, "too far apart for one memory map"},
+  };
+  for (const auto& test : cases) {
+    const std::vector<std::string> lines = warnings(test.file, test.name);
+    ASSERT_EQ(lines.size(), 1u) << test.warning;
+    EXPECT_NE(lines[0].find(test.warning), std::string::npos) << lines[0];
+  }
+}
+
+TEST_F(PackageTest, ReadsIntelHex) {
+  std::string reason;
+  const auto read = [&](const std::string& text) {
+    const auto elements = simulator::ReadIntelHex(text, reason);
+    std::string shown;
+    for (const auto& element : elements.value_or(std::vector<simulator::DfuSeElement>())) {
+      shown +=
+          simulator::AddressText(element.address) + "+" + std::to_string(element.data.size()) + " ";
+    }
+    return elements.has_value() ? shown : reason;
+  };
+  constexpr char BadLine[] = " is no sound record, or gives a byte again";
+  const std::string base = ":020000040800F2\n";
+  const std::string data = ":0200000001F20B\r\n";
+  const std::string end = ":00000001FF\n";
+  EXPECT_EQ(read(base + data + ":01000400A556\n\n" + end + "rest"), "0x08000000+2 0x08000004+1 ");
+  EXPECT_EQ(read(":020000021000EC\n" + data + end), "0x00010000+2 ");
+  EXPECT_EQ(read(base + data + data + end), "line 3" + std::string(BadLine));
+  EXPECT_EQ(read(":0200000001F20C\n" + end), "line 1" + std::string(BadLine));
+  EXPECT_EQ(read(data.substr(0, 9) + "\n" + end), "line 1" + std::string(BadLine));
+  EXPECT_EQ(read("MZ\n"), "line 1" + std::string(BadLine));
+  EXPECT_EQ(read(data), "it has no record that ends it");
+  EXPECT_EQ(read(end), "it holds no bytes");
 }
 
 TEST_F(PackageTest, SaysWhatIsWrongWithTheFile) {

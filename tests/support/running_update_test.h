@@ -19,6 +19,10 @@ inline const char* NameOf(Progress progress) {
   return Names[static_cast<int>(progress)];
 }
 
+inline void PrintTo(Progress progress, std::ostream* out) {
+  *out << NameOf(progress);
+}
+
 class RunningUpdateTest : public TabletTest {
  public:
   // So much the usual package makes of an undisturbed update of the usual keyboard.
@@ -66,7 +70,7 @@ class RunningUpdateTest : public TabletTest {
 
   // Tells the service of the DFU device as if it had just arrived.
   void AnnounceAgain() {
-    machine.devices.Inject(
+    machine.notifications.Announce(
         {CM_NOTIFY_ACTION_DEVICEINTERFACEARRIVAL, simulator::DfuModeInterfaceGuid, u"the same"});
   }
 
@@ -80,6 +84,9 @@ class RunningUpdateTest : public TabletTest {
     EXPECT_EQ(Words(), words);
     EXPECT_EQ(dfuImageRegistry.First(), nullptr);
   }
+
+  // In the package's place stands a file that is none.
+  void SpoilPackage() { tablet.InstallPackage(package.fileName, {}); }
 
   using TabletTest::FailCall;
   using TabletTest::PassTime;

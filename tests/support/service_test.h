@@ -2,6 +2,7 @@
 // of its process, and the platform calls behind them are watched.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -19,8 +20,6 @@ class ServiceTest : public TabletTest {
  protected:
   using Texts = std::vector<std::string>;
   using Thread = std::shared_ptr<platform::SimThread>;
-
-  ~ServiceTest() override { machine.gate.Observe(nullptr); }
 
   // A package that has a version in its name and no firmware in it: a preparation opens it, writes
   // HollowLine and starts nothing.
@@ -42,7 +41,7 @@ class ServiceTest : public TabletTest {
   // Notes each use of these calls from now on.
   void Watch(std::set<Call> calls, bool withTimes = false) {
     seen_.clear();
-    machine.gate.Observe([this, calls = std::move(calls), withTimes](Call call) {
+    watching_ = machine.gate.Observe([this, calls = std::move(calls), withTimes](Call call) {
       if (calls.contains(call)) {
         const std::string time = withTimes ? " at " + std::to_string(nowMs()) : "";
         const std::scoped_lock lock(seenLock_);
@@ -61,9 +60,9 @@ class ServiceTest : public TabletTest {
   // thread.
   void AtCall(Call call, u64 occurrence, std::function<void()> action) {
     const u64 use = TimesCalled(call) + occurrence;
-    machine.gate.Observe([this, call, use, action = std::move(action)](Call entered) {
-      if (entered == call && TimesCalled(call) == use) {
-        machine.gate.Observe(nullptr);
+    const auto acted = std::make_shared<std::atomic<bool>>(false);
+    acting_ = machine.gate.Observe([=, this, action = std::move(action)](Call entered) {
+      if (entered == call && TimesCalled(call) == use && !acted->exchange(true)) {
         action();
       }
     });
@@ -78,6 +77,8 @@ class ServiceTest : public TabletTest {
   }
 
  private:
+  platform::Observation watching_;
+  platform::Observation acting_;
   mutable std::mutex seenLock_;
   Texts seen_;
   std::ptrdiff_t wordsSeen_ = 0;

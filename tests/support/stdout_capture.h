@@ -1,19 +1,18 @@
-// What the process writes to standard output while the object lives. It is written when it goes.
+// What the process writes to standard output while the object lives. The main of the test programs
+// keeps all of it in a file; what the writer has not flushed is not there yet.
 #pragma once
+
+#include <sys/types.h>
 
 #include <string>
 
 class StdoutCapture {
  public:
   StdoutCapture();
-  ~StdoutCapture();
-  StdoutCapture(const StdoutCapture&) = delete;
-  StdoutCapture& operator=(const StdoutCapture&) = delete;
 
-  // All that was written so far.
+  // All that was written since.
   std::string Text() const;
 
  private:
-  int original_;
-  int file_;
+  off_t start_;
 };

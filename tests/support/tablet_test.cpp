@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <map>
 
 #include "platform/machine/text.h"
 #include "simulator/timeline.h"
+#include "tests/support/test_main.h"
 
 namespace {
 
@@ -25,26 +27,18 @@ simulator::Tablet& NewTablet() {
   return KeepForever(new simulator::Tablet(options));
 }
 
-// What the service opens once and keeps until its process ends.
-const std::map<platform::HandleKind, std::size_t> LongLived = {
-    {platform::HandleKind::Mutex, 2},         // the update lock, the order of reports
-    {platform::HandleKind::Event, 1},         // of the tick thread
-    {platform::HandleKind::File, 1},          // keyboardHandle
-    {platform::HandleKind::Notification, 2},  // one a device interface class
-    {platform::HandleKind::ServiceStatus, 1},
-};
-
 }  // namespace
 
 TabletTest::TabletTest() : tablet(NewTablet()), machine(tablet.machine()) {
-  machine.devices.ObserveTransfers([this](const platform::TransferRecord& record) {
+  machine.scheduler.OnStuck([](const std::string& why) { EndTest(why.c_str()); });
+  wire_ = machine.transfers.Observe([this](const platform::TransferRecord& record) {
     const std::scoped_lock lock(lock_);
     transfers_.push_back(record);
   });
 }
 
 TabletTest::~TabletTest() {
-  machine.devices.ObserveTransfers(nullptr);
+  wire_.reset();
   tablet.Remove();
 }
 
@@ -57,23 +51,16 @@ void TabletTest::TearDown() {
     ADD_FAILURE() << fault;
   }
   if (failuresCounted_) {
-    EXPECT_EQ(machine.gate.failed(), failuresOrdered_) << "an ordered failure was not met";
+    EXPECT_EQ(machine.gate.FailedOf(), failuresOrdered_) << "an ordered failure was not met";
   }
   EXPECT_EQ(machine.heap.OpenBlocks(), 0u) << "blocks of the process heap were not freed";
   CheckHandles();
 }
 
 void TabletTest::CheckHandles() const {
-  std::map<platform::HandleKind, std::size_t> open;
-  for (const platform::OpenHandle& handle : machine.handles.OpenHandles()) {
-    ++open[handle.kind];
-  }
-  for (const auto& [kind, count] : open) {
-    const auto lasting = LongLived.find(kind);
-    const auto expected = leftOpen_.find(kind);
-    const std::size_t allowed = (lasting == LongLived.end() ? 0 : lasting->second) +
-                                (expected == leftOpen_.end() ? 0 : expected->second);
-    EXPECT_LE(count, allowed) << "left open: " << platform::NameOf(kind) << " handles";
+  for (const auto& [kind, count] : simulator::CountOpenHandles(machine)) {
+    EXPECT_LE(count, simulator::LongLivedHandles(kind))
+        << "left open: " << platform::NameOf(kind) << " handles";
   }
 }
 
@@ -115,7 +102,7 @@ void TabletTest::KeepFailing(platform::Call call, u32 error) {
 
 std::vector<std::string> TabletTest::Lines() const {
   std::vector<std::string> lines;
-  const std::vector<platform::DebugLine> all = machine.debugLog.Lines();
+  const std::vector<platform::DebugLine> all = machine.debugLog.All();
   for (std::size_t i = firstLine_; i < all.size(); ++i) {
     lines.push_back(platform::Utf8FromWide(all[i].text));
   }
@@ -162,11 +149,7 @@ std::vector<std::string> TabletTest::DfuRequests() const {
 }
 
 void TabletTest::LookFromHere() {
-  firstLine_ = machine.debugLog.Lines().size();
+  firstLine_ = machine.debugLog.All().size();
   const std::scoped_lock lock(lock_);
   transfers_.clear();
-}
-
-void TabletTest::ExpectLeftOpen(platform::HandleKind kind, std::size_t count) {
-  leftOpen_[kind] += count;
 }

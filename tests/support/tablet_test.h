@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
 #include <string>
 #include <vector>
 
@@ -16,6 +15,7 @@
 #include "simulator/package.h"
 #include "simulator/tablet.h"
 #include "simulator/virtual_keyboard.h"
+#include "tests/support/printing.h"
 
 class TabletTest : public ::testing::Test {
  protected:
@@ -74,13 +74,22 @@ class TabletTest : public ::testing::Test {
   // Only the DFU class requests of Wire.
   std::vector<std::string> DfuRequests() const;
 
+  // What the open handles of the class's kind stand for, in the order in which they were opened.
+  template <class Object>
+  std::vector<std::shared_ptr<Object>> OpenObjects() const {
+    std::vector<std::shared_ptr<Object>> objects;
+    for (const platform::OpenHandle& open : machine.handles.OpenHandles()) {
+      if (open.kind == Object::Kind) {
+        objects.push_back(machine.handles.Get<Object>(open.value, "the test"));
+      }
+    }
+    return objects;
+  }
+
   // Forgets lines and transfers so far, so that the next look shows what came since.
   void LookFromHere();
 
-  // --- Exceptions from what TearDown checks ---
-
-  // The test ends with so many handles of the kind open on top of the long-lived ones.
-  void ExpectLeftOpen(platform::HandleKind kind, std::size_t count = 1);
+  // --- An exception from what TearDown checks ---
 
   // The layer finds a fault whose text holds these words.
   void ExpectFault(const std::string& words) { expectedFaults_.push_back(words); }
@@ -91,11 +100,11 @@ class TabletTest : public ::testing::Test {
  private:
   void CheckHandles() const;
 
+  platform::Observation wire_;
   mutable std::mutex lock_;
   std::vector<platform::TransferRecord> transfers_;
   std::size_t firstLine_ = 0;
   u64 failuresOrdered_ = 0;
   bool failuresCounted_ = true;
-  std::map<platform::HandleKind, std::size_t> leftOpen_;
   std::vector<std::string> expectedFaults_;
 };

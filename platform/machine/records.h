@@ -1,0 +1,79 @@
+// Who watches what happens on the machine, and the lists of what has happened. Any thread.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace platform {
+
+// An observer's place in a list. Whoever holds it watches; when it is let go, the observer is told
+// nothing more, and what it holds is released.
+using Observation = std::shared_ptr<const void>;
+
+// Told of each record as it comes up, on the thread on which it does, with no lock held. An
+// observer may block, and may let its own place go.
+template <class Record>
+class Observers {
+ public:
+  using Observer = std::function<void(const Record&)>;
+
+  // Observers are told in the order in which they came.
+  [[nodiscard]] Observation Observe(Observer observer) {
+    const auto place = std::make_shared<const Observer>(std::move(observer));
+    const std::scoped_lock lock(lock_);
+    places_.push_back(place);
+    return place;
+  }
+
+  void Tell(const Record& record) {
+    std::vector<std::shared_ptr<const Observer>> watching;
+    {
+      const std::scoped_lock lock(lock_);
+      std::erase_if(places_, [](const auto& place) { return place.expired(); });
+      for (const auto& place : places_) {
+        watching.push_back(place.lock());
+      }
+    }
+    for (const auto& observer : watching) {
+      if (observer != nullptr) {
+        (*observer)(record);
+      }
+    }
+  }
+
+ private:
+  std::mutex lock_;
+  std::vector<std::weak_ptr<const Observer>> places_;
+};
+
+// The same, and keeps the records for who asks later.
+template <class Record>
+class RecordLog : public Observers<Record> {
+ public:
+  void Add(const Record& record) {
+    {
+      const std::scoped_lock lock(lock_);
+      records_.push_back(record);
+    }
+    this->Tell(record);
+  }
+
+  std::vector<Record> All() const {
+    const std::scoped_lock lock(lock_);
+    return records_;
+  }
+
+  // Forgets the records so far.
+  void Clear() {
+    const std::scoped_lock lock(lock_);
+    records_.clear();
+  }
+
+ private:
+  mutable std::mutex lock_;
+  std::vector<Record> records_;
+};
+
+}  // namespace platform

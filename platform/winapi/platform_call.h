@@ -1,0 +1,111 @@
+// How every call of the layer begins, refuses and fails.
+//
+// A call makes one of these objects first of all. Making it enters the call gate, where the thread
+// may be held up or handed over; what the object says afterwards never blocks. Which class a call
+// takes depends on how Windows reports its errors.
+#pragma once
+
+#include <windows.h>
+
+#include <memory>
+#include <string>
+
+#include "platform/machine/machine.h"
+
+namespace platform {
+
+// For a call that has a way of its own to report errors.
+class PlatformCall {
+ public:
+  explicit PlatformCall(Call call)
+      : name_(NameOf(call)), orderedError_(TheMachine().gate.Enter(call)) {}
+
+  // Whether a test ordered that this use of the call fails; with that error then.
+  bool fails() const { return orderedError_ != 0; }
+  DWORD orderedError() const { return orderedError_; }
+
+  // A mistake of the caller: it fails the test.
+  void AddFault(const std::string& what) const {
+    TheMachine().faults.Add(std::string(name_) + ": " + what);
+  }
+
+  // A request that Windows may well accept and the layer does not model. A fault, and whatever the
+  // call's way to report errors, the last error is ERROR_NOT_SUPPORTED. what ends in "is" or "are".
+  void NoteRefusal(const std::string& what) const {
+    AddFault(what + " not modelled");
+    SetLastError(ERROR_NOT_SUPPORTED);
+  }
+
+  // The object behind a handle, which stays alive while the pointer is held even when another
+  // thread closes the handle. Null when there is none of that kind (see HandleTable::Find).
+  template <class T>
+  std::shared_ptr<T> Get(const void* handle) const {
+    return TheMachine().handles.Get<T>(handle, name_);
+  }
+
+  // False when there was nothing of that kind to close.
+  template <class T>
+  bool Close(const void* handle) const {
+    return TheMachine().handles.Close(handle, T::Kind, name_);
+  }
+
+  const char* name() const { return name_; }
+
+ private:
+  const char* const name_;
+  const DWORD orderedError_;
+};
+
+// For a call that sets the last error and returns a value that says no more than "failed": FALSE,
+// null, or another one given here.
+template <class Result>
+class LastErrorCall : public PlatformCall {
+ public:
+  explicit LastErrorCall(Call call, Result failed = {}) : PlatformCall(call), failed_(failed) {}
+
+  Result Fail(DWORD error) const {
+    SetLastError(error);
+    return failed_;
+  }
+  Result Fail() const { return Fail(orderedError()); }
+
+  Result Refuse(const std::string& what) const {
+    NoteRefusal(what);
+    return failed_;
+  }
+
+ private:
+  const Result failed_;
+};
+
+// For a call that returns its error and leaves the last error alone.
+template <class Status>
+class StatusCall : public PlatformCall {
+ public:
+  // notSupported is what a refusal returns.
+  StatusCall(Call call, Status notSupported) : PlatformCall(call), notSupported_(notSupported) {}
+
+  Status Fail() const { return static_cast<Status>(orderedError()); }
+
+  Status Refuse(const std::string& what) const {
+    NoteRefusal(what);
+    return notSupported_;
+  }
+
+ private:
+  const Status notSupported_;
+};
+
+// For a call that Windows carries out whenever its arguments are right. The service could do
+// nothing about a failure, so an order to fail is a mistake of the test: a fault, and the call goes
+// on.
+class SureCall : public LastErrorCall<BOOL> {
+ public:
+  explicit SureCall(Call call) : LastErrorCall(call) {
+    if (fails()) {
+      AddFault("its failure is not modelled");
+    }
+  }
+};
+
+}  // namespace platform

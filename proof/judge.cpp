@@ -1,0 +1,58 @@
+#include "proof/judge.h"
+
+#include "proof/judge_leftovers.h"
+#include "proof/judge_stillness.h"
+#include "proof/judge_wire.h"
+#include "proof/judge_words.h"
+#include "simulator/timeline.h"
+
+namespace proof {
+
+void Judge::Watch() {
+  faults_ = stage_.machine().faults.Observe([this](const std::string& fault) { Violate(fault); });
+  wire_ = stage_.machine().transfers.Observe(
+      [this](const platform::TransferRecord& record) { flash_.See(record); });
+}
+
+void Judge::Violate(const std::string& what) {
+  Take({"at " + SecondsText(stage_.tablet.nowMs()) + ": " + what});
+}
+
+// One fault brings others with it; the first few tell enough.
+void Judge::Take(const std::vector<std::string>& faults) {
+  constexpr std::size_t MostTold = 10;
+  const std::scoped_lock lock(lock_);
+  for (const std::string& fault : faults) {
+    if (violations_.size() < MostTold) {
+      violations_.push_back(fault);
+    }
+  }
+}
+
+std::vector<std::string> Judge::violations() const {
+  const std::scoped_lock lock(lock_);
+  return violations_;
+}
+
+void Judge::ConcludeLife(bool quiet) {
+  if (stage_.keyboard.strayDfuRequests() + stage_.second.strayDfuRequests() != 0) {
+    Violate("expected DFU requests in DFU mode only, found one for a running keyboard");
+  }
+  if (stage_.foreign.reports() != 0) {
+    Violate("expected nothing for another maker's keyboard, found a report");
+  }
+  flash_.Look();
+  Take(flash_.faults());
+
+  stage_.history.Close();
+  std::vector<std::string> faults;
+  const std::vector<Operation> operations = JudgeWire(stage_.history, plan_, faults);
+  Take(faults);
+  Take(JudgeWords(stage_.history, plan_, operations));
+  Take(JudgeStillness(stage_.history, operations, stage_.tablet.nowMs()));
+  if (quiet) {
+    Take(JudgeLeftovers(stage_.history, stage_.machine(), plan_));
+  }
+}
+
+}  // namespace proof

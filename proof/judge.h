@@ -1,0 +1,46 @@
+// The judge of a life: holds what happens against what the service promises.
+//
+// Written from the promise, not from the service's code: it sees the wire, the words told, the
+// keyboards, the notifications and what is left open, and nothing of the service's own values. Each
+// thing that it looks at has a file of its own, judge_*.h.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "proof/judge_flash.h"
+#include "proof/plan.h"
+
+namespace proof {
+
+class Judge {
+ public:
+  // originalFlash is what each keyboard held before the trial.
+  Judge(Stage& stage, const TrialPlan& plan, const NorFlash& originalFlash)
+      : stage_(stage), plan_(plan), flash_(stage, plan, originalFlash) {}
+
+  // Begins to watch.
+  void Watch();
+
+  void Violate(const std::string& what);
+
+  // Looks at all that can be looked at when the life is over. quiet: no update is under way, so
+  // nothing may be open but what lives as long as the process.
+  void ConcludeLife(bool quiet);
+
+  std::vector<std::string> violations() const;
+
+ private:
+  void Take(const std::vector<std::string>& faults);
+
+  Stage& stage_;
+  const TrialPlan& plan_;
+  FlashJudge flash_;
+  platform::Observation faults_;
+  platform::Observation wire_;
+  mutable std::mutex lock_;
+  std::vector<std::string> violations_;
+};
+
+}  // namespace proof

@@ -1,0 +1,308 @@
+#include "proof/life.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+#include "simulator/product_memory.h"
+
+namespace proof {
+
+namespace {
+
+// What a life may take to update a keyboard that is plugged in anew, long poll times included.
+constexpr u64 UpdateWithinMs = 900'000;
+
+// From the keyboard's return to the end of the session.
+constexpr u64 SettleMs = 15'000;
+
+// The start-up sequence's delays, and the time of a decision with an enter-DFU request.
+constexpr u64 StartUpMs = 45'000;
+
+constexpr u64 UnpluggedMs = 3'000;
+
+TabletOptions OptionsFor(const TrialPlan& plan, const std::string& driveFolder) {
+  TabletOptions options;
+  options.scheduler.seed = plan.schedulerSeed;
+  if (plan.parallel) {
+    options.scheduler.mode = platform::SchedulerMode::Parallel;
+  }
+  options.driveFolder = driveFolder;
+  return options;
+}
+
+KeyboardOptions OptionsOfSecond(const TrialPlan& plan) {
+  KeyboardOptions options = plan.keyboard;
+  options.unit = SecondUnit;
+  return options;
+}
+
+NorFlash FlashFrom(const std::vector<FlashRegion>& regions, const std::vector<u8>& bytes) {
+  NorFlash flash(regions);
+  const std::vector<FlashSector> sectors = flash.sectors();
+  for (const FlashSector& sector : sectors) {
+    const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(sector.offset);
+    flash.Program(sector.address, {begin, begin + static_cast<std::ptrdiff_t>(sector.sizeBytes)});
+  }
+  return flash;
+}
+
+// The one of the process, for who cannot be handed it.
+Life* runningLife = nullptr;
+
+}  // namespace
+
+Life::Life(const TrialPlan& plan, const std::string& driveFolder, const Carried& carried,
+           bool troubled, LifePage& page, std::FILE* trace)
+    : plan_(plan),
+      page_(page),
+      trace_(trace),
+      troubled_(troubled),
+      tablet_(OptionsFor(plan, driveFolder)),
+      keyboard_(*new VirtualKeyboard(tablet_.machine(),
+                                     troubled ? plan.keyboard : KeyboardInPeace(plan))),
+      foreign_(*new ForeignKeyboard(tablet_.machine(), {})),
+      history_(tablet_.machine()),
+      stage_{tablet_,  keyboard_,   *new VirtualKeyboard(tablet_.machine(), OptionsOfSecond(plan)),
+             foreign_, deliveries_, history_},
+      troubles_(stage_, plan),
+      judge_(stage_, plan, keyboard_.ReadFlash()) {
+  if (carried.any) {
+    keyboard_.WriteFlash(FlashFrom(plan.keyboard.flash, carried.flash));
+  }
+  attachInDfu_ = carried.any && carried.mode == KeyboardMode::Dfu;
+}
+
+void Life::Run() {
+  Watch();
+  SetUp();
+  if (troubled_) {
+    LetTroublesHappen();
+  }
+  EndTroubles();
+  if (!HasEnded()) {
+    Recover();
+  }
+  if (!HasEnded() && stage_.secondCame) {
+    RecoverSecond();
+  }
+  // One that comes late brings a decision, and the life must not be judged in the midst of it.
+  PassUntil(troubles_.lastNoticeMs() + SettleMs);
+  Conclude();
+}
+
+// Asked with the scheduler's lock held, too.
+bool Life::HasEnded() {
+  return stage_.killed || machine().processExitCode().has_value();
+}
+
+bool Life::IsUpdated(const VirtualKeyboard& keyboard) const {
+  return keyboard.runningVersion() == plan_.package.version;
+}
+
+void Life::Watch() {
+  history_.Watch();
+  judge_.Watch();
+  runningLife = this;
+  OnMemoryRefused([] { runningLife->SeeRefusedMemory(); });
+  calls_ = machine().gate.Observe([this](platform::Call call) {
+    ++page_.calls;
+    page_.lastCall = call;
+    page_.lastCallMs = tablet_.nowMs();
+  });
+  if (trace_ != nullptr) {
+    timeline_ = new Timeline(machine(), trace_, {.wire = true});
+    timeline_->WatchMachine();
+    callTroubles_ = machine().gate.troubles.Observe([this](const platform::CallTrouble& trouble) {
+      timeline_->Write("trouble", std::string("at call ") + std::to_string(trouble.number) + ", " +
+                                      platform::NameOf(trouble.call));
+    });
+  }
+  wire_ = machine().transfers.Observe(
+      [this](const platform::TransferRecord& record) { SeeTransfer(record); });
+  machine().notifications.PlanDeliveries(
+      [this](const platform::Notice& notice) { return troubles_.PlanDelivery(notice); });
+  machine().scheduler.OnStuck([this](const std::string& why) { EndStuck(why); });
+}
+
+void Life::SeeRefusedMemory() {
+  history_.Note(Happening::MemoryRefused);
+  if (timeline_ != nullptr) {
+    timeline_->Write("trouble", "memory refused");
+  }
+}
+
+void Life::SeeTransfer(const platform::TransferRecord& record) {
+  if (record.setup.Request == DfuDnload && record.setup.Value > 1) {
+    report_.lastBlockTransfer = machine().transfers.total();
+  }
+}
+
+void Life::SetUp() {
+  std::error_code ignored;
+  std::filesystem::remove_all(
+      tablet_.driveFolder() + "/Windows/System32/DriverStore/FileRepository", ignored);
+  tablet_.InstallPackage(plan_.package.fileName, plan_.package.bytes);
+  machine().power.SetBatteryPercent(troubled_ ? plan_.batteryPercent : FullEnoughPercent);
+  if (plan_.userLoggedOn || !troubled_) {
+    stage_.LogOnUser();
+    loggedOn_ = true;
+  }
+  if (plan_.secondIsListedFirst) {
+    // The lists keep the order in which devices came first.
+    stage_.second.AttachInDfuMode();
+    stage_.second.Detach();
+  }
+  if (troubled_) {
+    troubles_.Arm();
+  }
+  if (!troubled_ || plan_.attachMs == 0) {
+    PlugIn();
+  }
+  tablet_.StartService();
+}
+
+void Life::PlugIn() {
+  if (attachInDfu_) {
+    keyboard_.AttachInDfuMode();
+  } else {
+    keyboard_.Attach();
+  }
+}
+
+void Life::PassUntil(u64 timeMs) {
+  if (timeMs > tablet_.nowMs()) {
+    tablet_.PassTimeUntil([this] { return HasEnded(); }, timeMs - tablet_.nowMs());
+  }
+}
+
+void Life::LetTroublesHappen() {
+  bool attached = plan_.attachMs == 0;
+  for (const Trouble& trouble : plan_.troubles) {
+    if (trouble.kind->place != FaultPlace::Time) {
+      continue;
+    }
+    if (!attached && plan_.attachMs <= trouble.at) {
+      PassUntil(plan_.attachMs);
+      PlugIn();
+      attached = true;
+    }
+    PassUntil(trouble.at);
+    if (HasEnded()) {
+      return;
+    }
+    if (timeline_ != nullptr) {
+      timeline_->Write("trouble", trouble.kind->told);
+    }
+    troubles_.Happen(trouble);
+  }
+  if (!attached) {
+    PassUntil(plan_.attachMs);
+    PlugIn();
+  }
+  PassUntil(plan_.quietAtMs);
+}
+
+// From here on the world is as it should be.
+void Life::EndTroubles() {
+  if (timeline_ != nullptr) {
+    timeline_->Write("trouble", "all of it ends");
+  }
+  const u64 callFaults = machine().gate.FailedOf();
+  if (troubled_ && callFaults != 0) {
+    report_.troubles["call failed"] = callFaults;
+  }
+  report_.troubledCalls = machine().gate.total();
+  report_.troubledTransfers = machine().transfers.total();
+  report_.troubledMemoryRequests = ProductMemory().requests;
+  for (std::size_t i = 0; i < history_.holds(); ++i) {
+    troubles_.Count("thread held up");
+  }
+  troubles_.End();
+  if (!loggedOn_) {
+    stage_.LogOnUser();
+  }
+}
+
+void Life::Recover() {
+  if (!troubled_) {
+    // A new start alone should do.
+    tablet_.PassTimeUntil([this] { return IsUpdated() || HasEnded(); }, UpdateWithinMs);
+  }
+  if (!plan_.expectsUpdate) {
+    PassUntil(plan_.quietAtMs + SettleMs);
+    return;
+  }
+  if (!troubled_ && !IsUpdated() && !HasEnded()) {
+    judge_.Violate("a new start of the service did not update the keyboard");
+  }
+  if (!IsUpdated()) {
+    PassUntil(StartUpMs);
+    keyboard_.Detach();
+    tablet_.PassTime(UnpluggedMs);
+    keyboard_.Attach();
+    tablet_.PassTimeUntil([this] { return IsUpdated() || HasEnded(); }, UpdateWithinMs);
+  }
+  if (IsUpdated()) {
+    PassUntil(StartUpMs);
+    tablet_.PassTime(SettleMs);
+  }
+}
+
+// Its attachment alone should do, as soon as the first one is served.
+void Life::RecoverSecond() {
+  if (plan_.expectsUpdate && !IsUpdated()) {
+    return;
+  }
+  stage_.second.AttachInDfuMode();
+  tablet_.PassTimeUntil([this] { return IsUpdated(stage_.second) || HasEnded(); }, UpdateWithinMs);
+  if (!IsUpdated(stage_.second) && !HasEnded() && !MayNeedNewStart(plan_)) {
+    judge_.Violate("the second keyboard was not updated although it was plugged in anew");
+  }
+  tablet_.PassTime(SettleMs);
+}
+
+void Life::Conclude() {
+  report_.updated = IsUpdated();
+  page_.processEnded = HasEnded();
+  // An operation whose thread could not be made holds what it opened until the device's next
+  // arrival, which does not come when its work was not needed any more.
+  const bool idle = machine().gate.FailedOf(platform::Call::CreateThread) == 0;
+  judge_.ConcludeLife(idle && report_.updated && !page_.processEnded);
+  page_.mode = keyboard_.mode();
+  report_.virtualMs = tablet_.nowMs();
+  report_.platformCalls = machine().gate.total();
+  const NorFlash flash = keyboard_.ReadFlash();
+  page_.flashBytes = std::min(flash.bytes().size(), MostFlashBytes);
+  std::memcpy(page_.flash, flash.bytes().data(), page_.flashBytes);
+  report_.violations = judge_.violations();
+  for (const ToldWord& told : tablet_.WordsTold()) {
+    ++report_.words[told.word];
+  }
+  for (const auto& [trouble, count] : troubles_.counts()) {
+    report_.troubles[trouble] += count;
+  }
+  WriteReport();
+  page_.concluded = true;
+}
+
+void Life::WriteReport() {
+  std::strncpy(page_.text, ReportText(report_).c_str(), LifeTextBytes - 1);
+}
+
+// No thread can run any more, so neither can this one: says so and ends the process.
+void Life::EndStuck(const std::string& why) {
+  report_.violations = {"at " + SecondsText(page_.lastCallMs) + ": " +
+                        why.substr(0, why.find('\n'))};
+  WriteReport();
+  if (trace_ != nullptr) {
+    std::fprintf(trace_, "%s\n", why.c_str());
+    std::fflush(trace_);
+  }
+  _exit(1);
+}
+
+}  // namespace proof

@@ -1,0 +1,97 @@
+// One life of the service, from its start to its end or to the end of the trial, in a host process
+// of its own. The script of a trial: troubles, recovery, the second keyboard, the judge's look.
+#pragma once
+
+#include <atomic>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "proof/judge.h"
+#include "proof/plan.h"
+#include "proof/trial_report.h"
+#include "proof/troubles.h"
+#include "simulator/timeline.h"
+
+namespace proof {
+
+// What the keyboard brings from an earlier life.
+struct Carried {
+  bool any = false;
+  KeyboardMode mode = KeyboardMode::Normal;
+  std::vector<u8> flash;
+};
+
+inline constexpr std::size_t LifeTextBytes = 1 << 16;
+inline constexpr std::size_t MostFlashBytes = 4 << 20;
+
+// Written by a life's process, read by the trial's once that has ended.
+struct LifePage {
+  // The platform call that began last; kept while the life runs, for one that ends before its time.
+  std::atomic<u64> calls;
+  std::atomic<platform::Call> lastCall;
+  std::atomic<u64> lastCallMs;
+
+  bool concluded;
+  bool processEnded;  // the service stopped or was killed before the life was over
+  KeyboardMode mode;
+  std::size_t flashBytes;
+  char text[LifeTextBytes];  // its report
+  u8 flash[MostFlashBytes];
+};
+
+class Life {
+ public:
+  // troubled: the plan's troubles happen in it. trace: where its timeline goes; null for none.
+  // Switches the host process's machine on.
+  Life(const TrialPlan& plan, const std::string& driveFolder, const Carried& carried, bool troubled,
+       LifePage& page, std::FILE* trace);
+
+  // Fills the page. The process is of no use afterwards: threads of the service may still stand
+  // in its calls.
+  void Run();
+
+  // A request of the service for memory is being refused, on the calling thread.
+  void SeeRefusedMemory();
+
+ private:
+  platform::Machine& machine() { return tablet_.machine(); }
+  bool HasEnded();
+  bool IsUpdated(const VirtualKeyboard& keyboard) const;
+  bool IsUpdated() const { return IsUpdated(keyboard_); }
+
+  void Watch();
+  void SeeTransfer(const platform::TransferRecord& record);
+  void SetUp();
+  void PlugIn();
+  void PassUntil(u64 timeMs);
+  void LetTroublesHappen();
+  void EndTroubles();
+  void Recover();
+  void RecoverSecond();
+  void Conclude();
+  void WriteReport();
+  [[noreturn]] void EndStuck(const std::string& why);
+
+  const TrialPlan& plan_;
+  LifePage& page_;
+  std::FILE* const trace_;
+  TrialReport report_;
+  const bool troubled_;
+  Tablet tablet_;
+  VirtualKeyboard& keyboard_;
+  ForeignKeyboard& foreign_;
+  Deliveries deliveries_;
+  History history_;
+  Stage stage_;
+  Troubles troubles_;
+  Judge judge_;
+  Timeline* timeline_ = nullptr;
+  platform::Observation wire_;
+  platform::Observation calls_;
+  platform::Observation callTroubles_;
+  bool attachInDfu_ = false;
+  bool loggedOn_ = false;
+};
+
+}  // namespace proof

@@ -1,0 +1,118 @@
+#include "proof/plan_text.h"
+
+#include <algorithm>
+
+#include "proof/life.h"
+
+namespace proof {
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+constexpr Setting<TrialPlan> PlanLines[] = {
+    {"second-listed-first", "yes or no",
+     [](const TrialPlan& plan) { return Texts{YesNoText(plan.secondIsListedFirst)}; },
+     [](TrialPlan& plan, const std::string& value) {
+       return ReadYesNo(value, plan.secondIsListedFirst);
+     }},
+    {"quiet-at", "a time such as 90s",
+     [](const TrialPlan& plan) { return Texts{TimeText(plan.quietAtMs)}; },
+     [](TrialPlan& plan, const std::string& value) { return ReadTime(value, plan.quietAtMs); }},
+    {"expects-update", "yes or no",
+     [](const TrialPlan& plan) { return Texts{YesNoText(plan.expectsUpdate)}; },
+     [](TrialPlan& plan, const std::string& value) {
+       return ReadYesNo(value, plan.expectsUpdate);
+     }},
+};
+
+constexpr char FaultName[] = "fault";
+
+bool TakeFault(const SettingLine& line, TrialPlan& plan, std::string& reason) {
+  const std::string why = ReadTrouble(line.value, plan.troubles.emplace_back());
+  reason = "line " + std::to_string(line.number) + ": " + FaultName + " " + why;
+  return why.empty();
+}
+
+bool Take(const SettingLine& line, SettingReader<TrialPlan>& own, SettingReader<Scenario>& scenario,
+          TrialPlan& plan, std::string& reason) {
+  if (line.name == FaultName) {
+    return TakeFault(line, plan, reason);
+  }
+  LineOutcome outcome = own.Take(line, plan, reason);
+  if (outcome == LineOutcome::NotMine) {
+    outcome = scenario.Take(line, plan, reason);
+  }
+  if (outcome == LineOutcome::NotMine) {
+    reason = UnknownSetting(line);
+  }
+  return outcome == LineOutcome::Taken;
+}
+
+std::string FaultOfTroubles(const TrialPlan& plan) {
+  for (const Trouble& trouble : plan.troubles) {
+    const auto count =
+        std::count_if(plan.troubles.begin(), plan.troubles.end(),
+                      [&](const Trouble& other) { return other.kind == trouble.kind; });
+    if (trouble.kind->traits.isSingle && count > 1) {
+      return std::string("a plan has one fault of the kind '") + trouble.kind->name + "'";
+    }
+    if (trouble.kind->place == FaultPlace::Time && trouble.at > plan.quietAtMs) {
+      return "the fault '" + TroubleText(trouble) + "' comes after quiet-at";
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+std::string PlanText(const TrialPlan& plan) {
+  std::string text = "# " + plan.name + "\n";
+  text += WriteSettings<Scenario>(ScenarioSettings(), plan);
+  text += WriteSettings<TrialPlan>(PlanLines, plan);
+  for (const Trouble& trouble : plan.troubles) {
+    text += std::string(FaultName) + " = " + TroubleText(trouble) + "\n";
+  }
+  return text;
+}
+
+bool ReadPlan(const std::string& text, TrialPlan& plan, std::string& reason) {
+  std::vector<SettingLine> lines;
+  if (!SplitSettings(text, lines, reason)) {
+    return false;
+  }
+  SettingReader<TrialPlan> own(PlanLines);
+  SettingReader<Scenario> scenario(ScenarioSettings());
+  for (const SettingLine& line : lines) {
+    if (!Take(line, own, scenario, plan, reason)) {
+      return false;
+    }
+  }
+  std::stable_sort(plan.troubles.begin(), plan.troubles.end(), HappensBefore);
+  SetPackage(plan, plan.packageDraft);
+  reason = FaultOfPlan(plan);
+  return reason.empty();
+}
+
+std::string FaultOfPlan(const TrialPlan& plan) {
+  if (plan.keyboard.alternateSettings.empty()) {
+    return "the keyboard needs an alternate-setting";
+  }
+  NorFlash flash(plan.keyboard.flash);
+  if (flash.bytes().size() > MostFlashBytes) {
+    return "a trial's map has at most 4 MiB";
+  }
+  const DfuSeTarget* const target = TargetForUpdate(plan.package.contents);
+  if (target == nullptr) {
+    return "the package needs a target for alternate setting 0";
+  }
+  for (const DfuSeElement& element : target->elements) {
+    flash.Program(element.address, element.data);
+  }
+  if (FindKeyboardImage(flash, plan.keyboard.imageAddress) != plan.package.version) {
+    return "the package's target 0 makes no firmware for this map and image-address";
+  }
+  return FaultOfTroubles(plan);
+}
+
+}  // namespace proof

@@ -1,0 +1,66 @@
+// What the troubles of a plan act on: the tablet, its keyboards, and how notices are delivered.
+#pragma once
+
+#include <atomic>
+
+#include "proof/history.h"
+#include "simulator/foreign_keyboard.h"
+#include "simulator/tablet.h"
+#include "simulator/virtual_keyboard.h"
+
+namespace proof {
+
+// A charge that is enough for an update.
+inline constexpr u8 FullEnoughPercent = 80;
+
+// How the next notices are delivered; all of them in order when nothing is set. The script and the
+// threads that announce use it.
+struct Deliveries {
+  std::atomic<u32> drop = 0;     // so many arrivals are never told
+  std::atomic<u32> twice = 0;    // so many are delivered twice
+  std::atomic<u32> delayMs = 0;  // all are late by so much
+  std::atomic<u32> apart =
+      0;  // so many come on threads of their own, each late by a time of its own
+};
+
+// What the plan's events act on. Lives as long as its host process.
+struct Stage {
+  Tablet& tablet;
+  VirtualKeyboard& keyboard;
+  VirtualKeyboard& second;  // of the same kind, not plugged in
+  ForeignKeyboard& foreign;
+  Deliveries& deliveries;
+  History& history;
+  std::atomic<bool> secondCame = false;
+  std::atomic<bool> killed = false;  // the plan ended the service's process
+
+  platform::Machine& machine() { return tablet.machine(); }
+
+  void LogOffUser() {
+    tablet.LogOffUser();
+    history.Note(Happening::UserLeft);
+  }
+
+  void LogOnUser() {
+    tablet.LogOnUser();
+    history.Note(Happening::UserCame);
+  }
+
+  void StopService() {
+    history.Note(Happening::StopSent);
+    machine().services.SendControl(SERVICE_CONTROL_STOP);
+  }
+
+  // The keyboard's DFU device, from when it is attached next.
+  void RefuseOpens() {
+    history.Note(Happening::OpenRefused);
+    keyboard.Change([](KeyboardOptions& options) { options.dfuOpenError = ERROR_ACCESS_DENIED; });
+  }
+
+  void AttachSecond() {
+    secondCame = true;
+    second.AttachInDfuMode();
+  }
+};
+
+}  // namespace proof

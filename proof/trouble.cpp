@@ -1,0 +1,257 @@
+#include "proof/trouble.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "simulator/dfu_descriptors.h"
+#include "simulator/product_memory.h"
+
+namespace proof {
+
+namespace {
+
+constexpr u64 MostMs = 0xFFFFFF;  // the longest that the protocol can tell
+constexpr u64 MostNotices = 1000;
+constexpr u64 MostByte = 255;
+constexpr char AwayMs[] = "for how many milliseconds";
+constexpr char HowMany[] = "how many";
+
+u32 First(const Trouble& trouble) {
+  return static_cast<u32>(trouble.numbers[0]);
+}
+
+// --- At a time ---
+
+void Unplug(Stage& stage, const Trouble& trouble) {
+  if (trouble.numbers[1] != 0) {
+    stage.deliveries.apart = static_cast<u32>(trouble.numbers[1]);
+  }
+  stage.keyboard.PullFor(trouble.numbers[0], stage.keyboard.mode() == KeyboardMode::Dfu);
+}
+
+void DropArrivals(Stage& stage, const Trouble& trouble) {
+  stage.deliveries.drop = First(trouble);
+}
+
+void DoubleNotices(Stage& stage, const Trouble& trouble) {
+  stage.deliveries.twice = First(trouble);
+}
+
+void DelayNotices(Stage& stage, const Trouble& trouble) {
+  stage.deliveries.delayMs = First(trouble);
+}
+
+void TellNoticesApart(Stage& stage, const Trouble& trouble) {
+  stage.deliveries.apart = First(trouble);
+}
+
+void KeepKeyboardAway(Stage& stage, const Trouble&) {
+  stage.keyboard.Change([](KeyboardOptions& options) { options.returnsAfterReport = false; });
+}
+
+void SlowKeyboardDown(Stage& stage, const Trouble& trouble) {
+  stage.keyboard.Change([&](KeyboardOptions& options) { options.silentMs = First(trouble); });
+}
+
+void RefuseOpens(Stage& stage, const Trouble&) {
+  stage.RefuseOpens();
+}
+
+void AttachForeign(Stage& stage, const Trouble&) {
+  stage.foreign.Attach();
+}
+
+void AttachSecond(Stage& stage, const Trouble&) {
+  stage.AttachSecond();
+}
+
+void PauseService(Stage& stage, const Trouble&) {
+  stage.machine().services.SendControl(SERVICE_CONTROL_PAUSE);
+}
+
+void SendOtherControl(Stage& stage, const Trouble& trouble) {
+  stage.machine().services.SendControl(First(trouble));
+}
+
+void StopService(Stage& stage, const Trouble&) {
+  stage.StopService();
+}
+
+void LogUserOff(Stage& stage, const Trouble&) {
+  stage.LogOffUser();
+}
+
+void ChangeCharge(Stage& stage, const Trouble& trouble) {
+  stage.machine().power.SetBatteryPercent(static_cast<u8>(trouble.numbers[0]));
+}
+
+void ReportError(Stage& stage, const Trouble& trouble) {
+  stage.keyboard.ScriptStatus(
+      {static_cast<u8>(trouble.numbers[0]), 0, static_cast<u8>(trouble.numbers[1])});
+}
+
+void SayBusy(Stage& stage, const Trouble& trouble) {
+  stage.keyboard.ScriptStatus({dfuOK, First(trouble), dfuDNBUSY});
+}
+
+void BeBusy(Stage& stage, const Trouble& trouble) {
+  stage.keyboard.Change([&](KeyboardOptions& options) {
+    options.bootloader.eraseBaseMs = First(trouble);
+    options.bootloader.writeMs = First(trouble);
+  });
+}
+
+void AnswerNothing(Stage& stage, const Trouble&) {
+  stage.keyboard.Intercept([](const WINUSB_SETUP_PACKET&, const platform::Bytes&) {
+    return platform::UsbReply{platform::UsbResult::TimedOut, {}, 0};
+  });
+}
+
+// --- In front of a transfer or a call ---
+
+void AnnounceAgain(Stage& stage, const Trouble&) {
+  stage.machine().notifications.Announce(
+      {CM_NOTIFY_ACTION_DEVICEINTERFACEARRIVAL, DfuModeInterfaceGuid, u"once more"});
+}
+
+void KillService(Stage& stage, const Trouble&) {
+  stage.killed = true;
+  stage.history.Note(Happening::Ended);
+  stage.machine().KillServiceProcess();
+}
+
+// --- Orders to the machine ---
+
+void FailCall(Stage& stage, const Trouble& trouble) {
+  stage.machine().gate.FailNumber(trouble.at, First(trouble), trouble.numbers[1] != 0);
+}
+
+void HoldCall(Stage& stage, const Trouble& trouble) {
+  stage.machine().gate.HoldNumber(trouble.at, trouble.numbers[0]);
+}
+
+void RefuseMemory(Stage&, const Trouble& trouble) {
+  RefuseMemoryRequest(trouble.at);
+}
+
+using enum FaultPlace;
+
+constexpr TroubleKind Kinds[] = {
+    {"unplug", Time, "keyboard pulled", 1, AwayMs, MostMs, Unplug},
+    {"drop", Time, "arrivals to be dropped", 1, HowMany, MostNotices, DropArrivals},
+    {"double", Time, "notices to come twice", 1, HowMany, MostNotices, DoubleNotices},
+    {"late", Time, "notices to come late", 1, AwayMs, MostMs, DelayNotices},
+    {"apart", Time, "notices to come apart", 1, HowMany, MostNotices, TellNoticesApart},
+    {"no-return", Time, "keyboard not to return", 0, "", 0, KeepKeyboardAway},
+    {"slow", Time, "keyboard slow to answer", 1, AwayMs, MostMs, SlowKeyboardDown},
+    {"no-open", Time, "DFU device not to be opened", 0, "", 0, RefuseOpens},
+    {"foreign", Time, "foreign keyboard attached", 0, "", 0, AttachForeign},
+    {"second", Time, "second keyboard attached", 0, "", 0, AttachSecond},
+    {"pause", Time, "service paused", 0, "", 0, PauseService},
+    {"control", Time, "other control sent", 1, "which", MostByte, SendOtherControl},
+    {"stop", Time, "service stopped", 0, "", 0, StopService},
+    {"log-off", Time, "user logged off", 0, "", 0, LogUserOff},
+    {"battery", Time, "battery changed", 1, "the charge in percent", MostByte, ChangeCharge},
+    {"error", Time, "device reports an error", 2, "bStatus and bState", MostByte, ReportError},
+    {"say-busy", Time, "device says that it is busy for long", 1, AwayMs, MostMs, SayBusy},
+    {"busy", Time, "device busy for long", 1, AwayMs, MostMs, BeBusy},
+    {"silent", Time, "device answers nothing", 0, "", 0, AnswerNothing},
+    {"unplug", Transfer, "pulled at a transfer", 2,
+     "for how many milliseconds, and how many notices come apart then", MostMs, Unplug},
+    {"second", Transfer, "second keyboard attached", 0, "", 0, AttachSecond},
+    {"announce", Transfer, "announced again", 0, "", 0, AnnounceAgain, {.needsDfuMode = true}},
+    {"kill", Call, "killed at a call", 0, "", 0, KillService},
+    {"fail",
+     Call,
+     "call failed",
+     2,
+     "which documented error, and 1 for all calls from then on",
+     MostByte,
+     FailCall,
+     {.isOrder = true, .isSingle = true, .mayNeedNewStart = true}},
+    {"hold", Call, "thread held up", 1, AwayMs, MostMs, HoldCall, {.isOrder = true}},
+    {"refuse",
+     Request,
+     "memory refused",
+     0,
+     "",
+     0,
+     RefuseMemory,
+     {.isOrder = true, .isSingle = true, .mayNeedNewStart = true}},
+};
+
+std::string KindNames(FaultPlace place) {
+  std::string names;
+  for (const TroubleKind& kind : Kinds) {
+    if (kind.place == place) {
+      names += (names.empty() ? "" : ", ") + std::string(kind.name);
+    }
+  }
+  return names;
+}
+
+std::string NumbersText(const TroubleKind& kind) {
+  if (kind.numberCount == 0) {
+    return "no number";
+  }
+  return std::to_string(kind.numberCount) + (kind.numberCount == 1 ? " number: " : " numbers: ") +
+         kind.numbers;
+}
+
+}  // namespace
+
+std::span<const TroubleKind> TroubleKinds() {
+  return Kinds;
+}
+
+const TroubleKind* FindTroubleKind(const std::string& name, FaultPlace place) {
+  const auto* const found = std::find_if(
+      std::begin(Kinds), std::end(Kinds),
+      [&](const TroubleKind& kind) { return kind.place == place && name == kind.name; });
+  return found == std::end(Kinds) ? nullptr : found;
+}
+
+Trouble MakeTrouble(const char* name, FaultPlace place, u64 at, u64 first, u64 second) {
+  const TroubleKind* const kind = FindTroubleKind(name, place);
+  if (kind == nullptr) {
+    std::abort();
+  }
+  return {kind, at, {first, second}};
+}
+
+bool HappensBefore(const Trouble& a, const Trouble& b) {
+  const auto key = [](const Trouble& trouble) {
+    return trouble.kind->place == FaultPlace::Time ? trouble.at : ~u64{0};
+  };
+  return key(a) < key(b);
+}
+
+std::string TroubleText(const Trouble& trouble) {
+  FaultOrder order{trouble.kind->name, trouble.kind->place, trouble.at, {}};
+  order.numbers.assign(trouble.numbers, trouble.numbers + trouble.kind->numberCount);
+  return FaultOrderText(order);
+}
+
+std::string ReadTrouble(const std::string& text, Trouble& trouble) {
+  FaultOrder order;
+  if (!ReadFaultOrder(text, order)) {
+    return "takes KIND@22.5s, @transfer17, @call120 or @request5 and numbers, not '" + text + "'";
+  }
+  const TroubleKind* const kind = FindTroubleKind(order.kind, order.place);
+  if (kind == nullptr) {
+    return "knows there " + KindNames(order.place) + ", not '" + order.kind + "'";
+  }
+  if (order.numbers.size() != kind->numberCount) {
+    return std::string(kind->name) + " takes " + NumbersText(*kind);
+  }
+  trouble = {kind, order.at, {}};
+  for (std::size_t i = 0; i < order.numbers.size(); ++i) {
+    if (order.numbers[i] > kind->most) {
+      return std::string(kind->name) + " takes numbers up to " + std::to_string(kind->most);
+    }
+    trouble.numbers[i] = order.numbers[i];
+  }
+  return {};
+}
+
+}  // namespace proof

@@ -1,0 +1,54 @@
+// A trouble of a plan as data: its kind, where it happens, and the numbers that it needs.
+#pragma once
+
+#include <span>
+#include <string>
+
+#include "proof/stage.h"
+#include "simulator/fault_order.h"
+
+namespace proof {
+
+struct TroubleKind;
+
+struct Trouble {
+  const TroubleKind* kind = nullptr;
+  u64 at = 0;  // milliseconds for what happens at a time, else a number counted from 1
+  u64 numbers[2] = {};
+};
+
+struct TroubleKind {
+  const char* name;  // in a plan's text
+  FaultPlace place;
+  const char* told;  // in the trace and in the counts
+  std::size_t numberCount;
+  const char* numbers;  // what they mean, for who writes a plan
+  u64 most;             // of each of them
+  void (*happen)(Stage& stage, const Trouble& trouble);
+
+  // What is particular about it; none of all that by default.
+  struct Traits {
+    bool isOrder = false;          // the machine is told of it in front, and notes it when it comes
+    bool isSingle = false;         // a plan has one at the most
+    bool needsDfuMode = false;     // nothing happens while the keyboard is in another
+    bool mayNeedNewStart = false;  // see MayNeedNewStart
+  } traits = {};
+};
+
+std::span<const TroubleKind> TroubleKinds();
+
+// Null when there is none of that name for such a place.
+const TroubleKind* FindTroubleKind(const std::string& name, FaultPlace place);
+
+// The kind must exist.
+Trouble MakeTrouble(const char* name, FaultPlace place, u64 at, u64 first = 0, u64 second = 0);
+
+// The order of a plan: by time, and behind them those of a place.
+bool HappensBefore(const Trouble& a, const Trouble& b);
+
+std::string TroubleText(const Trouble& trouble);
+
+// Empty, or why the text is not a trouble.
+std::string ReadTrouble(const std::string& text, Trouble& trouble);
+
+}  // namespace proof

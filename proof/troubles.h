@@ -1,0 +1,50 @@
+// What goes wrong in a life, at a call, at a transfer or on the way of a notice, and the count of
+// what did. Any thread; lives as long as its host process.
+#pragma once
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "proof/plan.h"
+
+namespace proof {
+
+class Troubles {
+ public:
+  Troubles(Stage& stage, const TrialPlan& plan) : stage_(stage), plan_(plan) {}
+
+  // Gives the machine the plan's orders: what happens at a call, a transfer or a request for
+  // memory.
+  void Arm();
+
+  // Takes back every order and makes the world as it should be. What was armed and not met stays
+  // without effect.
+  void End();
+
+  // How a notice that is about to be told is to be delivered.
+  platform::DeliveryPlan PlanDelivery(const platform::Notice& notice);
+
+  // When the last notice so far reaches the service.
+  u64 lastNoticeMs() const;
+
+  // Lets a trouble happen whose time or place has come, unless the troubles have ended.
+  void Happen(const Trouble& trouble);
+
+  // Notes that it happened, for the trial's report.
+  void Count(const std::string& trouble);
+  std::map<std::string, u64> counts() const;
+
+ private:
+  void Arm(const Trouble& trouble);
+
+  Stage& stage_;
+  const TrialPlan& plan_;
+  std::atomic<bool> ended_ = false;
+  mutable std::mutex lock_;  // guards what follows
+  std::map<std::string, u64> counts_;
+  u64 lastNoticeMs_ = 0;
+};
+
+}  // namespace proof

@@ -1,0 +1,27 @@
+// The names that USB DFU 1.1 gives to statuses and states, for what people read.
+#pragma once
+
+#include <array>
+#include <string>
+
+#include "common/types.h"
+
+namespace simulator {
+
+inline std::string NameOfDfuStatus(u8 status) {
+  constexpr std::array Names = {"OK",         "errTARGET",       "errFILE",     "errWRITE",
+                                "errERASE",   "errCHECK_ERASED", "errPROG",     "errVERIFY",
+                                "errADDRESS", "errNOTDONE",      "errFIRMWARE", "errVENDOR",
+                                "errUSBR",    "errPOR",          "errUNKNOWN",  "errSTALLEDPKT"};
+  return status < Names.size() ? Names[status] : "status " + std::to_string(status);
+}
+
+inline std::string NameOfDfuState(u8 state) {
+  constexpr std::array Names = {"appIDLE",          "appDETACH",   "dfuIDLE",
+                                "dfuDNLOAD-SYNC",   "dfuDNBUSY",   "dfuDNLOAD-IDLE",
+                                "dfuMANIFEST-SYNC", "dfuMANIFEST", "dfuMANIFEST-WAIT-RESET",
+                                "dfuUPLOAD-IDLE",   "dfuERROR"};
+  return state < Names.size() ? Names[state] : "state " + std::to_string(state);
+}
+
+}  // namespace simulator

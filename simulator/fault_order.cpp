@@ -1,0 +1,64 @@
+#include "simulator/fault_order.h"
+
+#include "simulator/setting_lines.h"
+
+namespace simulator {
+
+namespace {
+
+constexpr struct {
+  FaultPlace place;
+  const char* word;
+} CountedPlaces[] = {
+    {FaultPlace::Transfer, "transfer"},
+    {FaultPlace::Call, "call"},
+    {FaultPlace::Request, "request"},
+};
+
+std::string PlaceText(const FaultOrder& order) {
+  for (const auto& counted : CountedPlaces) {
+    if (order.place == counted.place) {
+      return counted.word + std::to_string(order.at);
+    }
+  }
+  return TimeText(order.at);
+}
+
+bool ReadPlace(const std::string& text, FaultOrder& order) {
+  for (const auto& counted : CountedPlaces) {
+    if (text.starts_with(counted.word)) {
+      order.place = counted.place;
+      return ReadNumber(text.substr(std::string(counted.word).size()), 1, ~u64{0}, order.at);
+    }
+  }
+  order.place = FaultPlace::Time;
+  return ReadTime(text, order.at);
+}
+
+}  // namespace
+
+std::string FaultOrderText(const FaultOrder& order) {
+  std::string text = order.kind + "@" + PlaceText(order);
+  for (const u64 number : order.numbers) {
+    text += " " + std::to_string(number);
+  }
+  return text;
+}
+
+bool ReadFaultOrder(const std::string& text, FaultOrder& order) {
+  const std::vector<std::string> words = WordsOf(text);
+  const std::size_t sign = words.empty() ? std::string::npos : words[0].find('@');
+  if (sign == std::string::npos || !ReadPlace(words[0].substr(sign + 1), order)) {
+    return false;
+  }
+  order.kind = words[0].substr(0, sign);
+  order.numbers.clear();
+  for (std::size_t i = 1; i < words.size(); ++i) {
+    if (!ReadNumber(words[i], 0, ~u64{0}, order.numbers.emplace_back())) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace simulator

@@ -1,0 +1,43 @@
+#include "simulator/host_process.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+namespace simulator {
+
+pid_t StartChild(const std::function<void()>& body) {
+  // What is still in the buffers would be written by both.
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    body();
+    _exit(0);
+  }
+  return child;
+}
+
+std::string WaitForChild(pid_t child) {
+  int status = 0;
+  if (child < 0 || waitpid(child, &status, 0) != child) {
+    return "no child process";
+  }
+  if (WIFSIGNALED(status)) {
+    const char* const name = sigabbrev_np(WTERMSIG(status));
+    return "killed by " + (name != nullptr ? std::string("SIG") + name
+                                           : "signal " + std::to_string(WTERMSIG(status)));
+  }
+  return WEXITSTATUS(status) == 0 ? "" : "exit code " + std::to_string(WEXITSTATUS(status));
+}
+
+void SilenceStandardOutput() {
+  std::fflush(stdout);
+  const int nowhere = open("/dev/null", O_WRONLY);
+  dup2(nowhere, STDOUT_FILENO);
+  close(nowhere);
+}
+
+}  // namespace simulator

@@ -1,0 +1,48 @@
+// What the programs ask of the host: children that do one thing each, memory that is shared with
+// them, and a quiet standard output.
+//
+// A simulated machine can be switched on once in a host process, so whoever runs several lives of
+// the service gives each a child of its own.
+#pragma once
+
+#include <sys/mman.h>
+#include <sys/types.h>
+
+#include <functional>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+
+namespace simulator {
+
+// Runs the body in a child process, which ends when the body returns; neither destructors nor exit
+// handlers run then and no stream is flushed, because threads of a machine may still stand in its
+// calls, with a stream locked. -1 when the host gives no child.
+pid_t StartChild(const std::function<void()>& body);
+
+// Waits for the child. Empty when its body returned, else how it ended, for instance "killed by
+// SIGSEGV" or "exit code 3".
+std::string WaitForChild(pid_t child);
+
+inline std::string RunInChild(const std::function<void()>& body) {
+  return WaitForChild(StartChild(body));
+}
+
+// From now on what the process writes to standard output is lost. The service says lines of its own
+// there.
+void SilenceStandardOutput();
+
+// One T that the process shares with the children that it starts later. It is never unmapped.
+template <class T>
+T& MakeShared() {
+  static_assert(std::is_trivially_destructible_v<T>);
+  void* const page =
+      mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (page == MAP_FAILED) {
+    throw std::runtime_error("the host has no memory to share with a child process");
+  }
+  return *new (page) T;
+}
+
+}  // namespace simulator

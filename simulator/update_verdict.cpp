@@ -1,0 +1,170 @@
+#include "simulator/update_verdict.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "dfuengine/dfu_protocol.h"
+#include "service/update_gates.h"
+#include "simulator/dfu_names.h"
+#include "simulator/exit_codes.h"
+
+namespace simulator {
+
+namespace {
+
+FirmwareVersion ServiceVersion(const KeyboardVersion& version) {
+  return {version.major, version.minor, version.modelId, version.hwRev};
+}
+
+// Where the sector ends that holds the address, or the next one begins.
+u64 NextBorder(const NorFlash& flash, const FlashSector* sector, u64 at) {
+  u64 next = u64{1} << 32;
+  for (const FlashSector& other : flash.sectors()) {
+    next = other.address > at ? std::min<u64>(next, other.address) : next;
+  }
+  return sector == nullptr ? next : u64{sector->address} + sector->sizeBytes;
+}
+
+// How many of the bytes no writable sector takes, and the first address of them. Empty when all
+// have a place.
+std::string DroppedText(const std::vector<DfuSeElement>& elements, const NorFlash& flash) {
+  u64 dropped = 0;
+  u64 first = 0;
+  for (const DfuSeElement& element : elements) {
+    const u64 end = u64{element.address} + element.data.size();
+    for (u64 at = element.address; at < end;) {
+      const bool exists = at < u64{1} << 32;
+      const FlashSector* const sector = exists ? flash.FindSector(static_cast<u32>(at)) : nullptr;
+      const bool takes = sector != nullptr && sector->isWritable();
+      first = !takes && dropped == 0 ? at : first;
+      const u64 next = exists ? std::min(NextBorder(flash, sector, at), end) : end;
+      dropped += takes ? 0 : next - at;
+      at = next;
+    }
+  }
+  return dropped == 0 ? ""
+                      : CountText(dropped) + " bytes for " + AddressText(static_cast<u32>(first)) +
+                            " fell outside the keyboard's memory";
+}
+
+// Why a keyboard that took the whole package does not run it.
+std::string WhyNotRunning(const std::vector<DfuSeElement>& elements, const NorFlash& flash) {
+  const std::string dropped = DroppedText(elements, flash);
+  if (!dropped.empty()) {
+    return dropped;
+  }
+  const std::string overlap = OverlapText(elements);
+  return overlap.empty() ? "the keyboard does not run what was written" : overlap;
+}
+
+}  // namespace
+
+void DeviceErrors::Note(const platform::TransferRecord& record) {
+  if ((record.setup.RequestType & 0x60) != 0x20) {
+    return;
+  }
+  const std::scoped_lock hold(lock_);
+  if (record.setup.Request == DFU_DNLOAD) {
+    NoteDownload(record);
+  } else if (record.setup.Request == DFU_GETSTATUS && !record.data.empty() && record.data[0] != 0 &&
+             first_.empty()) {
+    first_ = NameOfDfuStatus(record.data[0]) + " at " + AddressText(address_);
+  }
+}
+
+void DeviceErrors::NoteDownload(const platform::TransferRecord& record) {
+  const platform::Bytes& data = record.data;
+  if (record.setup.Value == CommandBlock && data.size() == CommandBlockBytes) {
+    base_ = u32{data[1]} | u32{data[2]} << 8 | u32{data[3]} << 16 | u32{data[4]} << 24;
+    address_ = base_;
+  } else if (record.setup.Value >= FirstDataBlock && !data.empty()) {
+    // A short block is the last one, so what went before tells how long the others are.
+    address_ = record.setup.Value == FirstDataBlock ? base_ : address_ + blockBytes_;
+    blockBytes_ = static_cast<u32>(data.size());
+  }
+}
+
+std::string DeviceErrors::Text() const {
+  const std::scoped_lock hold(lock_);
+  return first_;
+}
+
+UpdateResult JudgeUpdate(const UpdateRunOptions& options, const NorFlash& flash,
+                         const UpdateEnd& end) {
+  if (!end.faultless) {
+    return {ExitFailed, "failed: the service misused a call, see the faults"};
+  }
+  if (end.updated) {
+    return {ExitDone, "updated"};
+  }
+  const std::vector<DfuSeElement>& elements = TargetForUpdate(options.package.contents)->elements;
+  if (end.completesTold > 1) {
+    return {ExitFailed, "installed over and over: " + WhyNotRunning(elements, flash)};
+  }
+  if (end.completesTold == 1) {
+    return {ExitFailed, "installed, but " + WhyNotRunning(elements, flash)};
+  }
+  if (!end.deviceError.empty()) {
+    return {ExitFailed, "failed: the device reported " + end.deviceError};
+  }
+  const std::string gate =
+      ClosedGateText(options.keyboardVersion, options.package.version, options.batteryPercent);
+  if (end.reportsTaken == 0 && !gate.empty()) {
+    return {ExitNothingToDo, gate};
+  }
+  return {ExitFailed, "failed: the update came to no end"};
+}
+
+std::string ClosedGateText(const KeyboardVersion& keyboard, const KeyboardVersion& package,
+                           u8 batteryPercent) {
+  UpdateGate gate = GateOfVersions(ServiceVersion(keyboard), ServiceVersion(package));
+  gate = gate == UpdateGate::None ? GateOfBattery(batteryPercent) : gate;
+  const auto differs = [](const char* what, u8 has, u8 wants) {
+    return std::string("refused: the keyboard's ") + what + " is " + std::to_string(has) +
+           ", the package is for " + std::to_string(wants);
+  };
+  switch (gate) {
+    case UpdateGate::HardwareRevision:
+      return differs("hardware revision", keyboard.hwRev, package.hwRev);
+    case UpdateGate::Model:
+      return differs("model", keyboard.modelId, package.modelId);
+    case UpdateGate::Version:
+      return "up to date (the package is not newer)";
+    case UpdateGate::Battery:
+      return "refused: battery " + std::to_string(batteryPercent) + " %, " +
+             std::to_string(BatteryThresholdPercent) + " % needed";
+    case UpdateGate::None:
+      break;
+  }
+  return "";
+}
+
+std::string OverlapText(const std::vector<DfuSeElement>& elements) {
+  for (std::size_t i = 0; i < elements.size(); ++i) {
+    for (std::size_t j = 0; j < i; ++j) {
+      const u64 begin = std::max(elements[i].address, elements[j].address);
+      const u64 end = std::min(u64{elements[i].address} + elements[i].data.size(),
+                               u64{elements[j].address} + elements[j].data.size());
+      if (begin < end) {
+        return "two of its elements overlap at " + AddressText(static_cast<u32>(begin));
+      }
+    }
+  }
+  return "";
+}
+
+std::string AddressText(u32 address) {
+  char text[16];
+  std::snprintf(text, sizeof(text), "0x%08X", address);
+  return text;
+}
+
+std::string CountText(u64 count) {
+  std::string text = std::to_string(count);
+  for (std::size_t at = text.size(); at > 3; at -= 3) {
+    text.insert(at - 3, 1, ',');
+  }
+  return text;
+}
+
+}  // namespace simulator

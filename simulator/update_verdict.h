@@ -1,0 +1,58 @@
+// Why a run ended as it did, in one line: from the keyboard's flash, the wire and the gates of the
+// service's own decision.
+#pragma once
+
+#include <mutex>
+#include <string>
+
+#include "platform/machine/transfer_log.h"
+#include "simulator/nor_flash.h"
+#include "simulator/update_options.h"
+
+namespace simulator {
+
+// Watches the wire for the first error that the device reports. Any thread.
+class DeviceErrors {
+ public:
+  void Note(const platform::TransferRecord& record);
+
+  // For instance "errWRITE at 0x08009C40"; empty when there was none.
+  std::string Text() const;
+
+ private:
+  void NoteDownload(const platform::TransferRecord& record);
+
+  mutable std::mutex lock_;  // guards the rest
+  u32 base_ = 0;             // as the last command set it
+  u32 address_ = 0;          // what the last request was for
+  u32 blockBytes_ = 0;       // of the last block
+  std::string first_;
+};
+
+// What is known when nothing more is to come.
+struct UpdateEnd {
+  bool faultless = true;  // of the machine, see platform::FaultLog
+  bool updated = false;   // runs the package's firmware, its flash equal to the package
+  u32 completesTold = 0;
+  u32 reportsTaken = 0;  // so often the keyboard was asked into DFU mode
+  std::string deviceError;
+};
+
+UpdateResult JudgeUpdate(const UpdateRunOptions& options, const NorFlash& flash,
+                         const UpdateEnd& end);
+
+// Which gate of the service's decision is closed for the keyboard and the package, with the values
+// of both sides; empty when all are open.
+std::string ClosedGateText(const KeyboardVersion& keyboard, const KeyboardVersion& package,
+                           u8 batteryPercent);
+
+// Where two of the elements overlap, as part of a sentence; empty when none do.
+std::string OverlapText(const std::vector<DfuSeElement>& elements);
+
+// "0x08000000".
+std::string AddressText(u32 address);
+
+// "50,000".
+std::string CountText(u64 count);
+
+}  // namespace simulator

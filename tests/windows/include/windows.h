@@ -1,0 +1,6 @@
+// Windows' own header without the macro that takes a name away from the simulator.
+#pragma once
+
+#include_next <windows.h>
+
+#undef Yield
