@@ -23,10 +23,16 @@ install_missing() {
     fi
   fi
   echo "installing:$missing" >&2
-  $as_root apt-get update -qq >&2 || true
+  # Two scripts may find something missing at once; apt would turn the second one away.
+  cache=${XDG_CACHE_HOME:-$HOME/.cache}/vantrel
+  mkdir -p "$cache"
   # shellcheck disable=SC2086
-  if ! $as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
-      $missing >&2; then
+  if ! (
+    flock 8
+    $as_root apt-get update -qq || true
+    $as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+      -o DPkg::Lock::Timeout=300 $missing
+  ) >&2 8>"$cache/install.lock"; then
     echo "could not install:$missing" >&2
     exit 1
   fi
