@@ -248,8 +248,10 @@ int Update(const Arguments& arguments) {
       options.driveFolder = driveFolder;
       std::FILE* const console = simulator::SplitConsole(arguments.json, arguments.trace == "all");
       const simulator::UpdateResult update = simulator::RunUpdate(options, console);
-      return Json{
-          {"exitCode", update.exitCode}, {"result", update.reason}, {"updateMs", update.updateMs}};
+      return Json{{"exitCode", update.exitCode},
+                  {"result", update.reason},
+                  {"updateMs", update.updateMs},
+                  {"account", simulator::DescribeAccount(update.account)}};
     });
   }
   return Finish(arguments, "update", result);

@@ -9,6 +9,7 @@
 #include "simulator/memory_map_option.h"
 #include "simulator/package.h"
 #include "simulator/timeline.h"
+#include "simulator/update_account.h"
 
 namespace simulator {
 
@@ -31,7 +32,8 @@ struct UpdateRunOptions {
 struct UpdateResult {
   int exitCode = 0;
   std::string reason;
-  u64 updateMs = 0;  // from the first word with the keyboard to its return
+  u64 updateMs = 0;             // from the first word with the keyboard to its return
+  AccountFigures account = {};  // from the start of the service to the keyboard's return
 };
 
 }  // namespace simulator

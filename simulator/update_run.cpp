@@ -27,21 +27,6 @@ bool Holds(const NorFlash& flash, const std::vector<DfuSeElement>& elements) {
   });
 }
 
-// The time of the wire and the points of time from which the verdict tells where the time went.
-struct Stopwatch {
-  std::mutex lock;
-  u64 firstTransferMs = 0;
-  u64 lastTransferMs = 0;
-  u64 wireMs = 0;
-
-  void Note(const platform::TransferRecord& record) {
-    const std::scoped_lock hold(lock);
-    firstTransferMs = firstTransferMs == 0 ? record.startMs : firstTransferMs;
-    lastTransferMs = record.endMs;
-    wireMs += record.endMs - record.startMs;
-  }
-};
-
 const char* NameOfMode(KeyboardMode mode) {
   switch (mode) {
     case KeyboardMode::Detached:
@@ -64,7 +49,8 @@ class UpdateRun {
         stream_(stream),
         tablet_(TabletFor(options)),
         keyboard_(*new VirtualKeyboard(tablet_.machine(), KeyboardFor(options))),
-        timeline_(*new Timeline(tablet_.machine(), stream, options.timeline)) {}
+        timeline_(*new Timeline(tablet_.machine(), stream, options.timeline)),
+        account_(*new UpdateAccount(tablet_.machine())) {}
 
   UpdateResult Run() {
     SetUp();
@@ -117,13 +103,11 @@ class UpdateRun {
     for (const DfuSeElement& element : elements()) {
       inAll += element.data.size();
     }
-    Stopwatch& stopwatch = stopwatch_;
     completes_ = tablet_.machine().processes.launches.Observe(
         [this](const platform::LaunchedProcess& launch) {
           completesTold_ += launch.commandLine == u"COMPLETE" ? 1 : 0;
         });
     wire_ = tablet_.machine().transfers.Observe([&, inAll](const platform::TransferRecord& record) {
-      stopwatch.Note(record);
       errors_.Note(record);
       timeline_.WriteProgress(keyboard_.counts().bytesWritten, inAll);
     });
@@ -159,6 +143,7 @@ class UpdateRun {
       return;
     }
     mode = keyboard_.mode();
+    account_.NoteMode(mode, tablet_.nowMs());
     const std::optional<KeyboardVersion> version = keyboard_.runningVersion();
     timeline_.Write("keyboard",
                     std::string(NameOfMode(mode)) +
@@ -187,7 +172,7 @@ class UpdateRun {
                    "  memory           made up where the package writes: no map was told\n");
     }
     WriteWords();
-    WriteTimes();
+    const AccountFigures account = WriteAccount();
     UpdateEnd end;
     end.faultless = WriteFaults();
     end.updated = IsUpdated();
@@ -195,7 +180,8 @@ class UpdateRun {
     end.reportsTaken = keyboard_.enterDfuReports();
     end.deviceError = errors_.Text();
     UpdateResult result = JudgeUpdate(options_, keyboard_.ReadFlash(), end);
-    result.updateMs = returnedMs_ - stopwatch_.firstTransferMs;
+    result.updateMs = returnedMs_ - account_.firstTransferMs();
+    result.account = account;
     std::fprintf(stream_, "  result           %s\n", result.reason.c_str());
     return result;
   }
@@ -208,23 +194,32 @@ class UpdateRun {
     std::fprintf(stream_, "  user was told    %s\n", words.empty() ? "nothing" : words.c_str());
   }
 
-  void WriteTimes() {
-    if (stopwatch_.firstTransferMs == 0) {
-      return;
+  // From the service's start, or the keyboard's arrival, to the keyboard's return.
+  AccountFigures WriteAccount() {
+    const AccountFigures figures = account_.Close(0, returnedMs_);
+    if (account_.firstTransferMs() == 0) {
+      return figures;
     }
-    const BootloaderCounts counts = keyboard_.counts();
-    const u64 transfersMs = stopwatch_.lastTransferMs - stopwatch_.firstTransferMs;
-    const u64 busyMs = counts.eraseMs + counts.writeMs;
-    const u64 waitedMs = transfersMs - std::min(transfersMs, busyMs + stopwatch_.wireMs);
     std::fprintf(stream_, "  where the time went\n");
-    WriteTime("until the service first spoke to the keyboard", stopwatch_.firstTransferMs);
-    WriteTime("keyboard erasing", counts.eraseMs);
-    WriteTime("keyboard writing", counts.writeMs);
-    WriteTime("transfers on the wire", stopwatch_.wireMs);
-    WriteTime("restart into DFU mode and ticks between operations", waitedMs);
-    if (IsUpdated()) {
-      WriteTime("restart with the new firmware", returnedMs_ - stopwatch_.lastTransferMs);
+    WriteTime("delays that the service always makes", figures.delayMs);
+    WriteTime("keyboard erasing and writing, as it asked for", figures.pollMs);
+    WriteTime("transfers on the wire", figures.wireMs);
+    WriteTime("keyboard away, restarting", figures.awayMs);
+    WriteTime("anything else", figures.elseMs);
+    std::string transfers;
+    for (const auto& [request, count] : figures.transfers) {
+      transfers += (transfers.empty() ? "" : ", ") + std::to_string(count) + " " + request;
     }
+    std::fprintf(stream_, "  what it took\n    %s\n", transfers.c_str());
+    if (figures.dataBlocks != 0) {
+      std::fprintf(
+          stream_, "    %.2f transfers for each of %s data blocks\n",
+          static_cast<double>(figures.dataBlockTransfers) / static_cast<double>(figures.dataBlocks),
+          CountText(figures.dataBlocks).c_str());
+    }
+    std::fprintf(stream_, "    %s opens of the device, %s platform calls\n",
+                 CountText(figures.deviceOpens).c_str(), CountText(figures.platformCalls).c_str());
+    return figures;
   }
 
   void WriteTime(const char* what, u64 milliseconds) {
@@ -244,7 +239,7 @@ class UpdateRun {
   Tablet tablet_;
   VirtualKeyboard& keyboard_;
   Timeline& timeline_;
-  Stopwatch stopwatch_;
+  UpdateAccount& account_;
   platform::Observation wire_;
   platform::Observation completes_;
   DeviceErrors errors_;

@@ -25,6 +25,7 @@
 #include "platform/machine/scheduler.h"
 #include "platform/machine/service_manager.h"
 #include "platform/machine/transfer_log.h"
+#include "platform/machine/wait_record.h"
 
 namespace platform {
 
@@ -41,6 +42,7 @@ class Machine {
   FaultLog faults;
   HandleTable handles;
   CallGate gate;
+  Observers<WaitRecord> waits;
   Heap heap;
   DebugLog debugLog;
   Drive drive;

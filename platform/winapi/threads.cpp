@@ -1,6 +1,7 @@
 // Threads, events, mutexes and waits. All blocking ends in Scheduler::WaitUntil.
 #include <windows.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -22,8 +23,16 @@ using platform::ThreadOwner;
 
 namespace {
 
-std::uint64_t DeadlineAfter(DWORD milliseconds) {
-  return milliseconds == INFINITE ? NoDeadline : TheMachine().scheduler.NowMs() + milliseconds;
+// Waits as the scheduler does, and tells of it when it was for some time.
+void WaitFor(const std::function<bool()>& tryTake, DWORD milliseconds) {
+  platform::Machine& machine = TheMachine();
+  const std::uint64_t start = machine.scheduler.NowMs();
+  const bool endless = milliseconds == INFINITE;
+  machine.scheduler.WaitUntil(tryTake, endless ? NoDeadline : start + milliseconds);
+  if (milliseconds != 0 && !endless) {
+    machine.waits.Tell(
+        {Scheduler::Current()->id(), milliseconds, start, machine.scheduler.NowMs()});
+  }
 }
 
 BOOL ChangeEvent(HANDLE handle, void (EventObject::*change)(), const SureCall& call) {
@@ -50,7 +59,7 @@ DWORD WaitForAny(const HANDLE* handles, DWORD count, DWORD milliseconds,
 
   SimThread& self = *Scheduler::Current();
   DWORD taken = WAIT_TIMEOUT;
-  TheMachine().scheduler.WaitUntil(
+  WaitFor(
       [&] {
         for (DWORD i = 0; i < count; ++i) {
           if (objects[i]->TryTake(self)) {
@@ -60,7 +69,7 @@ DWORD WaitForAny(const HANDLE* handles, DWORD count, DWORD milliseconds,
         }
         return false;
       },
-      DeadlineAfter(milliseconds));
+      milliseconds);
   if (taken != WAIT_TIMEOUT && taken >= WAIT_ABANDONED_0) {
     call.AddFault("the mutex's owner ended without releasing it");
   }
@@ -208,7 +217,11 @@ DWORD WINAPI WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds) {
 
 void WINAPI Sleep(DWORD dwMilliseconds) {
   const SureCall call(Call::Sleep);
-  TheMachine().scheduler.SleepMs(dwMilliseconds == INFINITE ? NoDeadline : dwMilliseconds);
+  if (dwMilliseconds == 0) {
+    TheMachine().scheduler.Yield();
+    return;
+  }
+  WaitFor([] { return false; }, dwMilliseconds);
 }
 
 // The machine was switched on when virtual time began.
