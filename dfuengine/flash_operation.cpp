@@ -124,16 +124,15 @@ i32 FlashOperation::SendCommand(OperationContext& work) {
 }
 
 // Counts in full widths: a percentage that wraps to 100 would end an unfinished operation.
-void FlashOperation::UpdatePercent(OperationContext& work) const {
-  const auto& elements = work.image->Elements;
+void FlashOperation::UpdatePercent(OperationContext& work) {
   u64 percent = work.percent;
   if (work.operationCode == OperationErase) {
-    percent = (u64{work.elementIndex} + 1) * PercentAtWork / elements.size();
+    percent = (u64{work.elementIndex} + 1) * PercentAtWork / work.image->Elements.size();
   } else if (work.blockNumber >= FirstDataBlock && totalBlockCount != 0) {
-    u64 sent = u64{work.blockNumber} - FirstDataBlock;
-    for (u32 index = 0; index < work.elementIndex; ++index) {
-      sent += BlockCount(elements[index].Size, work.transferSize);
+    for (; elementsCounted < work.elementIndex; ++elementsCounted) {
+      blocksCounted += BlockCount(work.image->Elements[elementsCounted].Size, work.transferSize);
     }
+    const u64 sent = blocksCounted + (work.blockNumber - FirstDataBlock);
     percent = sent * PercentAtWork / totalBlockCount;
   }
   work.percent = static_cast<u8>(std::min<u64>(percent, PercentAtWork));

@@ -21,5 +21,10 @@ class FlashOperation : public OperationThread {
   i32 AdvanceStep(OperationContext& work, bool resend);
   i32 ResendStep(OperationContext& work);
   i32 SendCommand(OperationContext& work);
-  void UpdatePercent(OperationContext& work) const;
+  void UpdatePercent(OperationContext& work);
+
+  // The elements that are complete, as far as they were counted, and their data blocks: an image
+  // has many, and each block asks. Only the operation's thread touches them.
+  u32 elementsCounted = 0;
+  u64 blocksCounted = 0;
 };

@@ -12,6 +12,8 @@ namespace {
 std::atomic<std::size_t> blocksInUse = 0;
 std::atomic<std::size_t> bytesInUse = 0;
 std::atomic<std::size_t> requests = 0;
+std::atomic<std::size_t> bytesAsked = 0;
+std::atomic<std::size_t> bytesAtPeak = 0;
 
 // Requests still to come up to the one that is refused; 0 or less when none is.
 std::atomic<std::ptrdiff_t> requestsLeft = 0;
@@ -38,6 +40,12 @@ bool Refuses() {
   return true;
 }
 
+void NotePeak(std::size_t inUse) {
+  std::size_t peak = bytesAtPeak;
+  while (peak < inUse && !bytesAtPeak.compare_exchange_weak(peak, inUse)) {
+  }
+}
+
 void* Allocate(std::size_t bytes, bool isArray, bool isCounted) {
   if (bytes > SIZE_MAX - sizeof(Header)) {
     return nullptr;
@@ -49,7 +57,8 @@ void* Allocate(std::size_t bytes, bool isArray, bool isCounted) {
   *header = {bytes, isCounted, isArray};
   if (isCounted) {
     ++blocksInUse;
-    bytesInUse += bytes;
+    bytesAsked += bytes;
+    NotePeak(bytesInUse += bytes);
   }
   return header + 1;
 }
@@ -82,7 +91,7 @@ void* AllocateOrEnd(std::size_t bytes, bool isArray) {
 }  // namespace
 
 MemoryFigures ProductMemory() {
-  return {blocksInUse, bytesInUse, requests};
+  return {blocksInUse, bytesInUse, requests, bytesAsked, bytesAtPeak};
 }
 
 void RefuseMemoryRequest(std::size_t number) {

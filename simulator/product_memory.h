@@ -13,6 +13,8 @@ struct MemoryFigures {
   std::size_t blocks = 0;  // in use now
   std::size_t bytes = 0;
   std::size_t requests = 0;  // so far
+  std::size_t asked = 0;     // bytes, in all requests so far
+  std::size_t peak = 0;      // the most bytes that were in use at once
 };
 
 MemoryFigures ProductMemory();
