@@ -57,7 +57,7 @@ std::string FlashJudge::Look() {
     return {};
   }
   std::string fault = LookAt(stage_.keyboard, plan_.expectsUpdate);
-  if (fault.empty()) {
+  if (fault.empty() && HasSecond(plan_)) {
     fault = LookAt(stage_.second, true);  // in DFU mode versions do not count
   }
   return fault.empty() || hasTold_.exchange(true)

@@ -34,9 +34,15 @@ TabletOptions OptionsFor(const TrialPlan& plan, const std::string& driveFolder) 
   return options;
 }
 
+// Without firmware: it gets a copy of the first one's, which takes time to make. One that never
+// comes needs no flash either.
 KeyboardOptions OptionsOfSecond(const TrialPlan& plan) {
   KeyboardOptions options = plan.keyboard;
   options.unit = SecondUnit;
+  options.firmware.clear();
+  if (!HasSecond(plan)) {
+    options.flash.clear();
+  }
   return options;
 }
 
@@ -88,6 +94,9 @@ Life::Life(const TrialPlan& plan, const std::string& driveFolder, const Carried&
              foreign_, deliveries_, history_},
       troubles_(stage_, plan),
       judge_(stage_, plan, keyboard_.ReadFlash()) {
+  if (HasSecond(plan)) {
+    stage_.second.WriteFlash(keyboard_.ReadFlash());
+  }
   if (carried.any) {
     keyboard_.WriteFlash(FlashFrom(plan.keyboard.flash, carried.flash));
   }
@@ -293,9 +302,7 @@ void Life::Conclude() {
   page_.mode = keyboard_.mode();
   report_.virtualMs = tablet_.nowMs();
   report_.platformCalls = machine().gate.total();
-  const NorFlash flash = keyboard_.ReadFlash();
-  page_.flashBytes = std::min(flash.bytes().size(), MostFlashBytes);
-  std::memcpy(page_.flash, flash.bytes().data(), page_.flashBytes);
+  CarryFlash();
   report_.violations = judge_.violations();
   for (const ToldWord& told : tablet_.WordsTold()) {
     ++report_.words[told.word];
@@ -305,6 +312,15 @@ void Life::Conclude() {
   }
   Write(ReportText(report_), page_.text);
   page_.concluded = true;
+}
+
+// Only a keyboard that is not updated yet has another life before it.
+void Life::CarryFlash() {
+  if (!report_.updated) {
+    const NorFlash flash = keyboard_.ReadFlash();
+    page_.flashBytes = std::min(flash.bytes().size(), MostFlashBytes);
+    std::memcpy(page_.flash, flash.bytes().data(), page_.flashBytes);
+  }
 }
 
 void Life::KeepViolations(const std::vector<std::string>& violations) {

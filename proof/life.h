@@ -78,6 +78,7 @@ class Life {
   void Recover();
   void RecoverSecond();
   void Conclude();
+  void CarryFlash();
   void KeepViolations(const std::vector<std::string>& violations);
   [[noreturn]] void EndStuck(const std::string& why);
 

@@ -74,11 +74,20 @@ std::string Drive::HostPath(const std::string& path) const {
   if (hostFolder_.empty() || parts.empty() || !EqualsIgnoringCase(WideFromUtf8(parts[0]), u"C:")) {
     return {};
   }
-  std::string host = hostFolder_;
+  std::string asSpelled = hostFolder_;
   for (std::size_t i = 1; i < parts.size(); ++i) {
     if (parts[i] == "." || parts[i] == "..") {
       return {};
     }
+    asSpelled += "/" + parts[i];
+  }
+  // Most callers spell a path as it was made, and then one look at the host's folders is enough.
+  std::error_code error;
+  if (fs::exists(asSpelled, error)) {
+    return asSpelled;
+  }
+  std::string host = hostFolder_;
+  for (std::size_t i = 1; i < parts.size(); ++i) {
     host += "/" + SpelledAsIn(host, parts[i]);
   }
   return host;
