@@ -8,14 +8,21 @@
 
 namespace proof {
 
-void Judge::Watch() {
+void Judge::Watch(Keeper keep) {
+  keep_ = std::move(keep);
   faults_ = stage_.machine().faults.Observe([this](const std::string& fault) { Violate(fault); });
   wire_ = stage_.machine().transfers.Observe(
-      [this](const platform::TransferRecord& record) { flash_.See(record); });
+      [this](const platform::TransferRecord& record) { TakeOne(flash_.See(record)); });
 }
 
 void Judge::Violate(const std::string& what) {
   Take({"at " + SecondsText(stage_.tablet.nowMs()) + ": " + what});
+}
+
+void Judge::TakeOne(const std::string& fault) {
+  if (!fault.empty()) {
+    Take({fault});
+  }
 }
 
 // One fault brings others with it; the first few tell enough.
@@ -25,6 +32,7 @@ void Judge::Take(const std::vector<std::string>& faults) {
   for (const std::string& fault : faults) {
     if (violations_.size() < MostTold) {
       violations_.push_back(fault);
+      keep_(violations_);
     }
   }
 }
@@ -41,8 +49,7 @@ void Judge::ConcludeLife(bool quiet) {
   if (stage_.foreign.reports() != 0) {
     Violate("expected nothing for another maker's keyboard, found a report");
   }
-  flash_.Look();
-  Take(flash_.faults());
+  TakeOne(flash_.Look());
 
   stage_.history.Close();
   std::vector<std::string> faults;

@@ -5,6 +5,7 @@
 // thing that it looks at has a file of its own, judge_*.h.
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -20,8 +21,11 @@ class Judge {
   Judge(Stage& stage, const TrialPlan& plan, const NorFlash& originalFlash)
       : stage_(stage), plan_(plan), flash_(stage, plan, originalFlash) {}
 
-  // Begins to watch.
-  void Watch();
+  using Keeper = std::function<void(const std::vector<std::string>&)>;
+
+  // Begins to watch. keep is given all violations so far whenever there is another one, on the
+  // thread that brought it, so that they outlive a process that crashes.
+  void Watch(Keeper keep);
 
   void Violate(const std::string& what);
 
@@ -33,13 +37,15 @@ class Judge {
 
  private:
   void Take(const std::vector<std::string>& faults);
+  void TakeOne(const std::string& fault);  // empty: there is none
 
   Stage& stage_;
   const TrialPlan& plan_;
   FlashJudge flash_;
   platform::Observation faults_;
   platform::Observation wire_;
-  mutable std::mutex lock_;
+  Keeper keep_;
+  mutable std::mutex lock_;  // guards what follows, and is held while keep_ is called
   std::vector<std::string> violations_;
 };
 

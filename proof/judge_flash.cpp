@@ -14,6 +14,19 @@ std::string Hex(u32 value, int digits) {
   return text;
 }
 
+// Which values a byte may have: what it had, and if the keyboard may change, what the package says
+// or none.
+std::string AllowedText(u8 before, u8 wanted, bool mayChange) {
+  std::string text = "the old " + Hex(before, 2);
+  if (mayChange && before != 0xFF) {
+    text += " or 0xFF";
+  }
+  if (mayChange && wanted != 0xFF) {
+    text += " or the package's " + Hex(wanted, 2);
+  }
+  return text;
+}
+
 }  // namespace
 
 FlashJudge::FlashJudge(Stage& stage, const TrialPlan& plan, const NorFlash& originalFlash)
@@ -24,59 +37,61 @@ FlashJudge::FlashJudge(Stage& stage, const TrialPlan& plan, const NorFlash& orig
   }
 }
 
-void FlashJudge::See(const platform::TransferRecord& record) {
+std::string FlashJudge::See(const platform::TransferRecord& record) {
   if (record.setup.RequestType != 0x21 || record.setup.Request != DfuDnload ||
       record.path.find(u"hid#") != std::u16string::npos) {
-    return;
+    return {};
   }
   {
     const std::scoped_lock lock(lock_);
     if (downloader_ == record.threadId) {
-      return;
+      return {};
     }
     downloader_ = record.threadId;
   }
-  Look();
+  return Look();
 }
 
-void FlashJudge::Look() {
-  LookAt(stage_.keyboard, plan_.expectsUpdate);
-  LookAt(stage_.second, true);  // in DFU mode versions do not count
+std::string FlashJudge::Look() {
+  if (hasTold_) {
+    return {};
+  }
+  std::string fault = LookAt(stage_.keyboard, plan_.expectsUpdate);
+  if (fault.empty() && HasSecond(plan_)) {
+    fault = LookAt(stage_.second, true);  // in DFU mode versions do not count
+  }
+  return fault.empty() || hasTold_.exchange(true)
+             ? std::string()
+             : "at " + SecondsText(stage_.tablet.nowMs()) + ": " + fault;
 }
 
-void FlashJudge::LookAt(const VirtualKeyboard& keyboard, bool mayChange) {
+std::string FlashJudge::LookAt(const VirtualKeyboard& keyboard, bool mayChange) const {
   const NorFlash flash = keyboard.ReadFlash();
   for (const FlashSector& sector : flash.sectors()) {
     if (std::memcmp(flash.bytes().data() + sector.offset, original_.bytes().data() + sector.offset,
-                    sector.sizeBytes) != 0) {
-      Compare(sector, flash, mayChange);
+                    sector.sizeBytes) == 0) {
+      continue;
+    }
+    if (std::string fault = Compare(sector, flash, mayChange); !fault.empty()) {
+      return fault;
     }
   }
+  return {};
 }
 
-void FlashJudge::Compare(const FlashSector& sector, const NorFlash& flash, bool mayChange) {
+std::string FlashJudge::Compare(const FlashSector& sector, const NorFlash& flash,
+                                bool mayChange) const {
   const u8* const held = flash.bytes().data() + sector.offset;
   const u8* const before = original_.bytes().data() + sector.offset;
   const u8* const wanted = wanted_.bytes().data() + sector.offset;
   for (std::size_t i = 0; i < sector.sizeBytes; ++i) {
     const bool isPackages = held[i] == 0xFF || held[i] == wanted[i];
-    if (held[i] == before[i] || (mayChange && isPackages)) {
-      continue;
+    if (held[i] != before[i] && !(mayChange && isPackages)) {
+      return "expected " + AllowedText(before[i], wanted[i], mayChange) + " at " +
+             Hex(static_cast<u32>(sector.address + i), 8) + ", found " + Hex(held[i], 2);
     }
-    const std::string allowed =
-        mayChange ? Hex(before[i], 2) + ", " + Hex(wanted[i], 2) + " or 0xFF" : Hex(before[i], 2);
-    const std::string what = "expected " + allowed + " at " +
-                             Hex(static_cast<u32>(sector.address + i), 8) + ", found " +
-                             Hex(held[i], 2);
-    const std::scoped_lock lock(lock_);
-    faults_.push_back("at " + SecondsText(stage_.tablet.nowMs()) + ": " + what);
-    return;
   }
-}
-
-std::vector<std::string> FlashJudge::faults() const {
-  const std::scoped_lock lock(lock_);
-  return faults_;
+  return {};
 }
 
 }  // namespace proof

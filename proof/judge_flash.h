@@ -1,6 +1,7 @@
 // Every byte of a keyboard's flash is the package's, erased, or what it was before.
 #pragma once
 
+#include <atomic>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -15,25 +16,24 @@ class FlashJudge {
   FlashJudge(Stage& stage, const TrialPlan& plan, const NorFlash& originalFlash);
 
   // Looks after each operation that sent anything, because a later one may mend what one spoilt.
-  // Called for every transfer, on its thread.
-  void See(const platform::TransferRecord& record);
+  // Called for every transfer, on its thread. Returns a sentence for the first wrong byte of the
+  // life; for all others, which tend to follow from it, and when all is well, an empty one.
+  std::string See(const platform::TransferRecord& record);
 
   // Looks now.
-  void Look();
-
-  std::vector<std::string> faults() const;
+  std::string Look();
 
  private:
-  void LookAt(const VirtualKeyboard& keyboard, bool mayChange);
-  void Compare(const FlashSector& sector, const NorFlash& flash, bool mayChange);
+  std::string LookAt(const VirtualKeyboard& keyboard, bool mayChange) const;
+  std::string Compare(const FlashSector& sector, const NorFlash& flash, bool mayChange) const;
 
   Stage& stage_;
   const TrialPlan& plan_;
   const NorFlash original_;
   NorFlash wanted_;  // the package and nothing else
-  mutable std::mutex lock_;
+  std::mutex lock_;
   u32 downloader_ = 0;  // the thread that sent the last DNLOAD
-  std::vector<std::string> faults_;
+  std::atomic<bool> hasTold_ = false;
 };
 
 }  // namespace proof

@@ -151,8 +151,12 @@ void StillnessJudge::LookAtEnd(u64 timeMs) {
 
 void StillnessJudge::LookAtGap(u64 timeMs) {
   const u64 fromMs = std::max(spokenMs_, leftAloneUntilMs_);
+  // The bound is never less, and nearly every gap is shorter: no need to look what began before.
+  if (watched_ == Unit::Other || timeMs <= fromMs + TwoTicksMs + WorkMs) {
+    return;
+  }
   const u64 untilMs = BeganBefore(timeMs);
-  if (watched_ == Unit::Other || untilMs <= fromMs) {
+  if (untilMs <= fromMs) {
     return;
   }
   const u64 boundMs = TwoTicksMs + WorkMs + othersMs_ + history_.HeldMs(spokenMs_, untilMs);

@@ -34,9 +34,15 @@ TabletOptions OptionsFor(const TrialPlan& plan, const std::string& driveFolder) 
   return options;
 }
 
+// Without firmware: it gets a copy of the first one's, which takes time to make. One that never
+// comes needs no flash either.
 KeyboardOptions OptionsOfSecond(const TrialPlan& plan) {
   KeyboardOptions options = plan.keyboard;
   options.unit = SecondUnit;
+  options.firmware.clear();
+  if (!HasSecond(plan)) {
+    options.flash.clear();
+  }
   return options;
 }
 
@@ -50,10 +56,28 @@ NorFlash FlashFrom(const std::vector<FlashRegion>& regions, const std::vector<u8
   return flash;
 }
 
+template <std::size_t Bytes>
+void Write(const std::string& text, char (&place)[Bytes]) {
+  const std::size_t bytes = std::min(text.size(), Bytes - 1);
+  std::memcpy(place, text.data(), bytes);
+  place[bytes] = '\0';
+}
+
 // The one of the process, for who cannot be handed it.
 Life* runningLife = nullptr;
 
 }  // namespace
+
+void LifePage::Empty() {
+  calls = 0;
+  lastCall = platform::Call::Count;
+  lastCallMs = 0;
+  concluded = false;
+  processEnded = false;
+  for (char* const each : {violationsSoFar, stuck, text}) {
+    *each = '\0';
+  }
+}
 
 Life::Life(const TrialPlan& plan, const std::string& driveFolder, const Carried& carried,
            bool troubled, LifePage& page, std::FILE* trace)
@@ -70,6 +94,9 @@ Life::Life(const TrialPlan& plan, const std::string& driveFolder, const Carried&
              foreign_, deliveries_, history_},
       troubles_(stage_, plan),
       judge_(stage_, plan, keyboard_.ReadFlash()) {
+  if (HasSecond(plan)) {
+    stage_.second.WriteFlash(keyboard_.ReadFlash());
+  }
   if (carried.any) {
     keyboard_.WriteFlash(FlashFrom(plan.keyboard.flash, carried.flash));
   }
@@ -105,7 +132,7 @@ bool Life::IsUpdated(const VirtualKeyboard& keyboard) const {
 
 void Life::Watch() {
   history_.Watch();
-  judge_.Watch();
+  judge_.Watch([this](const std::vector<std::string>& violations) { KeepViolations(violations); });
   runningLife = this;
   OnMemoryRefused([] { runningLife->SeeRefusedMemory(); });
   calls_ = machine().gate.Observe([this](platform::Call call) {
@@ -275,9 +302,7 @@ void Life::Conclude() {
   page_.mode = keyboard_.mode();
   report_.virtualMs = tablet_.nowMs();
   report_.platformCalls = machine().gate.total();
-  const NorFlash flash = keyboard_.ReadFlash();
-  page_.flashBytes = std::min(flash.bytes().size(), MostFlashBytes);
-  std::memcpy(page_.flash, flash.bytes().data(), page_.flashBytes);
+  CarryFlash();
   report_.violations = judge_.violations();
   for (const ToldWord& told : tablet_.WordsTold()) {
     ++report_.words[told.word];
@@ -285,19 +310,28 @@ void Life::Conclude() {
   for (const auto& [trouble, count] : troubles_.counts()) {
     report_.troubles[trouble] += count;
   }
-  WriteReport();
+  Write(ReportText(report_), page_.text);
   page_.concluded = true;
 }
 
-void Life::WriteReport() {
-  std::strncpy(page_.text, ReportText(report_).c_str(), LifeTextBytes - 1);
+// Only a keyboard that is not updated yet has another life before it.
+void Life::CarryFlash() {
+  if (!report_.updated) {
+    const NorFlash flash = keyboard_.ReadFlash();
+    page_.flashBytes = std::min(flash.bytes().size(), MostFlashBytes);
+    std::memcpy(page_.flash, flash.bytes().data(), page_.flashBytes);
+  }
+}
+
+void Life::KeepViolations(const std::vector<std::string>& violations) {
+  TrialReport soFar;
+  soFar.violations = violations;
+  Write(ReportText(soFar), page_.violationsSoFar);
 }
 
 // No thread can run any more, so neither can this one: says so and ends the process.
 void Life::EndStuck(const std::string& why) {
-  report_.violations = {"at " + SecondsText(page_.lastCallMs) + ": " +
-                        why.substr(0, why.find('\n'))};
-  WriteReport();
+  Write(why.substr(0, why.find('\n')), page_.stuck);
   if (trace_ != nullptr) {
     std::fprintf(trace_, "%s\n", why.c_str());
     std::fflush(trace_);

@@ -23,21 +23,29 @@ struct Carried {
 };
 
 inline constexpr std::size_t LifeTextBytes = 1 << 16;
+inline constexpr std::size_t EarlyTextBytes = 1 << 13;
 inline constexpr std::size_t MostFlashBytes = 4 << 20;
 
 // Written by a life's process, read by the trial's once that has ended.
 struct LifePage {
-  // The platform call that began last; kept while the life runs, for one that ends before its time.
+  // Kept while the life runs, for one that ends before its time: the platform call that began last,
+  // the violations so far, and why no thread could run any more.
   std::atomic<u64> calls;
   std::atomic<platform::Call> lastCall;
   std::atomic<u64> lastCallMs;
+  char violationsSoFar[EarlyTextBytes];  // as a report's text
+  char stuck[EarlyTextBytes];
 
+  // Of a life that was concluded.
   bool concluded;
   bool processEnded;  // the service stopped or was killed before the life was over
   KeyboardMode mode;
   std::size_t flashBytes;
   char text[LifeTextBytes];  // its report
   u8 flash[MostFlashBytes];
+
+  // Makes room for the next life. The flash stays: flashBytes tells how much of it there is.
+  void Empty();
 };
 
 class Life {
@@ -70,7 +78,8 @@ class Life {
   void Recover();
   void RecoverSecond();
   void Conclude();
-  void WriteReport();
+  void CarryFlash();
+  void KeepViolations(const std::vector<std::string>& violations);
   [[noreturn]] void EndStuck(const std::string& why);
 
   const TrialPlan& plan_;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "proof/trouble.h"
@@ -47,6 +48,14 @@ inline KeyboardOptions KeyboardInPeace(const TrialPlan& plan) {
   KeyboardOptions options = plan.keyboard;
   options.detachDelayMs = options.detachDelayMs == 0 ? 1 : options.detachDelayMs;
   return options;
+}
+
+// Whether a second keyboard ever comes.
+inline bool HasSecond(const TrialPlan& plan) {
+  return plan.secondIsListedFirst ||
+         std::any_of(plan.troubles.begin(), plan.troubles.end(), [](const Trouble& trouble) {
+           return std::string_view(trouble.kind->name) == "second";
+         });
 }
 
 // Whether the plan does something after which only a new start of the service may help.

@@ -1,7 +1,6 @@
 #include "proof/shrink.h"
 
 #include <algorithm>
-#include <cctype>
 #include <variant>
 
 #include "proof/plan_text.h"
@@ -58,17 +57,10 @@ std::vector<PlanNumber> NumbersOf(TrialPlan& plan) {
   return numbers;
 }
 
-// What a violation says, without what a smaller plan changes.
-std::string Kind(const std::string& violation) {
-  std::string kind = violation.substr(0, violation.find('('));
-  std::erase_if(kind, [](unsigned char character) { return std::isxdigit(character) != 0; });
-  return kind;
-}
-
 class Shrinker {
  public:
   Shrinker(TrialPlan& plan, const std::function<std::string(const TrialPlan&)>& run)
-      : plan_(plan), run_(run), violation_(run(plan)), kind_(Kind(violation_)) {}
+      : plan_(plan), run_(run), violation_(run(plan)), kind_(KindOfViolation(violation_)) {}
 
   std::string Shrink() {
     for (bool did = !violation_.empty(); did;) {
@@ -88,7 +80,7 @@ class Shrinker {
       return false;
     }
     const std::string violation = run_(candidate);
-    if (violation.empty() || Kind(violation) != kind_) {
+    if (violation.empty() || KindOfViolation(violation) != kind_) {
       return false;
     }
     plan_ = candidate;

@@ -1,11 +1,14 @@
 #include "proof/soak.h"
 
+#include <malloc.h>
 #include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cinttypes>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -42,6 +45,17 @@ void TakeProcessor(u32 job) {
   }
 }
 
+// Every life is a process that takes its memory anew. Left alone, the host's allocator maps each copy
+// of a flash by itself and gives each thread an arena, and the host clears all those pages: a
+// quarter of a run. Of a run's threads one goes at a time, so that they can share what there is.
+void KeepMemoryTogether() {
+  constexpr int Most = 32 << 20;  // more is refused
+  mallopt(M_MMAP_THRESHOLD, Most);
+  mallopt(M_TRIM_THRESHOLD, Most);
+  mallopt(M_TOP_PAD, 1 << 20);
+  mallopt(M_ARENA_MAX, 1);
+}
+
 TrialPlan PlanFor(u64 seed, const SoakOptions& options) {
   TrialPlan plan = DrawTrial(seed);
   plan.trace = options.trace;
@@ -54,6 +68,7 @@ TrialPlan PlanFor(u64 seed, const SoakOptions& options) {
 void RunJob(const SoakOptions& options, u32 job, int results) try {
   if (!options.parallel) {
     TakeProcessor(job);
+    KeepMemoryTogether();
   }
   const simulator::HostFolder folder;
   for (u64 run = job; run < options.runs; run += options.jobs) {
@@ -68,17 +83,50 @@ void RunJob(const SoakOptions& options, u32 job, int results) try {
   std::fprintf(stderr, "vantrel-soak: %s\n", error.what());
 }
 
+// How many failed seeds get a line, of each kind of violation and in all. A fault that many runs
+// meet would fill screen after screen with the same sentence; this much stays on one.
+constexpr u32 MostToldOfKind = 2;
+constexpr u32 MostTold = 6;
+
+// Failed seeds named at the end.
+constexpr std::size_t MostNamed = 20;
+
 void WriteFailure(const std::string& name, const TrialReport& report, std::FILE* stream) {
   std::fprintf(stream, "%s FAILED: %s", name.c_str(), report.violations.front().c_str());
   if (report.violations.size() > 1) {
     std::fprintf(stream, " (and %zu more)", report.violations.size() - 1);
   }
   std::fputs("\n", stream);
+  // What ended the life counts as much as what was wrong first, which may have led to it.
+  if (!report.earlyEnd.empty() && report.earlyEnd != report.violations.front()) {
+    std::fprintf(stream, "  and in the end %s\n", report.earlyEnd.c_str());
+  }
 }
+
+// Writes the failed seeds' lines, as many as help.
+class FailureLines {
+ public:
+  explicit FailureLines(std::FILE* stream) : stream_(stream) {}
+
+  void Write(u64 seed, const TrialReport& report) {
+    u32& toldOfKind = told_[KindOfViolation(report.violations.front())];
+    if (toldOfKind < MostToldOfKind && toldInAll_ < MostTold) {
+      ++toldOfKind;
+      ++toldInAll_;
+      WriteFailure("seed " + std::to_string(seed), report, stream_);
+    }
+  }
+
+ private:
+  std::FILE* const stream_;
+  std::map<std::string, u32> told_;
+  u32 toldInAll_ = 0;
+};
 
 // Takes the jobs' messages until the last of them has ended.
 void Collect(int results, const SoakOptions& options, std::FILE* stream, SoakFigures& figures) {
   ProgressLine progress(stream, options.runs);
+  FailureLines failures(stream);
   std::vector<char> message(1 << 17);
   for (;;) {
     progress.Show(figures.runs, figures.failedSeeds.size());
@@ -92,7 +140,7 @@ void Collect(int results, const SoakOptions& options, std::FILE* stream, SoakFig
     figures.Add(seed, report);
     if (!report.violations.empty()) {
       progress.Clear();
-      WriteFailure("seed " + std::to_string(seed), report, stream);
+      failures.Write(seed, report);
       if (options.stopAtFirst) {
         break;
       }
@@ -106,15 +154,18 @@ void WriteFailedSeeds(const SoakFigures& figures, std::FILE* stream) {
     return;
   }
   std::fputs("failed seeds:", stream);
-  for (const u64 seed : figures.failedSeeds) {
-    std::fprintf(stream, " %" PRIu64, seed);
+  const std::size_t named = std::min(figures.failedSeeds.size(), MostNamed);
+  for (std::size_t i = 0; i < named; ++i) {
+    std::fprintf(stream, " %" PRIu64, figures.failedSeeds[i]);
+  }
+  if (figures.failedSeeds.size() > named) {
+    std::fprintf(stream, " and %zu more (--json tells all)", figures.failedSeeds.size() - named);
   }
   const u64 first = figures.failedSeeds.front();
   std::fprintf(stream,
-               "\nreplay the first: vantrel-soak --seed %" PRIu64
-               " --runs 1 --trace all\nmake it smaller:  vantrel-soak --seed %" PRIu64
-               " --shrink\n",
-               first, first);
+               "\nreplay the first: %s --seed %" PRIu64
+               " --runs 1 --trace all\nmake it smaller:  %s --seed %" PRIu64 " --shrink\n",
+               program_invocation_name, first, program_invocation_name, first);
 }
 
 TrialPlan PlanOf(const std::string& text) {

@@ -18,10 +18,10 @@ struct SoakOptions {
   bool stopAtFirst = false;  // begin no more trials once one has failed
 };
 
-// Runs the trials with the seeds firstSeed, firstSeed + 1 and so on, and writes a line for each
-// that breaks a promise: its first violation, and how many more there are. At the end come the
-// failed seeds, the line that repeats the first of them, and what was run. True when all was run
-// and kept.
+// Runs the trials with the seeds firstSeed, firstSeed + 1 and so on, and writes a line for each of
+// the first few that break a promise, in each way: the first violation, and how many more there
+// are. At the end come what was run, the failed seeds, and the lines that repeat the first of them
+// and make it smaller. True when all was run and kept.
 bool RunSoak(const SoakOptions& options, std::FILE* stream, SoakFigures& figures);
 
 // Runs the plan that the text tells, and writes what became of it. True when it kept the promise.

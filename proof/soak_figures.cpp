@@ -41,8 +41,10 @@ void WriteFigures(const SoakFigures& figures, std::FILE* stream) {
                "hours, %" PRIu64 " platform calls\n",
                figures.runs, figures.failedSeeds.size(), figures.lives,
                static_cast<double>(figures.virtualMs) / 3'600'000, figures.platformCalls);
-  WriteCounts("what happened", figures.troubles, stream);
-  WriteCounts("words told to the user", figures.words, stream);
+  if (figures.failedSeeds.empty()) {
+    WriteCounts("what happened", figures.troubles, stream);
+    WriteCounts("words told to the user", figures.words, stream);
+  }
 }
 
 std::string FiguresJson(const SoakFigures& figures) {

@@ -22,7 +22,8 @@ struct SoakFigures {
   void Add(u64 seed, const TrialReport& report);
 };
 
-// For people.
+// For people: a line, and what happened how often when no run failed. With failures the screen is
+// theirs.
 void WriteFigures(const SoakFigures& figures, std::FILE* stream);
 
 // One line of JSON for proof/add-figures: numbers and lists of the same names for every soak.

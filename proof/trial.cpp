@@ -1,8 +1,6 @@
 #include "proof/trial.h"
 
 #include <algorithm>
-#include <cstddef>
-#include <cstring>
 
 #include "proof/life.h"
 #include "proof/trace.h"
@@ -21,35 +19,39 @@ LifePage& SharedPage() {
   return page;
 }
 
-// What is known of a life whose process did not get to its end.
-std::string CrashText(const LifePage& page, const std::string& end) {
-  return "at " + SecondsText(page.lastCallMs) +
-         ": expected the service to live, found its process " + end + " after call " +
-         std::to_string(page.calls) + ", " + platform::NameOf(page.lastCall);
+// Why the process of a life did not get to its end.
+std::string EarlyEndText(const LifePage& page, const std::string& end) {
+  const std::string time = "at " + SecondsText(page.lastCallMs) + ": ";
+  if (*page.stuck != '\0') {
+    return time + page.stuck;
+  }
+  return time + "expected the service to live, found its process " + (end.empty() ? "ended" : end) +
+         " after call " + std::to_string(page.calls) + ", " + platform::NameOf(page.lastCall);
 }
 
 // Runs one life in a child process and reads what it tells. False when it did not get to its end.
 bool RunLife(const TrialPlan& plan, const std::string& driveFolder, const Carried& carried,
              bool troubled, const Trace& trace, TrialReport& told) {
   LifePage& page = SharedPage();
-  std::memset(static_cast<void*>(&page), 0, offsetof(LifePage, text) + 1);
+  page.Empty();
   const std::string end = RunInChild([&] {
     SilenceStandardOutput();
     // Never destroyed: threads of the service may still stand in its calls.
     (new Life(plan, driveFolder, carried, troubled, page, trace.file()))->Run();
   });
-  told = ReadReport(page.text);
+  const bool concluded = end.empty() && page.concluded;
+  told = ReadReport(concluded ? page.text : page.violationsSoFar);
   std::stable_sort(told.violations.begin(), told.violations.end(),
                    [](const std::string& a, const std::string& b) {
                      return TimeOfViolation(a) < TimeOfViolation(b);
                    });
-  if (end.empty() && page.concluded) {
-    return true;
+  if (!concluded) {
+    told.platformCalls = page.calls;
+    told.virtualMs = page.lastCallMs;
+    told.earlyEnd = EarlyEndText(page, end);
+    told.violations.push_back(told.earlyEnd);
   }
-  if (told.violations.empty()) {
-    told.violations.push_back(CrashText(page, end.empty() ? "ended" : end));
-  }
-  return false;
+  return concluded;
 }
 
 // Adds what a life told to the trial's report.
@@ -63,6 +65,7 @@ void Add(const TrialReport& life, bool troubled, TrialReport& report) {
   }
   ++report.lives;
   report.updated = life.updated;
+  report.earlyEnd = life.earlyEnd;
   report.virtualMs += life.virtualMs;
   report.violations.insert(report.violations.end(), life.violations.begin(), life.violations.end());
   for (const auto& [trouble, count] : life.troubles) {

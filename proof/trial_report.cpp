@@ -1,6 +1,7 @@
 #include "proof/trial_report.h"
 
 #include <algorithm>
+#include <cctype>
 
 #include "simulator/setting_lines.h"
 
@@ -66,6 +67,14 @@ constexpr Setting<TrialReport> ReportLines[] = {
        return true;
      },
      [](TrialReport& report) { report.violations.clear(); }},
+    {"early-end", "a sentence",
+     [](const TrialReport& report) {
+       return report.earlyEnd.empty() ? Texts{} : Texts{report.earlyEnd};
+     },
+     [](TrialReport& report, const std::string& value) {
+       report.earlyEnd = value;
+       return true;
+     }},
 };
 
 }  // namespace
@@ -94,6 +103,12 @@ u64 TimeOfViolation(const std::string& violation) {
     simulator::ReadTime(violation.substr(begin, violation.find(' ', begin) - begin) + "s", timeMs);
   }
   return timeMs;
+}
+
+std::string KindOfViolation(const std::string& violation) {
+  std::string kind = violation.substr(0, violation.find('('));
+  std::erase_if(kind, [](unsigned char character) { return std::isxdigit(character) != 0; });
+  return kind;
 }
 
 }  // namespace proof

@@ -13,6 +13,11 @@ namespace proof {
 struct TrialReport {
   // Of the promise; empty for a good trial. Each life's in the order of their times.
   std::vector<std::string> violations;
+
+  // The last of them again, when it is that a life did not get to its end: its process crashed, or
+  // none of its threads could run any more. Empty otherwise.
+  std::string earlyEnd;
+
   bool updated = false;
   u32 lives = 0;
   u64 virtualMs = 0;
@@ -37,5 +42,8 @@ TrialReport ReadReport(const std::string& text);
 
 // When a violation was, as its text says ("at 12.345 s: ..."); the end of time when it does not.
 u64 TimeOfViolation(const std::string& violation);
+
+// What a violation says, its numbers aside: the same for one fault in plans of many kinds.
+std::string KindOfViolation(const std::string& violation);
 
 }  // namespace proof

@@ -16,6 +16,9 @@ const char* NameOf(Call call) {
   return Names[static_cast<std::size_t>(call)];
 }
 
+// Only what a caller can meet in practice stands here. A call without a row carries on whatever a
+// sweep orders: Windows gives it no way to fail, or the service none to notice. More rows mean more
+// places for a sweep to break.
 const std::vector<std::uint32_t>& DocumentedErrors(Call call) {
   using Errors = std::vector<std::uint32_t>;
   static const Errors None;
@@ -73,6 +76,8 @@ const std::vector<std::uint32_t>& DocumentedErrors(Call call) {
   return found == Table.end() ? None : found->second;
 }
 
+// The lock is let go before anything that may block or act: an action may come back through this
+// gate, and a thread that is held up must not hold up others.
 std::uint32_t CallGate::Enter(Call call) {
   scheduler_.Checkpoint();
 
@@ -112,6 +117,7 @@ std::uint32_t CallGate::Enter(Call call) {
   return error;
 }
 
+// An order for the call itself comes before one for a number of the run.
 std::uint32_t CallGate::ErrorFor(Call call) {
   const std::uint64_t occurrence = counts_[static_cast<std::size_t>(call)];
   for (auto [at, end] = orders_.equal_range(call); at != end; ++at) {
@@ -127,6 +133,7 @@ std::uint32_t CallGate::ErrorFor(Call call) {
   return errors.empty() ? 0 : errors[failErrorIndex_ % errors.size()];
 }
 
+// Counted from now on, so that a test need not know how often the service has called already.
 void CallGate::FailCall(Call call, std::uint32_t occurrence, std::uint32_t error, bool fromThenOn) {
   const std::scoped_lock lock(lock_);
   orders_.emplace(call,

@@ -45,6 +45,8 @@ DeviceFile::~DeviceFile() {
 
 // ---- The script's side ----
 
+// All interfaces are listed before the first of them is announced. A caller that is told of one may
+// look for the others at once.
 void DeviceTree::Attach(const std::vector<Device>& devices) {
   std::vector<std::u16string> present;
   for (const Device& device : devices) {
@@ -72,6 +74,8 @@ void DeviceTree::Attach(const std::vector<Device>& devices) {
   AnnounceAll(CM_NOTIFY_ACTION_DEVICEINTERFACEARRIVAL, arrived);
 }
 
+// The slot stays as a phantom. A thread that waits for an answer of the device sees it gone in the
+// same moment, and before anybody is notified.
 void DeviceTree::Detach(const std::vector<std::u16string>& instanceIds) {
   std::vector<std::shared_ptr<AttachedInterface>> left;
   {
@@ -114,6 +118,7 @@ void DeviceTree::AnnounceAll(CM_NOTIFY_ACTION action,
 
 // ---- The calls' side ----
 
+// Windows compares instance ids ignoring case.
 DeviceTree::Slot* DeviceTree::FindSlot(const std::u16string& instanceId) {
   const auto found = std::find_if(slots_.begin(), slots_.end(), [&](const Slot& slot) {
     return EqualsIgnoringCase(slot.device.instanceId, instanceId);
@@ -121,6 +126,7 @@ DeviceTree::Slot* DeviceTree::FindSlot(const std::u16string& instanceId) {
   return found == slots_.end() ? nullptr : &*found;
 }
 
+// A phantom's interfaces are known too, and are listed when somebody asks for all devices.
 std::vector<std::u16string> DeviceTree::ListInterfaces(const GUID& classGuid,
                                                        bool presentOnly) const {
   const std::scoped_lock lock(lock_);
@@ -137,6 +143,7 @@ std::vector<std::u16string> DeviceTree::ListInterfaces(const GUID& classGuid,
   return paths;
 }
 
+// Node numbers never change while the machine is on: slots are added and never removed.
 DeviceNode DeviceTree::DescribeSlot(std::size_t index) const {
   const Slot& slot = slots_[index];
   return {FirstDeviceNode + static_cast<DEVINST>(index), !slot.attached.empty(),
@@ -185,6 +192,8 @@ std::shared_ptr<AttachedInterface> DeviceTree::FindAttached(const std::u16string
   return nullptr;
 }
 
+// The order of the checks is that of Windows: whether it is there, what its driver says, and last
+// the sharing with those who have it open.
 std::shared_ptr<DeviceFile> DeviceTree::OpenPath(const std::u16string& path, const OpenMode& mode,
                                                  DWORD& error) {
   const std::shared_ptr<AttachedInterface> target = FindAttached(path);
@@ -220,6 +229,7 @@ std::shared_ptr<DeviceFile> DeviceTree::OpenPath(const std::u16string& path, con
 
 // ---- The wire ----
 
+// An answer is logged as the caller gets it, cut to what was asked for.
 UsbResult DeviceTree::Carry(AttachedInterface& target, const WINUSB_SETUP_PACKET& setup,
                             Bytes& data, const std::function<UsbReply(const Bytes&)>& exchange) {
   TransferRecord record;
@@ -239,6 +249,8 @@ UsbResult DeviceTree::Carry(AttachedInterface& target, const WINUSB_SETUP_PACKET
   return record.result;
 }
 
+// A device that leaves while it is busy has carried out the request, perhaps, but the caller never
+// learns it. One that takes longer than the driver waits counts as not having answered.
 UsbResult DeviceTree::Exchange(AttachedInterface& target, TransferRecord& record, Bytes& data,
                                const std::function<UsbReply(const Bytes&)>& exchange) {
   if (target.isGone()) {

@@ -15,8 +15,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// In units of 100 ns since 1601. All files are of one age unless a script says otherwise.
 constexpr std::uint64_t NewYear2020 = 132'223'104'000'000'000;
 
+// Two halves and no 64-bit number: Windows does not promise the alignment for one.
 FILETIME ToFileTime(std::uint64_t time) {
   return {static_cast<DWORD>(time), static_cast<DWORD>(time >> 32)};
 }
@@ -57,6 +59,7 @@ std::string SpelledAsIn(const std::string& folder, const std::string& name) {
   return name;
 }
 
+// Both are in upper case. The names are short, so trying every length for '*' is fast enough.
 bool Matches(std::u16string_view name, std::u16string_view pattern) {
   if (pattern.empty()) {
     return name.empty();
@@ -69,16 +72,26 @@ bool Matches(std::u16string_view name, std::u16string_view pattern) {
 
 }  // namespace
 
+// Parts like ".." could lead out of the folder that stands for the drive; nobody needs them.
 std::string Drive::HostPath(const std::string& path) const {
   const std::vector<std::string> parts = Split(path);
   if (hostFolder_.empty() || parts.empty() || !EqualsIgnoringCase(WideFromUtf8(parts[0]), u"C:")) {
     return {};
   }
-  std::string host = hostFolder_;
+  std::string asSpelled = hostFolder_;
   for (std::size_t i = 1; i < parts.size(); ++i) {
     if (parts[i] == "." || parts[i] == "..") {
       return {};
     }
+    asSpelled += "/" + parts[i];
+  }
+  // Most callers spell a path as it was made, and then one look at the host's folders is enough.
+  std::error_code error;
+  if (fs::exists(asSpelled, error)) {
+    return asSpelled;
+  }
+  std::string host = hostFolder_;
+  for (std::size_t i = 1; i < parts.size(); ++i) {
     host += "/" + SpelledAsIn(host, parts[i]);
   }
   return host;
@@ -148,6 +161,8 @@ WIN32_FIND_DATAA Drive::RecordOf(const std::string& hostPath, const std::string&
   return record;
 }
 
+// Windows tells apart a folder that is not there, a path through a file, and a folder where nothing
+// matches. The caller logs the number.
 DWORD Drive::List(const std::string& path, std::vector<WIN32_FIND_DATAA>& entries) const {
   entries.clear();
   const std::size_t patternAt = path.find_last_of("\\/") + 1;
@@ -182,6 +197,7 @@ DWORD Drive::List(const std::string& path, std::vector<WIN32_FIND_DATAA>& entrie
   return entries.empty() ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS;
 }
 
+// A folder opens for no stream: Windows says that access is denied.
 DWORD Drive::CheckFile(const std::string& path) const {
   const std::string host = HostPath(path);
   std::error_code error;

@@ -2,6 +2,7 @@
 
 namespace platform {
 
+// Kept first, told then: an observer may end the process.
 void FaultLog::Add(const std::string& fault) {
   {
     const std::scoped_lock lock(lock_);

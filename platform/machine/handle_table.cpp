@@ -6,11 +6,14 @@ namespace platform {
 
 namespace {
 
+// Windows has two values for it: some calls fail with null, others with -1.
 bool IsNoHandle(const void* handle) {
   const auto value = reinterpret_cast<std::uintptr_t>(handle);
   return value == 0 || value == ~std::uintptr_t{0};
 }
 
+// The other kinds have closing calls of their own, and CloseHandle on one of them corrupts
+// something.
 bool IsClosedByCloseHandle(HandleKind kind) {
   switch (kind) {
     case HandleKind::Event:
@@ -25,6 +28,7 @@ bool IsClosedByCloseHandle(HandleKind kind) {
   }
 }
 
+// The call's name comes first: it is what a person looks for in the service's code.
 std::string Describe(const char* call, const void* handle, const std::string& what) {
   char value[32];
   std::snprintf(value, sizeof(value), "0x%zx", reinterpret_cast<std::size_t>(handle));
@@ -45,6 +49,7 @@ bool KernelObject::TryTake(SimThread&) {
   return false;
 }
 
+// Values grow by four, as Windows' do: their two lowest bits belong to the caller.
 void* HandleTable::Add(HandleKind kind, std::shared_ptr<KernelObject> object) {
   const std::scoped_lock lock(lock_);
   std::uintptr_t value = nextValue_;
@@ -59,6 +64,7 @@ void* HandleTable::Add(HandleKind kind, std::shared_ptr<KernelObject> object) {
   return reinterpret_cast<void*>(value);
 }
 
+// Closed entries stay in the table, so that a use after the close can be told from a made-up value.
 HandleTable::Entry* HandleTable::FindOpen(const void* handle, const char* call) {
   if (IsNoHandle(handle)) {
     return nullptr;
@@ -76,6 +82,8 @@ HandleTable::Entry* HandleTable::FindOpen(const void* handle, const char* call) 
   return &found->second;
 }
 
+// Windows would answer ERROR_INVALID_HANDLE to a handle of another kind. A caller that mixes them
+// up has a fault, whatever it makes of the answer.
 HandleTable::Entry* HandleTable::FindOfKind(const void* handle, HandleKind kind, const char* call) {
   Entry* const entry = FindOpen(handle, call);
   if (entry != nullptr && entry->kind != kind) {
@@ -131,6 +139,7 @@ bool HandleTable::CloseAny(const void* handle, const char* call) {
   return true;
 }
 
+// The object lives on while a call that is under way holds it, as a kernel object does.
 void HandleTable::CloseEntry(const void* handle, Entry& entry) {
   ++closed_[entry.kind];
   entry.object = nullptr;

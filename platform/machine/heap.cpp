@@ -10,6 +10,7 @@ std::size_t Heap::OpenBlocks() const {
   return blocks_.size();
 }
 
+// A caller that forgets HEAP_ZERO_MEMORY often finds zeros on a fresh heap. Here it finds none.
 void* Heap::Allocate(std::size_t bytes, bool zeroed) {
   constexpr int Stale = 0xBD;
   void* const block = zeroed ? std::calloc(1, bytes) : std::malloc(bytes);
@@ -24,6 +25,7 @@ void* Heap::Allocate(std::size_t bytes, bool zeroed) {
   return block;
 }
 
+// The block is struck off before it is freed: another thread may be given the same address at once.
 bool Heap::Free(void* block) {
   {
     const std::scoped_lock lock(lock_);

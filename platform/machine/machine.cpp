@@ -12,6 +12,7 @@ Machine* machine = nullptr;
 
 }  // namespace
 
+// The parts know each other through references, in the order in which they are members.
 Machine::Machine(const MachineOptions& options)
     : scheduler(options.scheduler),
       handles(faults),
@@ -22,6 +23,8 @@ Machine::Machine(const MachineOptions& options)
       notifications(scheduler),
       devices(scheduler, faults, notifications, transfers) {}
 
+// Windows ends a process when its entry returns, whatever its other threads do. The exit code is
+// there before anybody can see that the process has ended.
 void Machine::StartServiceProcess(std::function<int()> entry) {
   scheduler.Spawn("service process", ThreadOwner::Service, false,
                   [this, entry = std::move(entry)]() -> std::uint32_t {

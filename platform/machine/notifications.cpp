@@ -24,6 +24,8 @@ std::vector<std::uint64_t> MakeEventData(const Notice& notice, DWORD& sizeBytes)
 
 }  // namespace
 
+// The thread may call back before the registering call has returned, as a thread of the pool may on
+// Windows.
 void NotificationCenter::Register(std::shared_ptr<NotificationRegistration> registration) {
   {
     const std::scoped_lock lock(lock_);
@@ -38,6 +40,8 @@ void NotificationCenter::PlanDeliveries(std::function<DeliveryPlan(const Notice&
   planner_ = std::move(planner);
 }
 
+// The planner is asked without the lock: it may look at the machine. Who registers from now on
+// learns nothing of this notice, as on Windows.
 void NotificationCenter::Announce(const Notice& notice) {
   std::function<DeliveryPlan(const Notice&)> planner;
   std::vector<std::shared_ptr<NotificationRegistration>> registrations;
@@ -59,6 +63,8 @@ void NotificationCenter::Announce(const Notice& notice) {
   }
 }
 
+// By default through the registration's queue, which keeps the order. A thread of its own may
+// overtake.
 void NotificationCenter::Pass(const std::shared_ptr<NotificationRegistration>& registration,
                               const Waiting& waiting, const DeliveryPlan& plan) {
   if (!plan.ownThread) {
@@ -75,6 +81,7 @@ void NotificationCenter::Pass(const std::shared_ptr<NotificationRegistration>& r
   }
 }
 
+// A registration is never taken back: the service keeps both of its own until its process ends.
 void NotificationCenter::DeliverForEver(NotificationRegistration& registration) {
   for (;;) {
     Waiting next;
@@ -92,6 +99,8 @@ void NotificationCenter::DeliverForEver(NotificationRegistration& registration) 
   }
 }
 
+// A late notice holds up those behind it. The record is made here and gone after the callback, so a
+// caller that keeps a pointer into it is found by the sanitizers.
 void NotificationCenter::Deliver(const NotificationRegistration& registration,
                                  const Waiting& waiting) {
   if (const std::uint64_t now = scheduler_.NowMs(); waiting.notBeforeMs > now) {

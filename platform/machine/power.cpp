@@ -14,6 +14,7 @@ BYTE FlagFor(BYTE percent) {
 
 }  // namespace
 
+// The times that are left are unknown: a tablet's driver seldom tells them, and nobody asks here.
 SYSTEM_POWER_STATUS Power::Status() const {
   constexpr DWORD Unknown = 0xFFFFFFFF;
   const BYTE percent = batteryPercent_;

@@ -15,6 +15,7 @@ void ProcessTable::Remove(DWORD id) {
   std::erase_if(processes_, [&](const Process& process) { return process.id == id; });
 }
 
+// A copy, because the process may be gone by the time that it is looked at.
 std::optional<Process> ProcessTable::Find(DWORD id) const {
   const std::scoped_lock lock(lock_);
   const auto found = std::find_if(processes_.begin(), processes_.end(),

@@ -23,29 +23,37 @@ class Observers {
   [[nodiscard]] Observation Observe(Observer observer) {
     const auto place = std::make_shared<const Observer>(std::move(observer));
     const std::scoped_lock lock(lock_);
-    places_.push_back(place);
+    Places places;
+    for (const auto& each : *places_) {
+      if (!each.expired()) {
+        places.push_back(each);
+      }
+    }
+    places.push_back(place);
+    places_ = std::make_shared<const Places>(std::move(places));
     return place;
   }
 
   void Tell(const Record& record) {
-    std::vector<std::shared_ptr<const Observer>> watching;
+    std::shared_ptr<const Places> places;
     {
       const std::scoped_lock lock(lock_);
-      std::erase_if(places_, [](const auto& place) { return place.expired(); });
-      for (const auto& place : places_) {
-        watching.push_back(place.lock());
-      }
+      places = places_;
     }
-    for (const auto& observer : watching) {
-      if (observer != nullptr) {
+    for (const auto& place : *places) {
+      if (const auto observer = place.lock()) {
         (*observer)(record);
       }
     }
   }
 
  private:
-  std::mutex lock_;
-  std::vector<std::weak_ptr<const Observer>> places_;
+  using Places = std::vector<std::weak_ptr<const Observer>>;
+
+  std::mutex lock_;  // guards places_
+
+  // Never changed, only replaced: records come up thousands of times as often as observers.
+  std::shared_ptr<const Places> places_ = std::make_shared<const Places>();
 };
 
 // The same, and keeps the records for who asks later.

@@ -9,6 +9,8 @@ namespace platform {
 
 namespace {
 
+// A handle to a deleted key stays open on Windows, and every use of it fails. So the node is marked
+// and lives until the last handle is closed.
 void MarkDeleted(RegistryKeyNode& key) {
   key.deleted = true;
   for (const auto& [name, subkey] : key.subkeys) {
@@ -18,6 +20,7 @@ void MarkDeleted(RegistryKeyNode& key) {
 
 }  // namespace
 
+// An empty path is the key itself, as RegOpenKeyExW has it.
 std::shared_ptr<RegistryKeyNode> Registry::Walk(std::shared_ptr<RegistryKeyNode> key,
                                                 std::u16string_view path, bool make) const {
   while (key != nullptr && !path.empty()) {
@@ -54,6 +57,7 @@ void Registry::RemoveKey(std::u16string_view path) {
   }
 }
 
+// The terminator is part of the value: Windows stores what it is given and adds none.
 void Registry::SetString(std::u16string_view path, std::u16string_view name,
                          std::u16string_view text) {
   const std::u16string terminated(text);
@@ -79,6 +83,8 @@ bool Registry::IsDeleted(const RegistryKeyNode& key) const {
   return key.deleted;
 }
 
+// The map is sorted by the upper-case name. That is the order in which Windows enumerates; a new
+// key moves the index of those behind it.
 std::vector<std::u16string> Registry::SubkeyNames(const RegistryKeyNode& key) const {
   const std::scoped_lock lock(lock_);
   std::vector<std::u16string> names;

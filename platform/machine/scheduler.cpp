@@ -13,6 +13,8 @@ namespace platform {
 
 namespace {
 
+// The thread of the machine that this host thread plays. Its owner is the list in the scheduler, or
+// who started it.
 thread_local SimThread* currentThread = nullptr;
 
 // Where ExitCurrentThread lands. Jumping skips the destructors in between, as Windows does.
@@ -61,6 +63,7 @@ void Scheduler::OnStuck(std::function<void(const std::string&)> handler) {
   onStuck_ = std::move(handler);
 }
 
+// The calling thread runs already, so it takes the place of the one that runs.
 void Scheduler::AttachCurrentThread(const std::string& name, ThreadOwner owner) {
   const Lock lock(lock_);
   auto thread = std::make_shared<SimThread>();
@@ -73,6 +76,9 @@ void Scheduler::AttachCurrentThread(const std::string& name, ThreadOwner owner) 
   currentThread = thread.get();
 }
 
+// The host thread exists from here on, but waits for its turn. In serial mode nobody is picked now:
+// the caller still runs, and the new thread is found when it blocks. In parallel mode there may be
+// room at once.
 std::shared_ptr<SimThread> Scheduler::Spawn(const std::string& name, ThreadOwner owner,
                                             bool suspended, std::function<std::uint32_t()> body) {
   auto thread = std::make_shared<SimThread>();
@@ -95,6 +101,8 @@ std::shared_ptr<SimThread> Scheduler::Spawn(const std::string& name, ThreadOwner
   return thread;
 }
 
+// The life of a host thread: it waits for its first turn, runs the body, and gives its place up.
+// The pointer keeps the thread's record alive for who still holds a handle to it.
 void Scheduler::HostThreadMain(std::shared_ptr<SimThread> thread,
                                const std::function<std::uint32_t()>& body) {
   currentThread = thread.get();
@@ -130,11 +138,14 @@ bool Scheduler::Resume(SimThread& thread) {
   return true;
 }
 
+// Windows ends the thread where it stands. What its frames own stays owned, here as there.
 void Scheduler::ExitCurrentThread(std::uint32_t exitCode) {
   Update([&] { currentThread->exitCode = exitCode; });
   std::longjmp(*threadExit, 1);
 }
 
+// Serving the waiting here and not when they are picked makes the order fair: a mutex that is
+// released and taken again at once has gone to who waited.
 void Scheduler::Update(const std::function<void()>& change) {
   const Lock lock(lock_);
   change();
@@ -159,6 +170,7 @@ bool Scheduler::WaitUntil(const std::function<bool()>& tryTake, std::uint64_t de
   return !self.timedOut_;
 }
 
+// A sleep is a wait for nothing. One that would end beyond the end of time lasts for ever.
 void Scheduler::SleepMs(std::uint64_t milliseconds) {
   if (milliseconds == 0) {
     Yield();
@@ -169,6 +181,7 @@ void Scheduler::SleepMs(std::uint64_t milliseconds) {
             milliseconds > NoDeadline - now ? NoDeadline : now + milliseconds);
 }
 
+// Ready again, but with a new place in the order: behind all that are ready now.
 void Scheduler::Yield() {
   Lock lock(lock_);
   SimThread& self = *currentThread;
@@ -176,6 +189,8 @@ void Scheduler::Yield() {
   BlockCurrent(lock, self);
 }
 
+// One call in four hands over: often enough to meet races, seldom enough for a thread to get on. A
+// thread of an ended process goes to sleep here and is never picked.
 void Scheduler::Checkpoint() {
   Lock lock(lock_);
   SimThread& self = *currentThread;
@@ -186,6 +201,7 @@ void Scheduler::Checkpoint() {
   }
 }
 
+// Nothing is torn down: as after a kill, the threads stay where they are and none of them runs.
 void Scheduler::EndServiceProcess() {
   {
     const Lock lock(lock_);
@@ -233,6 +249,7 @@ std::vector<SimThread*> Scheduler::Waiting() const {
   return waiting;
 }
 
+// Those that get what they wait for are ready; they run when their turn comes.
 void Scheduler::ServeWaiting() {
   for (SimThread* const thread : Waiting()) {
     if (thread->state_ == SimThread::State::Blocked && (*thread->tryTake_)()) {
@@ -241,6 +258,8 @@ void Scheduler::ServeWaiting() {
   }
 }
 
+// With a seed the order is drawn anew each time. Blocked threads are among the drawn: their time
+// may be up, or what they wait for may be there.
 SimThread* Scheduler::PickNext() {
   std::vector<SimThread*> waiting = Waiting();
   if (options_.seed != 0) {
@@ -253,6 +272,7 @@ SimThread* Scheduler::PickNext() {
   return chosen == waiting.end() ? nullptr : *chosen;
 }
 
+// What a thread waits for comes before its time-out, as on Windows when both are there at once.
 bool Scheduler::TakeIfEligible(SimThread& thread) {
   if (thread.state_ == SimThread::State::Ready || (*thread.tryTake_)()) {
     return true;
@@ -287,6 +307,7 @@ void Scheduler::LetRun(SimThread& thread) {
   thread.wake_.notify_one();
 }
 
+// A loop that polls without ever sleeping would hang the host. Time has to pass for every one.
 void Scheduler::CountPass() {
   if (++passesAtThisTime_ > MostPassesAtOneTime) {
     Stuck("threads hand over to each other for ever and time stands still");
@@ -307,6 +328,7 @@ std::string Scheduler::Describe() const {
   return text;
 }
 
+// The handler may end the process in a way of its own. Nothing sensible can follow if it does not.
 void Scheduler::Stuck(const std::string& why) {
   onStuck_(why + "; " + Describe());
   std::_Exit(3);

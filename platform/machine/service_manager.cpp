@@ -7,6 +7,7 @@ void ServiceManager::SetStartedByManager(bool started) {
   startedByManager_ = started;
 }
 
+// Through the scheduler, because the dispatcher waits for it.
 void ServiceManager::SendControl(DWORD control) {
   scheduler_.Update([&] {
     const std::scoped_lock lock(lock_);
@@ -14,6 +15,8 @@ void ServiceManager::SendControl(DWORD control) {
   });
 }
 
+// Windows passes the service's name as its first argument. The handler runs here, on the thread of
+// the dispatcher, with no lock held: it may report a status itself.
 bool ServiceManager::Dispatch(const SERVICE_TABLE_ENTRYW& entry) {
   {
     const std::scoped_lock lock(lock_);
@@ -67,6 +70,7 @@ void ServiceManager::Register(std::shared_ptr<ServiceRegistration> registration)
   });
 }
 
+// A status behind STOPPED changes nothing any more. It is recorded all the same, for who looks.
 void ServiceManager::Report(const SERVICE_STATUS& status) {
   reports.Add({status, scheduler_.NowMs()});
   scheduler_.Update([&] {

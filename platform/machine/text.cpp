@@ -12,6 +12,7 @@ constexpr char16_t UpperControls[32] = {
     0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
     0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
+// One to four bytes; the first tells how many.
 void AppendUtf8(std::string& text, char32_t character) {
   const auto append = [&](char32_t bits) { text.push_back(static_cast<char>(bits)); };
   if (character < 0x80) {
@@ -32,6 +33,8 @@ void AppendUtf8(std::string& text, char32_t character) {
   append(0x80 | (character & 0x3F));
 }
 
+// Letters of Latin-1 only, where the difference is always 0x20; 0xF7 is the division sign. Names on
+// the drive and in the registry have no others.
 char16_t UpperCase(char16_t unit) {
   const bool latin =
       (unit >= 0xE0 && unit <= 0xFE && unit != 0xF7) || (unit >= u'a' && unit <= u'z');
@@ -62,6 +65,7 @@ bool AnsiFromWide(char16_t unit, char& byte) {
   return false;
 }
 
+// Half of a surrogate pair alone is no character, and shows as the replacement character.
 std::string Utf8FromWide(std::u16string_view text) {
   std::string utf8;
   for (std::size_t i = 0; i < text.size(); ++i) {

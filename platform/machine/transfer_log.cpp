@@ -14,6 +14,8 @@ std::uint64_t TransferLog::total() const {
   return total_;
 }
 
+// The actions run without the lock, since one may pull the device and cause transfers of its own.
+// The number is taken before that: what an action causes comes behind.
 void TransferLog::Begin(TransferRecord& record) {
   std::vector<std::function<void()>> actions;
   {
