@@ -55,15 +55,6 @@ TEST_F(CallGateTest, FailsTheOrderedCallAloneOrAllFromItOn) {
   }
 }
 
-TEST_F(CallGateTest, CountsThroughTheErrorsOfTheCall) {
-  const DWORD errors[] = {ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, ERROR_FILE_NOT_FOUND};
-  for (u32 index = 0; index < 5; ++index) {
-    machine.gate.FailNumber(machine.gate.total() + 1, index);
-    EXPECT_EQ(CreateFileW(u"", 0, 0, nullptr, OPEN_EXISTING, 0, nullptr), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), errors[index % 3]) << index;
-  }
-}
-
 TEST_F(CallGateTest, ActsInFrontOfTheCallWithTheNumberOnItsThread) {
   std::string order;
   platform::SimThread* actor = nullptr;

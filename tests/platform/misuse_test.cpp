@@ -111,17 +111,6 @@ TEST_F(MisuseTest, WinUsbIsFreedBeforeItsFileIsClosed) {
   EXPECT_EQ(Wire(), Texts{}) << "nothing goes through a closed file";
 }
 
-TEST_F(MisuseTest, HeapBlocksAreFreedOnceAndZeroOnlyWhenAsked) {
-  for (const DWORD flags : {0, HEAP_ZERO_MEMORY}) {
-    u8* const block = static_cast<u8*>(HeapAlloc(GetProcessHeap(), flags, 100));
-    EXPECT_EQ(std::count(block, block + 100, 0), flags == 0 ? 0 : 100);
-    EXPECT_TRUE(HeapFree(GetProcessHeap(), 0, block));
-  }
-  u8 foreign = 0;
-  const auto free = [&] { return HeapFree(GetProcessHeap(), 0, &foreign); };
-  ExpectMisuse(free, ERROR_SUCCESS, "HeapFree: a block that is not allocated");
-}
-
 TEST_F(MisuseTest, RefusesWhatIsNotModelled) {
   const HANDLE event = NewEvent();
   WIN32_FIND_DATAA found;
@@ -169,56 +158,6 @@ TEST_F(MisuseTest, RefusesWhatIsNotModelled) {
   }
   EXPECT_TRUE(CloseHandle(event) && CloseHandle(process));
   EXPECT_EQ(machine.handles.OpenHandles().size(), 0u);
-}
-
-TEST_F(MisuseTest, HandlesAllowWhatTheyWereOpenedFor) {
-  machine.registry.SetString(u"Key\\Subkey", u"Text", u"abc");
-  const auto process = [](DWORD access, const std::function<BOOL(HANDLE)>& use) {
-    const KernelHandle opened(OpenProcess(access, FALSE, 812));
-    return use(opened.get()) ? ERROR_SUCCESS : GetLastError();
-  };
-  const auto key = [](REGSAM access, const std::function<LSTATUS(HKEY)>& use) {
-    RegistryKey opened;
-    RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"Key", 0, access, opened.Receive());
-    return static_cast<DWORD>(use(opened.get()));
-  };
-  const auto listModules = [](HANDLE opened) {
-    HMODULE module;
-    DWORD bytes = 0;
-    return K32EnumProcessModules(opened, &module, sizeof(module), &bytes);
-  };
-  const auto duplicateToken = [](HANDLE opened) {
-    KernelHandle token, duplicate;
-    return OpenProcessToken(opened, TOKEN_DUPLICATE, token.Receive()) &&
-           DuplicateTokenEx(token.get(), TOKEN_QUERY, nullptr, SecurityIdentification, TokenPrimary,
-                            duplicate.Receive()) &&
-           !DuplicateTokenEx(duplicate.get(), TOKEN_QUERY, nullptr, SecurityIdentification,
-                             TokenPrimary, token.Receive());
-  };
-  const auto readValue = [](HKEY opened) {
-    return RegGetValueW(opened, u"Subkey", u"Text", RRF_RT_REG_SZ, nullptr, nullptr, nullptr);
-  };
-  const auto nameSubkey = [](HKEY opened) {
-    WCHAR name[9];
-    DWORD chars = 9;
-    return RegEnumKeyExW(opened, 0, name, &chars, nullptr, nullptr, nullptr, nullptr);
-  };
-  const struct {
-    const char* what;
-    std::function<DWORD(DWORD)> use;
-    DWORD enough;
-    DWORD tooLittle;
-  } rows[] = {
-      {"modules", [&](DWORD access) { return process(access, listModules); }, 0x0410, 0x0400},
-      {"token", [&](DWORD access) { return process(access, duplicateToken); }, 0x1000, 0x0010},
-      {"value", [&](DWORD access) { return key(access, readValue); }, 0x0101, 0x0008},
-      {"names", [&](DWORD access) { return key(access, nameSubkey); }, 0x0008, 0x0001},
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(row.use(row.enough), DWORD{ERROR_SUCCESS}) << row.what;
-    EXPECT_EQ(row.use(MAXIMUM_ALLOWED), DWORD{ERROR_SUCCESS}) << row.what;
-    EXPECT_EQ(row.use(row.tooLittle), DWORD{ERROR_ACCESS_DENIED}) << row.what;
-  }
 }
 
 // One write is one line, whatever it ends with; and who looks at the last error only then finds
