@@ -92,20 +92,6 @@ TEST_F(UpdateSessionTest, LeaveGetsABlankImageOfTheReadableSectors) {
                          {0x08000000, 16384}, {0x08004000, 16384}, {0x08008400, 2048}}));
 }
 
-TEST_F(UpdateSessionTest, OperationThatIsGoneCountsAsFailed) {
-  const std::pair<std::function<void()>, u32> looks[] = {
-      {SessionStep, 1}, {[] { EXPECT_TRUE(ArrivalIsServed()); }, 0}};
-  for (const auto& [look, notifiedAfter] : looks) {
-    LookFromHere();
-    currentOperationId = 5;
-    disconnectNotified = 0;
-    look();
-    EXPECT_EQ(Events(), "error DISCONNECT");
-    EXPECT_EQ(currentOperationId, 0u);
-    EXPECT_EQ(disconnectNotified, notifiedAfter);
-  }
-}
-
 // An arrival ended the session while the tick stood in front of the lock.
 TEST_F(UpdateSessionTest, TickThatWaitedFindsTheSessionOver) {
   PlugInDevice();
