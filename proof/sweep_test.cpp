@@ -13,7 +13,22 @@
 
 namespace proof {
 
+inline void PrintTo(Road road, std::ostream* out) {
+  *out << (road == Road::AtStartUp ? "AtStartUp" : "OnArrival");
+}
+
 namespace {
+
+// A case that has a name: a sweep prints by it, and is called after it.
+struct NamedCase {
+  const char* name;
+
+  friend std::ostream& operator<<(std::ostream& out, const NamedCase& each) {
+    return out << each.name;
+  }
+};
+
+constexpr auto NameOfCase = [](const auto& test) { return std::string(test.param.name); };
 
 // Every place by default; every n-th where the program is slow, as under a sanitizer.
 u64 Stride() {
@@ -63,13 +78,10 @@ class SweepTest : public ::testing::Test {
   const simulator::HostFolder folder_;
 };
 
-struct CallFaultCase {
-  const char* name;
+struct CallFaultCase : NamedCase {
   Road road;
   u32 errorIndex;
   bool fromThenOn;
-
-  friend void PrintTo(const CallFaultCase& each, std::ostream* out) { *out << each.name; }
 };
 
 class CallFaultSweep : public SweepTest, public ::testing::WithParamInterface<CallFaultCase> {};
@@ -86,20 +98,17 @@ TEST_P(CallFaultSweep, EveryCallFails) {
 
 INSTANTIATE_TEST_SUITE_P(
     Calls, CallFaultSweep,
-    ::testing::Values(CallFaultCase{"OnceFirstErrorAtStartUp", Road::AtStartUp, 0, false},
-                      CallFaultCase{"OnceFirstErrorOnArrival", Road::OnArrival, 0, false},
-                      CallFaultCase{"OnceSecondErrorOnArrival", Road::OnArrival, 1, false},
-                      CallFaultCase{"OnceThirdErrorOnArrival", Road::OnArrival, 2, false},
-                      CallFaultCase{"FromThenOnOnArrival", Road::OnArrival, 0, true},
-                      CallFaultCase{"FromThenOnAtStartUp", Road::AtStartUp, 0, true}),
-    [](const auto& testCase) { return std::string(testCase.param.name); });
+    ::testing::Values(CallFaultCase{{"OnceFirstErrorAtStartUp"}, Road::AtStartUp, 0, false},
+                      CallFaultCase{{"OnceFirstErrorOnArrival"}, Road::OnArrival, 0, false},
+                      CallFaultCase{{"OnceSecondErrorOnArrival"}, Road::OnArrival, 1, false},
+                      CallFaultCase{{"OnceThirdErrorOnArrival"}, Road::OnArrival, 2, false},
+                      CallFaultCase{{"FromThenOnOnArrival"}, Road::OnArrival, 0, true},
+                      CallFaultCase{{"FromThenOnAtStartUp"}, Road::AtStartUp, 0, true}),
+    NameOfCase);
 
-struct PullCase {
-  const char* name;
+struct PullCase : NamedCase {
   Road road;
   u64 awayMs;
-
-  friend void PrintTo(const PullCase& each, std::ostream* out) { *out << each.name; }
 };
 
 class PullSweep : public SweepTest, public ::testing::WithParamInterface<PullCase> {};
@@ -113,12 +122,12 @@ TEST_P(PullSweep, AtEveryTransfer) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Transfers, PullSweep,
-                         ::testing::Values(PullCase{"BackAtOnce", Road::OnArrival, 1},
-                                           PullCase{"BackBeforeTheTick", Road::OnArrival, 500},
-                                           PullCase{"BackAfterTheTick", Road::OnArrival, 7'000},
-                                           PullCase{"BackAtOnceAtStartUp", Road::AtStartUp, 1},
-                                           PullCase{"BackLateAtStartUp", Road::AtStartUp, 9'000}),
-                         [](const auto& testCase) { return std::string(testCase.param.name); });
+                         ::testing::Values(PullCase{{"BackAtOnce"}, Road::OnArrival, 1},
+                                           PullCase{{"BackBeforeTheTick"}, Road::OnArrival, 500},
+                                           PullCase{{"BackAfterTheTick"}, Road::OnArrival, 7'000},
+                                           PullCase{{"BackAtOnceAtStartUp"}, Road::AtStartUp, 1},
+                                           PullCase{{"BackLateAtStartUp"}, Road::AtStartUp, 9'000}),
+                         NameOfCase);
 
 // A second announcement of a device whose update is under way is none of the update's business.
 TEST_F(SweepTest, AnnouncedAgainAtEveryTransfer) {
@@ -135,11 +144,8 @@ TEST_F(SweepTest, AnnouncedAgainAtEveryTransfer) {
       });
 }
 
-struct SecondCase {
-  const char* name;
+struct SecondCase : NamedCase {
   bool isListedFirst;
-
-  friend void PrintTo(const SecondCase& each, std::ostream* out) { *out << each.name; }
 };
 
 class SecondKeyboardSweep : public SweepTest, public ::testing::WithParamInterface<SecondCase> {};
@@ -155,9 +161,9 @@ TEST_P(SecondKeyboardSweep, AtEveryTransfer) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Transfers, SecondKeyboardSweep,
-                         ::testing::Values(SecondCase{"InFront", true},
-                                           SecondCase{"Behind", false}),
-                         [](const auto& testCase) { return std::string(testCase.param.name); });
+                         ::testing::Values(SecondCase{{"InFront"}, true},
+                                           SecondCase{{"Behind"}, false}),
+                         NameOfCase);
 
 class KillSweep : public SweepTest, public ::testing::WithParamInterface<Road> {};
 
@@ -170,13 +176,9 @@ TEST_P(KillSweep, AtEveryCall) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Lives, KillSweep, ::testing::Values(Road::AtStartUp, Road::OnArrival),
-                         [](const auto& testCase) {
-                           return std::string(testCase.param == Road::AtStartUp ? "AtStartUp"
-                                                                                : "OnArrival");
-                         });
+                         testing::PrintToStringParamName());
 
-struct HoldCase {
-  const char* name;
+struct HoldCase : NamedCase {
   Road road;
   u64 milliseconds;
 };
@@ -194,15 +196,15 @@ TEST_P(HoldSweep, TheThreadOfEveryCall) {
 
 INSTANTIATE_TEST_SUITE_P(
     Calls, HoldSweep,
-    ::testing::Values(HoldCase{"AMomentAtStartUp", Road::AtStartUp, 1},
-                      HoldCase{"JustBelowATickAtStartUp", Road::AtStartUp, 2'999},
-                      HoldCase{"JustAboveATickAtStartUp", Road::AtStartUp, 3'001},
-                      HoldCase{"LongAtStartUp", Road::AtStartUp, 10'000},
-                      HoldCase{"AMomentOnArrival", Road::OnArrival, 1},
-                      HoldCase{"JustBelowATickOnArrival", Road::OnArrival, 2'999},
-                      HoldCase{"JustAboveATickOnArrival", Road::OnArrival, 3'001},
-                      HoldCase{"LongOnArrival", Road::OnArrival, 10'000}),
-    [](const auto& testCase) { return std::string(testCase.param.name); });
+    ::testing::Values(HoldCase{{"AMomentAtStartUp"}, Road::AtStartUp, 1},
+                      HoldCase{{"JustBelowATickAtStartUp"}, Road::AtStartUp, 2'999},
+                      HoldCase{{"JustAboveATickAtStartUp"}, Road::AtStartUp, 3'001},
+                      HoldCase{{"LongAtStartUp"}, Road::AtStartUp, 10'000},
+                      HoldCase{{"AMomentOnArrival"}, Road::OnArrival, 1},
+                      HoldCase{{"JustBelowATickOnArrival"}, Road::OnArrival, 2'999},
+                      HoldCase{{"JustAboveATickOnArrival"}, Road::OnArrival, 3'001},
+                      HoldCase{{"LongOnArrival"}, Road::OnArrival, 10'000}),
+    NameOfCase);
 
 // A removal and an arrival that are told the other way round, and both beside other notices.
 class OrderSweep : public SweepTest, public ::testing::WithParamInterface<u64> {};

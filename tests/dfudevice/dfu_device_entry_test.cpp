@@ -63,29 +63,4 @@ TEST_F(DfuDeviceEntryTest, LeavesTheRefreshedListAlone) {
   EXPECT_STREQ(dfuDeviceList.paths[0], UsualDfuPath);
 }
 
-TEST_F(DfuDeviceEntryTest, FailuresLeaveNothingOpen) {
-  const struct {
-    Call call;
-    const char* path;
-    Texts lines;
-  } cases[] = {
-      {Call::CM_Get_Device_Interface_List_SizeW, "", {"Get buffer size fail.\n"}},
-      {Call::HeapAlloc, "", {"Out of memory\n"}},
-      {Call::CM_Get_Device_Interface_ListW, "", {}},
-      {Call::CM_Get_Device_Interface_PropertyW, "", {}},
-      {Call::CreateFileW, UsualDfuPath, {}},
-      {Call::WinUsb_Initialize, UsualDfuPath, {}},
-  };
-  PlugInInDfuMode();
-  for (const auto& each : cases) {
-    SCOPED_TRACE(NameOf(each.call));
-    LookFromHere();
-    FailCall(each.call, ERROR_GEN_FAILURE);
-    OpenFirstDfuDevice(entry);
-    ExpectNothingOpen();
-    EXPECT_EQ(Path(), each.path);
-    EXPECT_EQ(Lines(), each.lines);
-  }
-}
-
 }  // namespace

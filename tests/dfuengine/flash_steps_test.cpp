@@ -165,38 +165,6 @@ TEST_F(FlashStepsTest, SelectsTheSettingThatComesFirst) {
   Download({{"not readable", "[Opening] OPEN [Selecting] / [Selecting:5009] ABORT 5009"}});
 }
 
-TEST_F(FlashStepsTest, KeepsNoHandleOfADeviceThatDoesNotOpen) {
-  for (const auto call : {platform::Call::CreateFileW, platform::Call::WinUsb_Initialize}) {
-    OperationContext record = Record(OperationDownload);
-    Probe<FlashOperation> operation(record, device);
-    FailCall(call, ERROR_ACCESS_DENIED);
-    EXPECT_EQ(operation.Step(), 0);
-    const OperationContext last = operation.Copy();
-    EXPECT_EQ(last.status, StatusDeviceNotOpened);
-    EXPECT_EQ(last.phase, PhaseOpening);
-    EXPECT_EQ(last.fileHandle, nullptr);
-    EXPECT_EQ(last.winUsbHandle, nullptr);
-  }
-}
-
-TEST_F(FlashStepsTest, OpensNoOtherDeviceThanTheUpdates) {
-  OperationContext record = Record(OperationDownload);
-  Probe<FlashOperation> operation(record, device);
-  EXPECT_EQ(record.status, StatusSuccess);
-
-  simulator::KeyboardOptions another;
-  another.unit = u"8&5e6f7a8b";
-  keyboard.Detach();
-  PlugInInDfuMode(another);
-  EXPECT_EQ(operation.Step(), 0);
-  EXPECT_EQ(operation.Copy().status, StatusDeviceNotOpened);
-  EXPECT_EQ(operation.Copy().fileHandle, nullptr);
-  EXPECT_EQ(machine.handles.OpenCount(platform::HandleKind::File), 0u);
-
-  Probe<FlashOperation> next(record, device);
-  EXPECT_EQ(record.status, StatusDeviceNotOpened);
-}
-
 // Blocks of one byte, so that there are more of them than 16 bits hold.
 TEST_F(FlashStepsTest, CountsItsProgressInFullWidth) {
   SetTransferSize(1);
@@ -231,19 +199,6 @@ TEST_F(FlashStepsTest, CountsItsProgressInFullWidth) {
     EXPECT_EQ(int{operation.published[1].percent}, test.percent)
         << "element " << test.elementIndex << ", block " << test.blockNumber;
   }
-}
-
-TEST_F(FlashStepsTest, EndsBeforeTheBlockNumberComesRound) {
-  SetTransferSize(1);
-  SetSizes({65535});
-  OperationContext record = Record(OperationDownload);
-  Probe<FlashOperation> operation(record, device);
-  OperationContext work = Open(operation);
-  work.dfuStatus.bState = dfuDNLOAD_IDLE;
-  work.blockNumber = 65535;
-  work.length = 1;
-  operation.SetContext(work);
-  PlaySteps(operation, {"nothing is sent", "5008"});
 }
 
 }  // namespace

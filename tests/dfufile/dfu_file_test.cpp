@@ -209,7 +209,7 @@ TEST_F(DfuFileTest, ComparesTheChecksumEvenIfTheBodyCannotBeRead) {
 
 TEST_F(DfuFileTest, ReadsTargetsInAnyOrder) {
   const std::vector<DfuSeTarget> targets = {
-      Target(3, {{0x04030201, PatternAt(1, 300)}, {0x10, {}}, {0, {9}}}),
+      Target(3, {{0x04030201, PatternAt(1, 70'000)}, {0x10, {}}, {0, {9}}}),
       Target(0, {}),
       Target(255, {{0xFFFFFFFF, {1}}}),
   };
@@ -323,13 +323,6 @@ TEST_F(DfuFileTest, PassesOverATargetByTheSizeThatItStates) {
   }
 }
 
-TEST_F(DfuFileTest, FindsNoTargetBehindTheLastOne) {
-  ASSERT_EQ(Open(FileOf({Target(0, {{1, {2}}})})), StatusSuccess);
-  EXPECT_EQ(Read(0), StatusSuccess);
-  EXPECT_EQ(Read(1), StatusBadFile);
-  EXPECT_EQ(Read(0), StatusBadFile);
-}
-
 TEST_F(DfuFileTest, ReadsNoElementsBehindTheEndThatWasChecked) {
   ASSERT_EQ(Open(FileOf({Target(0, {})})), StatusSuccess);
   WritePackageFile(FileOf({Target(0, {}), Target(0, {{1, PatternAt(1, 100)}})}));
@@ -345,21 +338,6 @@ TEST_F(DfuFileTest, UsesOnlyFilesThatAreOpen) {
   DfuImage* read = nullptr;
   EXPECT_EQ(ReadTargetImage(closed, 0, &read), StatusBadFile);
   EXPECT_EQ(read, nullptr);
-}
-
-TEST_F(DfuFileTest, OutlivesRefusedMemory) {
-  {
-    const RefusedMemory refused(1);
-    ExpectRefused(StatusFileNotOpened, {"Open dfu file fail\n"});
-  }
-  ASSERT_EQ(Open(), StatusSuccess);
-  // The image, the element's data twice, and room for its record.
-  for (std::size_t request = 1; request <= 4; ++request) {
-    const RefusedMemory refused(request);
-    EXPECT_EQ(Read(0), StatusBadElements) << request;
-    EXPECT_TRUE(refused.met());
-  }
-  EXPECT_EQ(Read(0), StatusSuccess);
 }
 
 }  // namespace

@@ -1,8 +1,5 @@
 // Cuts of drawn images and maps against the rules, and of very large ones against the clock.
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <ctime>
 #include <functional>
@@ -11,26 +8,10 @@
 #include "common/status.h"
 #include "dfufile/image_cuts.h"
 #include "dfufile/operation_codes.h"
+#include "simulator/host_process.h"
 #include "tests/dfufile/memory_spans.h"
 
 namespace {
-
-// Keeps the lines of very many elements out of the test's output.
-class NoStdout {
- public:
-  NoStdout() : original_(dup(STDOUT_FILENO)) {
-    const int nowhere = open("/dev/null", O_WRONLY);
-    dup2(nowhere, STDOUT_FILENO);
-    close(nowhere);
-  }
-  ~NoStdout() {
-    dup2(original_, STDOUT_FILENO);
-    close(original_);
-  }
-
- private:
-  int original_;
-};
 
 bool Overlap(const Span& a, const Span& b) {
   return a.address < b.address + b.size && a.address + a.size > b.address;
@@ -85,6 +66,7 @@ std::vector<Span> DrawSpans(std::mt19937& dice) {
 }
 
 TEST(DrawnCutsTest, FollowTheRules) {
+  simulator::SilenceStandardOutput();
   std::mt19937 dice(1);
   for (int round = 0; round < 4000; ++round) {
     SCOPED_TRACE(round);
@@ -97,12 +79,8 @@ TEST(DrawnCutsTest, FollowTheRules) {
           {element.address, PatternAt(element.address, element.size, element.element)});
     }
     const TestMap map(sectors);
-    DfuImage* image = nullptr;
-    {
-      const NoStdout silence;
-      image = NewRegisteredImage(blocks);
-      ASSERT_EQ(FitImageToMemoryMap(image, map.get(), operationCode), StatusSuccess);
-    }
+    DfuImage* image = NewRegisteredImage(blocks);
+    ASSERT_EQ(FitImageToMemoryMap(image, map.get(), operationCode), StatusSuccess);
     ASSERT_EQ(BlocksOf(*image), CutSlowly(elements, sectors, operationCode));
     ReleaseImage(&image);
   }
@@ -117,7 +95,6 @@ std::clock_t TimeOfCuts(u32 count) {
     blocks.push_back({i * 16 + 8, {1, 2}});
   }
   const TestMap map(sectors);
-  const NoStdout silence;
   std::clock_t time = 0;
   for (const u32 operationCode : {OperationErase, OperationDownload}) {
     DfuImage* image = NewRegisteredImage(blocks);
@@ -140,6 +117,7 @@ std::clock_t LeastTimeOfCuts(u32 count) {
 }
 
 TEST(DrawnCutsTest, TakeTimeThatGrowsWithTheWork) {
+  simulator::SilenceStandardOutput();
   // Eight times the work. With the square of it the time would be 64 times as long.
   EXPECT_LT(LeastTimeOfCuts(48'000), 32 * LeastTimeOfCuts(6000));
 }

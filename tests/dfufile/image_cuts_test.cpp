@@ -137,6 +137,7 @@ TEST(BlankImageTest, CoversTheSelectedSectorsInTheMapsOrder) {
   EXPECT_EQ(image->AlternateSetting, 7);
   EXPECT_EQ(image->Named, 0u);
   EXPECT_EQ(ReleaseImage(&image), StatusSuccess);
+  EXPECT_EQ(BlankImageFromMemoryMap(&image, nullptr), StatusNoImage);
 }
 
 // The addresses of the image's elements, which are given back with it.
@@ -150,30 +151,6 @@ std::vector<u32> ReleaseForAddresses(DfuImage* image) {
   }
   EXPECT_EQ(ReleaseImage(&image), StatusSuccess);
   return addresses;
-}
-
-TEST(BlankImageTest, PassesOverASectorThatMemoryIsRefusedFor) {
-  const TestMap map("0+10 10+10 20+10 30+10 40+10");
-  std::size_t request = 1;
-  for (bool met = true; met; ++request) {
-    SCOPED_TRACE(request);
-    DfuImage* image = nullptr;
-    {
-      const RefusedMemory refused(request);
-      const u32 status = BlankImageFromMemoryMap(&image, map.get());
-      met = refused.met();
-      EXPECT_EQ(status, met ? StatusNoImage : StatusSuccess);
-    }
-    // The first request is for the image itself, and the handle stays as it is without.
-    ASSERT_EQ(image == nullptr, request == 1);
-    if (image != nullptr) {
-      EXPECT_EQ(ReleaseForAddresses(image).size(), met ? 4u : 5u);
-    }
-  }
-  EXPECT_GT(request, 6u);
-  DfuImage* image = nullptr;
-  EXPECT_EQ(BlankImageFromMemoryMap(&image, nullptr), StatusNoImage);
-  EXPECT_TRUE(RegisteredImages().empty());
 }
 
 // A leave needs one readable sector and no more; the first is made whatever its size.

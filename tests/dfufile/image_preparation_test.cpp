@@ -167,23 +167,6 @@ TEST_F(ImagePreparationTest, PassesOverATargetThatMemoryIsRefusedFor) {
   EXPECT_EQ(BlocksOf(*upgradeImage), (Blocks{{Base, {2}}}));
 }
 
-TEST_F(ImagePreparationTest, ClosesTheFileBeforeItTurnsToTheDevice) {
-  PlugInDevice();
-  WriteTargets({Target(0, {{Base, {1}}})});
-  std::atomic<u32> opens = 0;
-  std::atomic<bool> fileWasOpen = false;
-  platform::Observation calls = machine.gate.Observe([&](platform::Call call) {
-    if (call == platform::Call::CreateFileW && opens++ == 0) {
-      fileWasOpen = HasFilesOpen();
-    }
-  });
-  PrepareTargetImage();
-  EndErase();
-  calls.reset();
-  EXPECT_GT(opens, 0u);
-  EXPECT_FALSE(fileWasOpen);
-}
-
 TEST_F(ImagePreparationTest, KeepsTheEarlierUpgradeImageUntilThereIsANewOne) {
   PlugInDevice();
   WriteTargets({Target(0, {{Base, {1}}})});

@@ -17,8 +17,7 @@ const Texts Good = {"START", "COMPLETE"};
 const Texts Silence = {};
 const Texts NoReport = {"START", "DISCONNECT"};  // both requests found nobody to take them
 
-struct ArrivingCase {
-  const char* name;
+struct ArrivingCase : NamedCase {
   bool atStartUp;  // the look comes between the first and the second, else when the keys come
   Order order;
   u32 gapMs;
@@ -60,15 +59,15 @@ TEST_P(ArrivingTest, IsServedByWhatIsThereOrAtItsNextAttachment) {
 INSTANTIATE_TEST_SUITE_P(
     , ArrivingTest,
     testing::Values(
-        ArrivingCase{"KeysLast", false, {KeysCollection, Media, Report, Keys}, GapMs, Good},
-        ArrivingCase{"KeysAfterTheReport", false, {Report, Keys, Media}, GapMs, Good},
-        ArrivingCase{"KeysFirst", false, {Keys, KeysCollection, Media, Report}, GapMs, Silence},
-        ArrivingCase{"KeysAfterTheirCollection", false, {KeysCollection, Keys}, GapMs, Silence},
-        ArrivingCase{"KeysBeforeTheReport", false, {Media, Keys, Report}, GapMs, NoReport},
-        ArrivingCase{"ReportWhileTheVersionIsRead", false, {Media, Keys, Report}, 1, Good},
-        ArrivingCase{"ReportFirst", true, {Report, Media}, GapMs, Good},
-        ArrivingCase{"KeysFirstAtStartUp", true, {Keys, KeysCollection}, GapMs, Silence},
-        ArrivingCase{"MediaFirst", true, {Media, Report}, GapMs, NoReport}),
-    [](const auto& test) { return test.param.name; });
+        ArrivingCase{{"KeysLast"}, false, {KeysCollection, Media, Report, Keys}, GapMs, Good},
+        ArrivingCase{{"KeysAfterTheReport"}, false, {Report, Keys, Media}, GapMs, Good},
+        ArrivingCase{{"KeysFirst"}, false, {Keys, KeysCollection, Media, Report}, GapMs, Silence},
+        ArrivingCase{{"KeysAfterTheirCollection"}, false, {KeysCollection, Keys}, GapMs, Silence},
+        ArrivingCase{{"KeysBeforeTheReport"}, false, {Media, Keys, Report}, GapMs, NoReport},
+        ArrivingCase{{"ReportWhileTheVersionIsRead"}, false, {Media, Keys, Report}, 1, Good},
+        ArrivingCase{{"ReportFirst"}, true, {Report, Media}, GapMs, Good},
+        ArrivingCase{{"KeysFirstAtStartUp"}, true, {Keys, KeysCollection}, GapMs, Silence},
+        ArrivingCase{{"MediaFirst"}, true, {Media, Report}, GapMs, NoReport}),
+    NameOfCase);
 
 }  // namespace

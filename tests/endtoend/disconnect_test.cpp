@@ -13,16 +13,11 @@ using simulator::DfuGetStatus;
 using simulator::KeyboardOptions;
 using simulator::VirtualKeyboard;
 
-struct Way {
-  const char* name;
+struct Way : NamedCase {
   std::function<void(KeyboardOptions&)> change = {};
   std::function<void(RunningUpdateTest&, VirtualKeyboard&)> disturb = {};
   Texts words = {"START", "DISCONNECT"};
 };
-
-std::ostream& operator<<(std::ostream& out, const Way& way) {
-  return out << way.name;
-}
 
 // The device answers the request with this whenever it has written so many blocks.
 auto Answer(u8 request, u32 blocksWritten, const UsbReply& reply) {
@@ -86,42 +81,29 @@ TEST_P(DisconnectTest, IsToldOnceAndTheNextAttachmentUpdates) {
 INSTANTIATE_TEST_SUITE_P(
     , DisconnectTest,
     testing::Values(
-        Way{"BothReportsAreRefused", [](auto& options) { options.refusedReports = 2; }},
-        Way{"InterfaceCannotBeOpened",
+        Way{{"BothReportsAreRefused"}, [](auto& options) { options.refusedReports = 2; }},
+        Way{{"InterfaceCannotBeOpened"},
             [](auto& options) { options.dfuOpenError = ERROR_ACCESS_DENIED; }},
-        Way{"MemoryMapIsNone", [](auto& options) { options.alternateSettings[0].mapString = "?"; }},
-        Way{"EraseIsRefused", {}, Answer(DfuDnload, 0, {UsbResult::Stalled, {}, 0})},
-        Way{"BlockIsRefused", {}, Answer(DfuDnload, 5, {UsbResult::Stalled, {}, 0})},
-        Way{"DeviceFallsSilent", {}, Answer(DfuGetStatus, 5, {UsbResult::TimedOut, {}, 0})},
-        Way{"DeviceAnswersNothing", {}, AnswerNothing(5)},
-        Way{"WriteFails", {}, Answer(DfuGetStatus, 5, {UsbResult::Done, {3, 0, 0, 0, 5, 0}, 0})},
-        Way{"PulledWhileErasing", {}, PullWhen(Progress::Erasing)},
-        Way{"PulledBetweenEraseAndDownload", {}, PullWhen(Progress::Erased)},
-        Way{"PulledWhileDownloading", {}, PullWhen(Progress::Downloading)},
-        Way{"PulledBetweenDownloadAndLeave", {}, PullWhen(Progress::Downloaded)},
-        Way{"RefreshCannotOpen", {}, FailOpening(1)},
+        Way{{"MemoryMapIsNone"},
+            [](auto& options) { options.alternateSettings[0].mapString = "?"; }},
+        Way{{"EraseIsRefused"}, {}, Answer(DfuDnload, 0, {UsbResult::Stalled, {}, 0})},
+        Way{{"BlockIsRefused"}, {}, Answer(DfuDnload, 5, {UsbResult::Stalled, {}, 0})},
+        Way{{"DeviceFallsSilent"}, {}, Answer(DfuGetStatus, 5, {UsbResult::TimedOut, {}, 0})},
+        Way{{"DeviceAnswersNothing"}, {}, AnswerNothing(5)},
+        Way{{"WriteFails"}, {}, Answer(DfuGetStatus, 5, {UsbResult::Done, {3, 0, 0, 0, 5, 0}, 0})},
+        Way{{"PulledWhileErasing"}, {}, PullWhen(Progress::Erasing)},
+        Way{{"PulledBetweenEraseAndDownload"}, {}, PullWhen(Progress::Erased)},
+        Way{{"PulledWhileDownloading"}, {}, PullWhen(Progress::Downloading)},
+        Way{{"PulledBetweenDownloadAndLeave"}, {}, PullWhen(Progress::Downloaded)},
+        Way{{"RefreshCannotOpen"}, {}, FailOpening(1)},
         // Of this one the user hears nothing.
-        Way{"EraseIsNotLaunched", {}, FailOpening(2), {"START"}},
-        Way{"EraseCannotOpen", {}, FailOpening(3)},
-        Way{"DownloadIsNotLaunched", {}, FailOpening(4)},
-        Way{"DownloadCannotOpen", {}, FailOpening(5)},
-        Way{"RefreshBeforeTheLeaveCannotOpen", {}, FailOpening(6)},
-        Way{"LeaveIsNotLaunched", {}, FailOpening(7)}, Way{"LeaveCannotOpen", {}, FailOpening(8)}),
-    [](const auto& test) { return test.param.name; });
-
-// At start-up the service waits five seconds for the keyboard to come back and then says so.
-using DisconnectAtStartUpTest = RunningUpdateTest;
-
-TEST_F(DisconnectAtStartUpTest, KeyboardThatStaysAwayIsTold) {
-  KeyboardOptions options;
-  options.returnsAfterReport = false;
-  VirtualKeyboard& keyboard = PlugIn(options);
-  StartService();
-  PassTime(60'000);
-  EXPECT_EQ(Words(), (Texts{"START", "DISCONNECT"}));
-
-  keyboard.AttachInDfuMode();
-  ExpectUpdated(keyboard, {"START", "DISCONNECT", "COMPLETE"});
-}
+        Way{{"EraseIsNotLaunched"}, {}, FailOpening(2), {"START"}},
+        Way{{"EraseCannotOpen"}, {}, FailOpening(3)},
+        Way{{"DownloadIsNotLaunched"}, {}, FailOpening(4)},
+        Way{{"DownloadCannotOpen"}, {}, FailOpening(5)},
+        Way{{"RefreshBeforeTheLeaveCannotOpen"}, {}, FailOpening(6)},
+        Way{{"LeaveIsNotLaunched"}, {}, FailOpening(7)},
+        Way{{"LeaveCannotOpen"}, {}, FailOpening(8)}),
+    NameOfCase);
 
 }  // namespace

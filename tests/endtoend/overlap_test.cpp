@@ -27,7 +27,6 @@ TEST_P(DuplicateArrivalTest, ChangesNothing) {
   EXPECT_EQ(CountLines("Keyboard DFU attached\n"), 4u);
   EXPECT_EQ(keyboard.counts().sectorsErased, SectorsToErase);
   EXPECT_EQ(keyboard.counts().blocksWritten, BlocksToWrite);
-  EXPECT_EQ(machine.handles.OpenedEver(platform::HandleKind::WinUsb), 8u);
 }
 
 INSTANTIATE_TEST_SUITE_P(, DuplicateArrivalTest,
@@ -83,17 +82,12 @@ TEST_F(OverlapTest, ArrivalWithoutAPackageEndsNothing) {
   ExpectUpdated(keyboard, {"START", "COMPLETE"});
 }
 
-struct Pull {
-  const char* name;
+struct Pull : NamedCase {
   Progress progress;
   u64 forMs;
   Texts words;
   std::function<void(KeyboardOptions&)> change = {};
 };
-
-std::ostream& operator<<(std::ostream& out, const Pull& pull) {
-  return out << pull.name;
-}
 
 class PullTest : public RunningUpdateTest, public testing::WithParamInterface<Pull> {};
 
@@ -116,19 +110,25 @@ constexpr u32 HoursMs = 16'000'000;
 INSTANTIATE_TEST_SUITE_P(
     , PullTest,
     testing::Values(
-        Pull{"WhileErasing", Progress::Erasing, 5000, Noticed},
-        Pull{"WhileErasingForAMoment", Progress::Erasing, 100, Unnoticed},
-        Pull{"BetweenEraseAndDownload", Progress::Erased, 100, Unnoticed},
-        Pull{"WhileDownloading", Progress::Downloading, 5000, Noticed},
-        Pull{"WhileDownloadingForAMoment", Progress::Downloading, 100, Noticed},
-        Pull{"WhileDownloadingForAnHour", Progress::Downloading, 3'600'000, Noticed},
-        Pull{"BetweenDownloadAndLeave", Progress::Downloaded, 100, Unnoticed},
+        Pull{{"WhileErasing"}, Progress::Erasing, 5000, Noticed},
+        Pull{{"WhileErasingForAMoment"}, Progress::Erasing, 100, Unnoticed},
+        Pull{{"BetweenEraseAndDownload"}, Progress::Erased, 100, Unnoticed},
+        Pull{{"WhileDownloading"}, Progress::Downloading, 5000, Noticed},
+        Pull{{"WhileDownloadingForAMoment"}, Progress::Downloading, 100, Noticed},
+        Pull{{"WhileDownloadingForAnHour"}, Progress::Downloading, 3'600'000, Noticed},
+        Pull{{"BetweenDownloadAndLeave"}, Progress::Downloaded, 100, Unnoticed},
         // The operation's thread sleeps for as long as the device said, and must not be waited for.
-        Pull{"InALongErase", Progress::Erasing, 2000, Unnoticed,
+        Pull{{"InALongErase"},
+             Progress::Erasing,
+             2000,
+             Unnoticed,
              [](auto& options) { options.bootloader.eraseBaseMs = HoursMs; }},
-        Pull{"InALongWrite", Progress::Downloading, 2000, Unnoticed,
+        Pull{{"InALongWrite"},
+             Progress::Downloading,
+             2000,
+             Unnoticed,
              [](auto& options) { options.bootloader.writeMs = HoursMs; }}),
-    [](const auto& test) { return test.param.name; });
+    NameOfCase);
 
 // Nothing orders what two threads of the system tell: the removal may come last, with the device
 // back. The keyboard ends as it does in the other order.
@@ -167,15 +167,10 @@ INSTANTIATE_TEST_SUITE_P(, RemovalToldLastTest,
 
 // An arrival ends the operation that its keyboard's removal left waiting for hours, and then starts
 // nothing on that keyboard: without a word it would lie there without firmware.
-struct Ending {
-  const char* name;
+struct Ending : NamedCase {
   std::function<void(RunningUpdateTest&, VirtualKeyboard& newcomer)> prepare;
   bool newcomerArrives = false;
 };
-
-std::ostream& operator<<(std::ostream& out, const Ending& ending) {
-  return out << ending.name;
-}
 
 class EndedUpdateTest : public RunningUpdateTest, public testing::WithParamInterface<Ending> {};
 
@@ -211,19 +206,19 @@ TEST_P(EndedUpdateTest, IsTold) {
 
 INSTANTIATE_TEST_SUITE_P(
     , EndedUpdateTest,
-    testing::Values(Ending{"WhenTheLaunchCannotOpenTheDevice",
+    testing::Values(Ending{{"WhenTheLaunchCannotOpenTheDevice"},
                            [](auto& test, auto&) {
                              // The refresh opens it first.
                              test.FailCall(platform::Call::CreateFileW, ERROR_ACCESS_DENIED, 2);
                            }},
-                    Ending{"WhenTheDeviceCannotBeRefreshed",
+                    Ending{{"WhenTheDeviceCannotBeRefreshed"},
                            [](auto& test, auto&) {
                              test.FailCall(platform::Call::WinUsb_Initialize, ERROR_GEN_FAILURE);
                            }},
-                    Ending{"WhenThePackageIsGoneBad",
+                    Ending{{"WhenThePackageIsGoneBad"},
                            [](auto& test, auto&) { test.SpoilPackage(); }},
-                    Ending{"WhenAnotherKeyboardIsServed", [](auto&, auto&) {}, true}),
-    [](const auto& test) { return test.param.name; });
+                    Ending{{"WhenAnotherKeyboardIsServed"}, [](auto&, auto&) {}, true}),
+    NameOfCase);
 
 // Its removal comes before anybody is told of removals, and its operation sleeps for hours.
 TEST_F(OverlapTest, KeyboardThatLeftDuringStartUpIsUpdatedWhenItIsBack) {
@@ -234,23 +229,6 @@ TEST_F(OverlapTest, KeyboardThatLeftDuringStartUpIsUpdatedWhenItIsBack) {
   PassTime(25'000);
   AttachAgain(keyboard, 20'000, [](KeyboardOptions& usual) { usual = {}; });
   ExpectUpdated(keyboard, {"START", "COMPLETE"});
-}
-
-// Its removal says nothing about the first one, which answers.
-TEST_F(OverlapTest, SecondKeyboardThatComesAndGoesEndsNothing) {
-  VirtualKeyboard& keyboard = BeginUpdate();
-  KeyboardOptions another;
-  another.unit = u"8&5e6f7a8b";
-  VirtualKeyboard& second = *new VirtualKeyboard(machine, another);
-  for (const Progress progress : {Progress::Erasing, Progress::Downloading, Progress::Downloaded}) {
-    PassTimeUntilReached(keyboard, progress);
-    second.AttachInDfuMode();
-    PassTime(1);
-    second.Detach();
-  }
-  ExpectUpdated(keyboard, {"START", "COMPLETE"});
-  EXPECT_EQ(keyboard.counts().sectorsErased, SectorsToErase);
-  EXPECT_EQ(keyboard.counts().blocksWritten, BlocksToWrite);
 }
 
 // The keyboard is pulled while its descriptors are read, for the refresh or for the launch.
@@ -293,45 +271,6 @@ TEST_F(OverlapTest, ArrivalWhileTheLeaveWaitsForItsTick) {
   ExpectUpdated(keyboard, {"START", "COMPLETE", "COMPLETE"});
 }
 
-TEST_F(OverlapTest, SecondKeyboardWaitsUntilItArrivesAgain) {
-  VirtualKeyboard& first = BeginUpdate();
-  PassTimeUntilReached(first, Progress::Downloading);
-  KeyboardOptions another;
-  another.unit = u"8&5e6f7a8b";
-  VirtualKeyboard& second = PlugIn(another);
-  ExpectUpdated(first, {"START", "START", "COMPLETE"});
-  EXPECT_EQ(first.counts().blocksWritten, BlocksToWrite);
-  EXPECT_EQ(second.mode(), simulator::KeyboardMode::Dfu);
-
-  AttachAgain(second);
-  ExpectUpdated(second, {"START", "START", "COMPLETE", "COMPLETE"});
-}
-
-// The device that is listed first is the one that is opened, and that is the newcomer.
-class KeyboardInFrontTest : public RunningUpdateTest,
-                            public testing::WithParamInterface<Progress> {};
-
-TEST_P(KeyboardInFrontTest, IsNotWrittenToWithoutItsOwnErase) {
-  KeyboardOptions another;
-  another.unit = u"8&5e6f7a8b";
-  VirtualKeyboard& newcomer = PlugInInDfuMode(another);
-  newcomer.Detach();
-  VirtualKeyboard& keyboard = BeginUpdate();
-  PassTimeUntilReached(keyboard, GetParam());
-  newcomer.AttachInDfuMode();
-  ExpectUpdated(newcomer, {"START", "DISCONNECT", "COMPLETE"});
-  EXPECT_EQ(newcomer.counts().sectorsErased, SectorsToErase);
-  EXPECT_EQ(newcomer.counts().blocksWritten, BlocksToWrite);
-
-  AttachAgain(keyboard);
-  ExpectUpdated(keyboard, {"START", "DISCONNECT", "COMPLETE", "COMPLETE"});
-}
-
-INSTANTIATE_TEST_SUITE_P(, KeyboardInFrontTest,
-                         testing::Values(Progress::Erasing, Progress::Erased, Progress::Downloading,
-                                         Progress::Downloaded),
-                         [](const auto& test) { return NameOf(test.param); });
-
 // The file name promises a version that the keyboard does not have afterwards, so that it is
 // updated again and again. Nothing of all that may be left.
 TEST_F(OverlapTest, PackageForOtherMemoryIsInstalledOverAndOver) {
@@ -353,6 +292,10 @@ TEST_F(OverlapTest, PackageForOtherMemoryIsInstalledOverAndOver) {
 }
 
 enum class End { Stopped, Killed };
+
+void PrintTo(End end, std::ostream* out) {
+  *out << (end == End::Stopped ? "Stopped" : "Killed");
+}
 
 // The service ends in the middle of an update, and starts again. Its first life is a process of its
 // own, of which nothing but the keyboard's flash remains.
@@ -400,8 +343,7 @@ INSTANTIATE_TEST_SUITE_P(, SecondLifeTest,
                                           testing::Values(Progress::Erasing, Progress::Erased,
                                                           Progress::Downloading)),
                          [](const auto& test) {
-                           const bool isStop = std::get<End>(test.param) == End::Stopped;
-                           return std::string(isStop ? "Stopped" : "Killed") +
+                           return testing::PrintToString(std::get<End>(test.param)) +
                                   NameOf(std::get<Progress>(test.param));
                          });
 

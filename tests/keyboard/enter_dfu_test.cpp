@@ -50,17 +50,4 @@ TEST_F(EnterDfuTest, TriesToSendWithoutAKeyboard) {
                      NotSent, "HIDSetOutputReport failed Error:6", "Enter DFU:: fail\n"}));
 }
 
-TEST_F(EnterDfuTest, FindsTheKeyboardAnewAfterARefusedReport) {
-  simulator::KeyboardOptions options;
-  options.refusedReports = 1;
-  PlugIn(options);
-  EXPECT_EQ(EnterDfuMode(), 0);
-  EXPECT_EQ(Lines(), (Strings{Looking, Match, "Found Device\n", NotSent,
-                              "HIDSetOutputReport failed Error:31", "Enter DFU:: fail\n"}));
-  ExpectClosed();
-  LookFromHere();
-  EXPECT_EQ(EnterDfuMode(), 1);
-  EXPECT_EQ(CountLines(Match), 1u);
-}
-
 }  // namespace

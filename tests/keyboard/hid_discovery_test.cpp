@@ -121,24 +121,4 @@ TEST_F(HidDiscoveryTest, EndsWhenTheInterfacesCannotBeListed) {
   }
 }
 
-TEST_F(HidDiscoveryTest, PassesOverAKeyboardThatWasPulled) {
-  PlugIn().Detach();
-  EXPECT_EQ(Find(), 0);
-  EXPECT_EQ(Lines(),
-            Strings{"Error: No active device interfaces found.\n Is the sample driver loaded?"});
-  ExpectNothingFound("it is known still, but not present");
-}
-
-// It may hold a handle of somebody else's, or of nobody any more.
-TEST_F(HidDiscoveryTest, ReadsNothingFromItsResult) {
-  PlugIn();
-  GUID hidGuid;
-  HidD_GetHidGuid(&hidGuid);
-  const KernelHandle other(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  HANDLE result = other.get();
-  EXPECT_EQ(FindHidDevice(&hidGuid, &result), 1);
-  CloseHandle(result);
-  EXPECT_EQ(machine.handles.OpenCount(HandleKind::Event), 1u);
-}
-
 }  // namespace

@@ -55,15 +55,6 @@ TEST_F(CallGateTest, FailsTheOrderedCallAloneOrAllFromItOn) {
   }
 }
 
-TEST_F(CallGateTest, CountsThroughTheErrorsOfTheCall) {
-  const DWORD errors[] = {ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, ERROR_FILE_NOT_FOUND};
-  for (u32 index = 0; index < 5; ++index) {
-    machine.gate.FailNumber(machine.gate.total() + 1, index);
-    EXPECT_EQ(CreateFileW(u"", 0, 0, nullptr, OPEN_EXISTING, 0, nullptr), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), errors[index % 3]) << index;
-  }
-}
-
 TEST_F(CallGateTest, ActsInFrontOfTheCallWithTheNumberOnItsThread) {
   std::string order;
   platform::SimThread* actor = nullptr;
@@ -92,35 +83,6 @@ TEST_F(CallGateTest, ActsInFrontOfTheCallWithTheNumberOnItsThread) {
   EXPECT_EQ(reached, 1u);
 }
 
-TEST_F(CallGateTest, TellsWhatHappenedToWhichCallOnWhichThread) {
-  machine.power.SetBatteryPercent(31);
-  const u64 first = machine.gate.total() + 1;
-  machine.gate.FailNumber(first + 2, 0);
-  machine.gate.AtNumber(first + 3, [] {});
-  const u64 beganMs = nowMs();
-  const Thread thread = OnThread([] { Make("pspp"); });
-  WaitFor(thread);
-
-  using Kind = platform::CallTrouble::Kind;
-  const std::vector<platform::CallTrouble> troubles = machine.gate.troubles.All();
-  ASSERT_EQ(troubles.size(), 2u);
-  EXPECT_EQ(troubles[0].kind, Kind::Failed);
-  EXPECT_EQ(troubles[1].kind, Kind::Acted);
-  const std::vector<platform::PowerReading> readings = machine.power.readings.All();
-  ASSERT_EQ(readings.size(), 3u);
-  EXPECT_EQ(readings[0].percent, 31);
-  EXPECT_EQ(readings[1].percent, std::nullopt) << "the call failed";
-  EXPECT_EQ(readings[2].percent, 31);
-  for (u64 i = 0; i < 2; ++i) {
-    EXPECT_EQ(troubles[i].call, Call::GetSystemPowerStatus);
-    EXPECT_EQ(troubles[i].number, first + 2 + i);
-    EXPECT_EQ(troubles[i].timeMs, beganMs + 1);
-    EXPECT_EQ(troubles[i].threadId, thread->id());
-    EXPECT_EQ(readings[1 + i].timeMs, beganMs + 1);
-    EXPECT_EQ(readings[1 + i].threadId, thread->id());
-  }
-}
-
 TEST_F(CallGateTest, HoldsTheThreadsOfTheCallsWithTheNumbers) {
   const u64 first = machine.gate.total() + 1;
   machine.gate.HoldNumber(first + 1, 3'000);
@@ -140,15 +102,6 @@ TEST_F(CallGateTest, HoldsTheThreadsOfTheCallsWithTheNumbers) {
   EXPECT_EQ(endedMs[0], beganMs + 3'001);
   EXPECT_EQ(endedMs[1], beganMs + 11);
   EXPECT_EQ(actedMs, beganMs + 3'000);
-
-  std::vector<std::tuple<u64, u32, u64, u64>> held;
-  for (const platform::CallTrouble& trouble : machine.gate.troubles.All()) {
-    if (trouble.kind == platform::CallTrouble::Kind::Held) {
-      held.emplace_back(trouble.number - first, trouble.threadId, trouble.timeMs - beganMs,
-                        trouble.untilMs - beganMs);
-    }
-  }
-  EXPECT_EQ(held, (decltype(held){{1, slow->id(), 0, 3'000}, {2, quick->id(), 1, 11}}));
 
   machine.gate.HoldNumber(machine.gate.total() + 1, 100);
   StopFailing();

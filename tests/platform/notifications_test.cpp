@@ -80,11 +80,4 @@ TEST_F(NotificationsTest, OnThreadsOfTheirOwnOvertakeAndComeAtOnce) {
   EXPECT_EQ(threads.size(), 5u) << "the script's, the registration's, three of their own";
 }
 
-// The process takes its notification threads with it, those that wait and those that are called.
-TEST_F(NotificationsTest, EndWithTheProcess) {
-  machine.gate.AtNumber(machine.gate.total() + 2, [this] { machine.KillServiceProcess(); });
-  Announce({{.ownThread = true}, {.delayMs = 1}, {.delayMs = 100, .ownThread = true}});
-  EXPECT_EQ(Deliveries(), "a+0 b+1");
-}
-
 }  // namespace

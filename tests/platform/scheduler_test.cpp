@@ -65,28 +65,6 @@ TEST(SchedulerTest, TimeJumpsToTheNextDeadlineAndEqualOnesFireInTheOrderAsked) {
   EXPECT_EQ(trace, "b@10 d@10 c@20 script@30 a@30 e@30 script@1000000000030 ");
 }
 
-TEST(SchedulerTest, ZeroWaitsLetTheOthersGoFirstAndTakeNoTime) {
-  const std::string trace = TraceOf(0, [](World& world) {
-    const std::function<void()> waits[] = {
-        [&] { world.scheduler.SleepMs(0); },
-        [&] { EXPECT_FALSE(world.scheduler.WaitUntil([] { return false; }, 5)); },
-        [&] { EXPECT_FALSE(world.scheduler.WaitUntil([] { return false; }, 0)); },
-        [&] { EXPECT_TRUE(world.scheduler.WaitUntil([] { return true; }, 0)); },  // no wait at all
-    };
-    world.scheduler.SleepMs(5);
-    char name = 'a';
-    for (const std::function<void()>& wait : waits) {
-      world.Start(name++, [&](const std::string& self) {
-        world.trace += self;
-        wait();
-        world.Note(self);
-      });
-    }
-    world.scheduler.SleepMs(1);
-  });
-  EXPECT_EQ(trace, "abcdd@5 a@5 b@5 c@5 ");
-}
-
 TEST(SchedulerTest, ASeedChoosesWhoGoesNextAndRepeatsExactly) {
   const auto run = [](std::uint64_t seed) {
     return TraceOf(seed, [](World& world) {

@@ -130,33 +130,6 @@ TEST_F(DeviceEventsTest, ASlowInterfaceHoldsUpNoTick) {
   }
 }
 
-// The device is back 1.2 s after the report, long before the start-up decision looks for it.
-TEST_F(DeviceEventsTest, ArrivalsDuringTheStartUpDecisionDoNotDisturbIt) {
-  const simulator::Package package = InstallPackage();
-  SelectPackageFolder();
-  simulator::VirtualKeyboard& keyboard = PlugIn();
-  OnThread([] { TickThread(nullptr); });
-  const Thread decision = OnThread([] { EvaluateUpdate(1); });
-  PassTimeUntil("the keyboard is in DFU mode",
-                [&] { return keyboard.mode() == simulator::KeyboardMode::Dfu; });
-  PassTime(100);
-  const Thread arrivals[] = {Announce(OnKeyboardInterfaceEvent), Announce(OnDfuInterfaceEvent),
-                             Announce(OnDfuInterfaceEvent)};
-  for (const Thread& arrival : arrivals) {
-    WaitFor(arrival);
-  }
-  EXPECT_LT(nowMs(), 2'000u) << "an arrival waited for the decision's sleep";
-
-  WaitFor(decision);
-  PassTimeUntil("the keyboard runs the package's firmware",
-                [&] { return keyboard.runningVersion() == package.version; });
-  PassTime(10'000);
-  EXPECT_TRUE(keyboard.FlashHolds(package.contents.targets[0].elements));
-  EXPECT_EQ(CountLines("\nErase successful!!!\n"), 1u);
-  EXPECT_EQ(Words(), (Texts{"START", "COMPLETE"}));
-  EXPECT_EQ(keyboard.enterDfuReports(), 1u);
-}
-
 // The decision's search cuts the path that the preparation is about to open.
 TEST_F(DeviceEventsTest, ADecisionWaitsForThePreparationUnderWay) {
   InstallHollowPackage();

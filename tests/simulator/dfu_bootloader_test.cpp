@@ -161,17 +161,6 @@ TEST_F(DfuBootloaderTest, ReportsWhatACommandOrABlockCannotDo) {
   }
 }
 
-TEST_F(DfuBootloaderTest, WritesEachBlockAtItsPlace) {
-  Download(0, SetAddress(Start + 0x10));
-  Download(3, Bytes(64, 0x33));
-  Download(2, Bytes(64, 0x22));
-  Download(4, {0x44});
-  Bytes expected(64, 0x22);
-  expected.resize(128, 0x33);
-  expected.insert(expected.end(), {0x44, 0xFF});
-  EXPECT_EQ(flash.Read(Start + 0x10, 130), expected);
-}
-
 TEST_F(DfuBootloaderTest, IsBusyAsLongAsItSaysAndAsOftenAsItShould) {
   options.busyRounds = 2;
   Send(DfuDnload, 0, Erase(Start));

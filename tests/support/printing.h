@@ -3,10 +3,22 @@
 
 #include <map>
 #include <ostream>
+#include <string>
 
 #include "platform/machine/call_gate.h"
 #include "platform/machine/device_backend.h"
 #include "simulator/virtual_keyboard.h"
+
+// A case of a table that has a name: a test's parameter prints by it, and is called after it.
+struct NamedCase {
+  const char* name;
+
+  friend std::ostream& operator<<(std::ostream& out, const NamedCase& each) {
+    return out << each.name;
+  }
+};
+
+inline constexpr auto NameOfCase = [](const auto& test) { return std::string(test.param.name); };
 
 namespace platform {
 
