@@ -17,8 +17,8 @@ namespace proof {
 class Judge {
  public:
   // originalFlash is what each keyboard held before the trial.
-  Judge(Stage& stage, const TrialPlan& plan, const NorFlash& originalFlash)
-      : stage_(stage), plan_(plan), flash_(stage, plan, originalFlash) {}
+  Judge(Stage& stage, History& history, const TrialPlan& plan, const NorFlash& originalFlash)
+      : stage_(stage), history_(history), plan_(plan), flash_(stage, plan, originalFlash) {}
 
   // Begins to watch.
   void Watch();
@@ -35,6 +35,7 @@ class Judge {
   void Take(const std::vector<std::string>& faults);
 
   Stage& stage_;
+  History& history_;
   const TrialPlan& plan_;
   FlashJudge flash_;
   platform::Observation faults_;
