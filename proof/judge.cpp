@@ -51,14 +51,14 @@ void Judge::ConcludeLife(bool quiet) {
   }
   TakeOne(flash_.Look());
 
-  stage_.history.Close();
+  history_.Close();
   std::vector<std::string> faults;
-  const std::vector<Operation> operations = JudgeWire(stage_.history, plan_, faults);
+  const std::vector<Operation> operations = JudgeWire(history_, plan_, faults);
   Take(faults);
-  Take(JudgeWords(stage_.history, plan_, operations));
-  Take(JudgeStillness(stage_.history, operations, stage_.tablet.nowMs()));
+  Take(JudgeWords(history_, plan_, operations));
+  Take(JudgeStillness(history_, operations, stage_.tablet.nowMs()));
   if (quiet) {
-    Take(JudgeLeftovers(stage_.history, stage_.machine(), plan_));
+    Take(JudgeLeftovers(history_, stage_.machine(), plan_));
   }
 }
 

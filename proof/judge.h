@@ -18,8 +18,8 @@ namespace proof {
 class Judge {
  public:
   // originalFlash is what each keyboard held before the trial.
-  Judge(Stage& stage, const TrialPlan& plan, const NorFlash& originalFlash)
-      : stage_(stage), plan_(plan), flash_(stage, plan, originalFlash) {}
+  Judge(Stage& stage, History& history, const TrialPlan& plan, const NorFlash& originalFlash)
+      : stage_(stage), history_(history), plan_(plan), flash_(stage, plan, originalFlash) {}
 
   using Keeper = std::function<void(const std::vector<std::string>&)>;
 
@@ -40,6 +40,7 @@ class Judge {
   void TakeOne(const std::string& fault);  // empty: there is none
 
   Stage& stage_;
+  History& history_;
   const TrialPlan& plan_;
   FlashJudge flash_;
   platform::Observation faults_;

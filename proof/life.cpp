@@ -63,6 +63,22 @@ void Write(const std::string& text, char (&place)[Bytes]) {
   place[bytes] = '\0';
 }
 
+Happening HappeningOf(StageEvent event) {
+  switch (event) {
+    case StageEvent::UserCame:
+      return Happening::UserCame;
+    case StageEvent::UserLeft:
+      return Happening::UserLeft;
+    case StageEvent::StopSent:
+      return Happening::StopSent;
+    case StageEvent::OpenRefused:
+      return Happening::OpenRefused;
+    case StageEvent::Ended:
+      break;
+  }
+  return Happening::Ended;
+}
+
 // The one of the process, for who cannot be handed it.
 Life* runningLife = nullptr;
 
@@ -90,10 +106,15 @@ Life::Life(const TrialPlan& plan, const std::string& driveFolder, const Carried&
                                      troubled ? plan.keyboard : KeyboardInPeace(plan))),
       foreign_(*new ForeignKeyboard(tablet_.machine(), {})),
       history_(tablet_.machine()),
-      stage_{tablet_,  keyboard_,   *new VirtualKeyboard(tablet_.machine(), OptionsOfSecond(plan)),
-             foreign_, deliveries_, history_},
-      troubles_(stage_, plan),
-      judge_(stage_, plan, keyboard_.ReadFlash()) {
+      stage_{tablet_,
+             keyboard_,
+             *new VirtualKeyboard(tablet_.machine(), OptionsOfSecond(plan)),
+             foreign_,
+             deliveries_,
+             [this](StageEvent event) { history_.Note(HappeningOf(event)); },
+             RefuseMemoryRequest},
+      troubles_(stage_, plan.troubles),
+      judge_(stage_, history_, plan, keyboard_.ReadFlash()) {
   if (HasSecond(plan)) {
     stage_.second.WriteFlash(keyboard_.ReadFlash());
   }
@@ -248,7 +269,10 @@ void Life::EndTroubles() {
   for (std::size_t i = 0; i < history_.holds(); ++i) {
     troubles_.Count("thread held up");
   }
-  troubles_.End();
+  if (MemoryWasRefused()) {
+    troubles_.Count("memory refused");
+  }
+  troubles_.End(KeyboardInPeace(plan_));
   if (!loggedOn_) {
     stage_.LogOnUser();
   }

@@ -10,8 +10,8 @@
 #include "proof/judge.h"
 #include "proof/plan.h"
 #include "proof/trial_report.h"
-#include "proof/troubles.h"
 #include "simulator/timeline.h"
+#include "simulator/troubles.h"
 
 namespace proof {
 

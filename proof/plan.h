@@ -8,9 +8,10 @@
 #include <string_view>
 #include <vector>
 
-#include "proof/trouble.h"
+#include "proof/history.h"
 #include "simulator/package.h"
 #include "simulator/scenario.h"
+#include "simulator/trouble.h"
 
 namespace proof {
 
@@ -39,7 +40,9 @@ struct TrialPlan : Scenario {
 
 inline void SetPackage(TrialPlan& plan, const PackageDraft& draft) {
   plan.packageDraft = draft;
-  plan.package = MakePackage(draft);
+  if (draft.file.empty()) {
+    plan.package = MakePackage(draft);
+  }
 }
 
 // The keyboard once the troubles have ended: one that leaves before it has answered the report

@@ -51,6 +51,9 @@ bool Take(const SettingLine& line, SettingReader<TrialPlan>& own, SettingReader<
 
 std::string FaultOfTroubles(const TrialPlan& plan) {
   for (const Trouble& trouble : plan.troubles) {
+    if (trouble.kind->traits.isForBench) {
+      return "no trial can judge what becomes of the fault '" + TroubleText(trouble) + "'";
+    }
     const auto count =
         std::count_if(plan.troubles.begin(), plan.troubles.end(),
                       [&](const Trouble& other) { return other.kind == trouble.kind; });
@@ -89,6 +92,16 @@ bool ReadPlan(const std::string& text, TrialPlan& plan, std::string& reason) {
     }
   }
   std::stable_sort(plan.troubles.begin(), plan.troubles.end(), HappensBefore);
+  if (const std::string& file = plan.packageDraft.file; !file.empty()) {
+    PackageRefusal refusal;
+    const std::optional<Package> package = ReadPackage(file, refusal);
+    if (!package.has_value()) {
+      reason = file + " is refused: " + refusal.reason;
+      return false;
+    }
+    plan.package = *package;
+    plan.keyboard.findVersion = VersionFinder({*package}, plan.keyboard.imageAddress);
+  }
   SetPackage(plan, plan.packageDraft);
   reason = FaultOfPlan(plan);
   return reason.empty();
@@ -109,7 +122,10 @@ std::string FaultOfPlan(const TrialPlan& plan) {
   for (const DfuSeElement& element : target->elements) {
     flash.Program(element.address, element.data);
   }
-  if (FindKeyboardImage(flash, plan.keyboard.imageAddress) != plan.package.version) {
+  const auto version = plan.keyboard.findVersion
+                           ? plan.keyboard.findVersion(flash)
+                           : FindKeyboardImage(flash, plan.keyboard.imageAddress);
+  if (version != plan.package.version) {
     return "the package's target 0 makes no firmware for this map and image-address";
   }
   return FaultOfTroubles(plan);

@@ -1,6 +1,9 @@
 #include "simulator/check_package.h"
 
+#include <nlohmann/json.hpp>
+
 #include "simulator/exit_codes.h"
+#include "simulator/host_process.h"
 #include "simulator/service_view.h"
 #include "simulator/timeline.h"
 #include "simulator/update_run.h"
@@ -14,10 +17,10 @@ namespace {
 void AddRun(const Package& package, const CheckOptions& options, Json& plan) {
   UpdateRunOptions run;
   run.package = package;
-  run.keyboardVersion = OlderThan(package.version);
-  run.memory = options.memory;
-  run.transferSize = options.transferSize;
-  const Json result = RunInChild([&](const std::string& driveFolder) {
+  run.keyboard = options.keyboard;
+  run.keyboard.version = OlderThan(package.version);
+  run.memoryIsMadeUp = false;
+  const Json result = AskChild([&](const std::string& driveFolder) {
     run.driveFolder = driveFolder;
     SplitConsole(true, false);
     const UpdateResult update = RunUpdate(run, std::fopen("/dev/null", "w"));
@@ -44,7 +47,7 @@ void AddContents(const Package& package, const CheckOptions& options, const Json
 
 void AddPlan(const Package& package, const CheckOptions& options, const Json& view, Json& check) {
   Json plan = view["plan"];
-  plan["transferSize"] = options.transferSize;
+  plan["transferSize"] = options.keyboard.bootloader.transferSize;
   const u64 dropped = plan["bytesDropped"];
   if (dropped != 0) {
     check["warnings"].push_back(CountText(dropped) +
@@ -100,11 +103,10 @@ Json CheckPackage(const std::string& path, const CheckOptions& options) {
   if (!ReadPackageFile(path, package, refusal)) {
     return Refuse(check, refusal);
   }
-  const Json view = RunInChild([&](const std::string& driveFolder) {
+  const Json view = AskChild([&](const std::string& driveFolder) {
     SplitConsole(true, false);
-    return ReadAsService(driveFolder, package.fileName, package.bytes,
-                         options.memory.has_value() ? options.memory->mapText : "",
-                         options.transferSize);
+    return ReadAsService(driveFolder, package.fileName, package.bytes, options.mapText,
+                         options.keyboard.bootloader.transferSize);
   });
   // The service's word counts; the reader here explains it.
   const bool explained = ReadPackageContents(package, refusal);

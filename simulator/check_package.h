@@ -3,25 +3,24 @@
 #pragma once
 
 #include <cstdio>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "simulator/child_process.h"
-#include "simulator/memory_map_option.h"
+#include "simulator/json.h"
+#include "simulator/keyboard_options.h"
 #include "simulator/package_warnings.h"
 
 namespace simulator {
 
 struct CheckOptions {
-  std::optional<KeyboardMemory> memory;  // without it there is no plan
-  u16 transferSize = 0;
+  KeyboardOptions keyboard;
+  std::string mapText;  // of its alternate setting 0; without it there is no plan
   std::vector<KeyboardId> keyboardIds = UsualKeyboardIds();
   bool strict = false;  // a warning refuses the file, too
 };
 
 // What is known of one file; "exitCode" is the command's. Each file gets child processes of its
-// own. Throws what RunInChild throws.
+// own. Throws what AskChild throws.
 Json CheckPackage(const std::string& path, const CheckOptions& options);
 
 // The same for people: the contents go to out, a refusal to complaints.

@@ -1,6 +1,7 @@
 #include "simulator/decide.h"
 
 #include <atomic>
+#include <nlohmann/json.hpp>
 
 #include "keyboard/keyboard_version.h"
 #include "platform/machine/text.h"
@@ -8,6 +9,7 @@
 #include "service/update_decision.h"
 #include "service/update_gates.h"
 #include "simulator/exit_codes.h"
+#include "simulator/host_process.h"
 #include "simulator/tablet.h"
 #include "simulator/update_verdict.h"
 #include "simulator/virtual_keyboard.h"
@@ -59,11 +61,14 @@ Json Decide(const UpdateRunOptions& options, const std::string& driveFolder) {
   Tablet tablet({.scheduler = {}, .driveFolder = driveFolder});
   auto& keyboard = *new VirtualKeyboard(tablet.machine(), KeyboardFor(options));
   tablet.InstallPackage(options.package.fileName, options.package.bytes);
-  tablet.LogOnUser();
+  if (options.userLoggedOn) {
+    tablet.LogOnUser();
+  }
   tablet.machine().power.SetBatteryPercent(options.batteryPercent);
   std::atomic<bool> told = false;
   const platform::Observation words = tablet.machine().processes.launches.Observe(
       [&](const platform::LaunchedProcess&) { told = true; });
+  FillFlash(options, keyboard);
   keyboard.Attach();
   tablet.StartService();
   tablet.PassTimeUntil([&] { return told.load(); }, DecidedAfterMs);
@@ -74,7 +79,7 @@ Json Decide(const UpdateRunOptions& options, const std::string& driveFolder) {
   const std::vector<ToldWord> toldWords = tablet.WordsTold();
   const std::string word = toldWords.empty() ? "" : toldWords[0].word;
   const std::string gate =
-      ClosedGateText(options.keyboardVersion, options.package.version, options.batteryPercent);
+      ClosedGateText(options.keyboard.version, options.package.version, options.batteryPercent);
   return {{"exitCode", word == "START" ? ExitDone : ExitNothingToDo},
           {"file", options.package.fileName},
           {"gates", DescribeGates(closed)},
@@ -85,7 +90,7 @@ Json Decide(const UpdateRunOptions& options, const std::string& driveFolder) {
 }  // namespace
 
 Json DecideUpdate(const UpdateRunOptions& options) {
-  return RunInChild([&](const std::string& driveFolder) { return Decide(options, driveFolder); });
+  return AskChild([&](const std::string& driveFolder) { return Decide(options, driveFolder); });
 }
 
 void PrintDecision(const Json& decision, std::FILE* out) {

@@ -3,7 +3,7 @@
 
 #include <cstdio>
 
-#include "simulator/child_process.h"
+#include "simulator/json.h"
 #include "simulator/update_run.h"
 
 namespace simulator {

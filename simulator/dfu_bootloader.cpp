@@ -94,6 +94,10 @@ UsbReply DfuBootloader::Download(const WINUSB_SETUP_PACKET& setup, const Bytes& 
   if ((state_ != dfuIDLE && state_ != dfuDNLOADIDLE) || data.size() > options_.transferSize) {
     return Refuse();
   }
+  if (spoilt_.stalls) {
+    spoilt_ = {};
+    return Refuse();
+  }
   if (data.empty()) {
     // The device is to leave DFU mode.
     state_ = dfuMANIFESTSYNC;
@@ -177,7 +181,13 @@ u32 DfuBootloader::AdvanceForStatus(u64 nowMs) {
 u32 DfuBootloader::Execute(u64 nowMs) {
   hasBlock_ = false;
   kept_.clear();
-  pollMs_ = blockNumber_ == 0 ? ExecuteCommand() : ExecuteWrite();
+  const DeviceFault fault = std::exchange(spoilt_, {});
+  if (fault.status != dfuOK) {
+    outcome_ = fault.status;
+    pollMs_ = options_.writeMs;
+  } else {
+    pollMs_ = (blockNumber_ == 0 ? ExecuteCommand() : ExecuteWrite()) + fault.milliseconds;
+  }
   if (state_ == dfuERROR) {
     return 0;
   }

@@ -76,6 +76,18 @@ struct DfuStatusReply {
   u8 state = dfuIDLE;
 };
 
+// Something that goes wrong once, at a block of data or at an erase, counted from 1 since the
+// keyboard was made.
+struct DeviceFault {
+  bool atErase = false;
+  u64 number = 0;
+
+  bool isPulled = false;  // the keyboard is, and plugged in again after the time
+  bool stalls = false;    // the request is refused
+  u8 status = dfuOK;      // what the work ends with; the flash stays as it was
+  u32 milliseconds = 0;   // so much longer is it busy, unless it is pulled
+};
+
 // Where the time of an update went, as the device sees it.
 struct BootloaderCounts {
   u32 sectorsErased = 0;
@@ -105,6 +117,9 @@ class DfuBootloader {
   // state from then on. Several are answered in order.
   void ScriptStatus(const DfuStatusReply& reply) { scripted_.push_back(reply); }
   void ForgetScript() { scripted_.clear(); }
+
+  // The next DNLOAD meets it.
+  void Spoil(const DeviceFault& fault) { spoilt_ = fault; }
 
   // True once after the device has been told to leave DFU mode.
   bool TakeLeave();
@@ -141,6 +156,7 @@ class DfuBootloader {
   bool leaving_ = false;
   u32 keptAddress_ = 0;
   platform::Bytes kept_;  // what the flash held where the device is busy
+  DeviceFault spoilt_;    // the block that is kept
   std::deque<DfuStatusReply> scripted_;
   BootloaderCounts counts_;
 };

@@ -12,9 +12,6 @@ namespace simulator {
 inline constexpr GUID DfuModeInterfaceGuid = {
     0x5CBC7CBE, 0xC056, 0x45BD, {0xB4, 0x22, 0x00, 0x49, 0xD9, 0x4D, 0x11, 0xE9}};
 
-// What a string descriptor has room for; a longer text is cut.
-inline constexpr std::size_t LongestStringChars = 126;
-
 // The device, with its one interface.
 platform::Device MakeDfuDevice(const KeyboardOptions& options,
                                std::shared_ptr<platform::UsbBackEnd> backEnd);

@@ -1,5 +1,7 @@
 #include "simulator/fault_order.h"
 
+#include <algorithm>
+
 #include "simulator/setting_lines.h"
 
 namespace simulator {
@@ -10,15 +12,28 @@ constexpr struct {
   FaultPlace place;
   const char* word;
 } CountedPlaces[] = {
-    {FaultPlace::Transfer, "transfer"},
-    {FaultPlace::Call, "call"},
-    {FaultPlace::Request, "request"},
+    {FaultPlace::Transfer, "transfer"}, {FaultPlace::Call, "call"},
+    {FaultPlace::Request, "request"},   {FaultPlace::Block, "block"},
+    {FaultPlace::Erase, "erase"},
+};
+
+constexpr struct {
+  FaultPlace place;
+  const char* word;
+} SinglePlaces[] = {
+    {FaultPlace::Report, "report"},
+    {FaultPlace::Return, "return"},
 };
 
 std::string PlaceText(const FaultOrder& order) {
   for (const auto& counted : CountedPlaces) {
     if (order.place == counted.place) {
       return counted.word + std::to_string(order.at);
+    }
+  }
+  for (const auto& single : SinglePlaces) {
+    if (single.place == order.place) {
+      return single.word;
     }
   }
   return TimeText(order.at);
@@ -31,6 +46,13 @@ bool ReadPlace(const std::string& text, FaultOrder& order) {
       return ReadNumber(text.substr(std::string(counted.word).size()), 1, ~u64{0}, order.at);
     }
   }
+  for (const auto& single : SinglePlaces) {
+    if (text == single.word) {
+      order.place = single.place;
+      order.at = 0;
+      return true;
+    }
+  }
   order.place = FaultPlace::Time;
   return ReadTime(text, order.at);
 }
@@ -38,7 +60,8 @@ bool ReadPlace(const std::string& text, FaultOrder& order) {
 }  // namespace
 
 std::string FaultOrderText(const FaultOrder& order) {
-  std::string text = order.kind + "@" + PlaceText(order);
+  std::string text =
+      order.kind + (order.detail.empty() ? "" : ":" + order.detail) + "@" + PlaceText(order);
   for (const u64 number : order.numbers) {
     text += " " + std::to_string(number);
   }
@@ -51,7 +74,10 @@ bool ReadFaultOrder(const std::string& text, FaultOrder& order) {
   if (sign == std::string::npos || !ReadPlace(words[0].substr(sign + 1), order)) {
     return false;
   }
-  order.kind = words[0].substr(0, sign);
+  const std::string kind = words[0].substr(0, sign);
+  const std::size_t colon = std::min(kind.find(':'), kind.size());
+  order.kind = kind.substr(0, colon);
+  order.detail = colon == kind.size() ? "" : kind.substr(colon + 1);
   order.numbers.clear();
   for (std::size_t i = 1; i < words.size(); ++i) {
     if (!ReadNumber(words[i], 0, ~u64{0}, order.numbers.emplace_back())) {

@@ -1,13 +1,135 @@
 #include "simulator/host_process.h"
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <cerrno>
+#include <csignal>
 #include <cstring>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "simulator/host_folder.h"
 
 namespace simulator {
+
+namespace {
+
+volatile std::sig_atomic_t childId = 0;
+volatile std::sig_atomic_t interruptedBy = 0;
+
+void EndChild(int signal) {
+  interruptedBy = signal;
+  kill(childId, SIGKILL);
+}
+
+// Signals that end a command wait while the child is made, so that none finds no child to end.
+class Interruption {
+ public:
+  Interruption() {
+    sigemptyset(&signals_);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+      sigaddset(&signals_, signal);
+    }
+    sigprocmask(SIG_BLOCK, &signals_, &before_);
+  }
+  void PassOn() {
+    struct sigaction action = {};
+    action.sa_handler = EndChild;
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+      sigaction(signal, &action, nullptr);
+    }
+    LetThrough();
+  }
+  void LetThrough() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+
+  // As if this process had been hit without a handler.
+  void DieOfIt() {
+    if (interruptedBy != 0) {
+      std::signal(interruptedBy, SIG_DFL);
+      std::raise(interruptedBy);
+    }
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+      std::signal(signal, SIG_DFL);
+    }
+  }
+
+ private:
+  sigset_t signals_{};
+  sigset_t before_{};
+};
+
+void WriteAll(int file, const std::string& text) {
+  for (std::size_t done = 0; done < text.size();) {
+    const ssize_t written = write(file, text.data() + done, text.size() - done);
+    if (written < 0 && errno != EINTR) {
+      return;
+    }
+    done += written < 0 ? 0 : static_cast<std::size_t>(written);
+  }
+}
+
+std::string ReadAll(int file) {
+  std::string text;
+  char chunk[4096];
+  for (;;) {
+    const ssize_t count = read(file, chunk, sizeof(chunk));
+    if (count > 0) {
+      text.append(chunk, static_cast<std::size_t>(count));
+    } else if (count == 0 || errno != EINTR) {
+      return text;
+    }
+  }
+}
+
+// Threads of the simulated machine still stand where its end left them: no destructor may run.
+[[noreturn]] void Answer(const std::function<Json(const std::string&)>& work,
+                         const std::string& folder, int file) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  Json answer;
+  try {
+    answer["result"] = work(folder);
+  } catch (const std::exception& error) {
+    answer = {{"error", error.what()}};
+  }
+  WriteAll(file, answer.dump(-1, ' ', false, Json::error_handler_t::replace));
+  std::fflush(nullptr);
+  _exit(0);
+}
+
+std::string AnswerOfChild(const std::function<Json(const std::string&)>& work,
+                          const std::string& folder) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    throw std::runtime_error("cannot make a pipe");
+  }
+  std::fflush(nullptr);
+  Interruption interruption;
+  const pid_t child = fork();
+  if (child == 0) {
+    interruption.LetThrough();
+    close(ends[0]);
+    Answer(work, folder, ends[1]);
+  }
+  childId = child;
+  close(ends[1]);
+  if (child > 0) {
+    interruption.PassOn();
+  }
+  const std::string text = ReadAll(ends[0]);
+  close(ends[0]);
+  while (child > 0 && waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+  }
+  std::error_code ignored;
+  std::filesystem::remove_all(folder, ignored);
+  interruption.DieOfIt();
+  interruption.LetThrough();
+  return text;
+}
+
+}  // namespace
 
 pid_t StartChild(const std::function<void()>& body) {
   // What is still in the buffers would be written by both.
@@ -38,6 +160,28 @@ void SilenceStandardOutput() {
   const int nowhere = open("/dev/null", O_WRONLY);
   dup2(nowhere, STDOUT_FILENO);
   close(nowhere);
+}
+
+Json AskChild(const std::function<Json(const std::string& driveFolder)>& work) {
+  const HostFolder folder;
+  Json answer = Json::parse(AnswerOfChild(work, folder.path()), nullptr, false);
+  if (answer.is_discarded()) {
+    throw std::runtime_error("the simulated machine ended without an answer");
+  }
+  if (answer.contains("error")) {
+    throw std::runtime_error(answer["error"].get<std::string>());
+  }
+  return answer["result"];
+}
+
+std::FILE* SplitConsole(bool toErrors, bool keepServiceOutput) {
+  std::FILE* const console = fdopen(dup(toErrors ? STDERR_FILENO : STDOUT_FILENO), "w");
+  if (!keepServiceOutput) {
+    SilenceStandardOutput();
+  } else if (toErrors) {
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+  }
+  return console;
 }
 
 }  // namespace simulator

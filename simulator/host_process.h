@@ -8,11 +8,14 @@
 #include <sys/mman.h>
 #include <sys/types.h>
 
+#include <cstdio>
 #include <functional>
 #include <new>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
+
+#include "simulator/json.h"
 
 namespace simulator {
 
@@ -32,6 +35,19 @@ inline std::string RunInChild(const std::function<void()>& body) {
 // From now on what the process writes to standard output is lost. The service says lines of its own
 // there.
 void SilenceStandardOutput();
+
+// Does the work in a child process and returns what it answered. It is given a folder for a
+// tablet's drive, which is gone afterwards whatever became of the child. An interrupted process
+// ends its child, deletes the folder and dies of the signal.
+//
+// Throws when there is no folder to be had, when the work threw, or when the child ended without an
+// answer. Called by a process with one thread.
+Json AskChild(const std::function<Json(const std::string& driveFolder)>& work);
+
+// The service writes to standard output on its own account. Returns a stream to the console's own
+// output (or error output), and lets standard output go nowhere unless the service's lines are to
+// be kept. To be called once, by the process that runs the service.
+std::FILE* SplitConsole(bool toErrors, bool keepServiceOutput);
 
 // One T that the process shares with the children that it starts later. It is never unmapped.
 template <class T>

@@ -3,36 +3,38 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <nlohmann/json.hpp>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "simulator/check_package.h"
-#include "simulator/child_process.h"
 #include "simulator/decide.h"
 #include "simulator/exit_codes.h"
+#include "simulator/host_process.h"
+#include "simulator/nearest_option.h"
 #include "simulator/number_option.h"
 #include "simulator/pack.h"
+#include "simulator/product_memory.h"
+#include "simulator/run_settings.h"
+#include "simulator/trouble.h"
 #include "simulator/update_run.h"
 
 namespace {
 
 using simulator::Json;
 
-constexpr char DefaultPackageVersion[] = "1.2.2.1";
-
-int RefuseArguments(const std::string& why) {
-  std::fprintf(stderr, "vantrel-sim: %s\nTry vantrel-sim --help.\n", why.c_str());
-  return simulator::ExitBadArguments;
+// Says what is wrong with what was asked for.
+Json Refuse(const simulator::PackageRefusal& refusal) {
+  std::fprintf(stderr, "vantrel-sim: %s\n", refusal.reason.c_str());
+  return {{"exitCode", refusal.exitCode}, {"result", refusal.reason}};
 }
 
 struct Arguments {
+  simulator::RunSources sources;
   std::vector<std::string> packages;
-  std::string keyboard;
-  int battery = 80;
   bool realtime = false;
   std::string trace;
-  std::string map;
-  u32 transferSize = simulator::BootloaderOptions{}.transferSize;
   bool strict = false;
   std::vector<std::string> keyboardIds;
   bool json = false;
@@ -69,41 +71,89 @@ void DescribeOutput(CLI::App& app, Arguments& arguments) {
                "One JSON object on standard output; people's text goes to standard error");
 }
 
+// An option that means what the scenario's setting of its name does.
+struct RunOption {
+  const char* name;
+  const char* type;
+  const char* help;
+  const char* usual = "";
+  bool repeats = false;
+};
+
+constexpr RunOption MemoryOptions[] = {
+    {"map", "MAP",
+     "The keyboard's memory, as the map string of its DFU interface tells it, such as \"@Internal "
+     "Flash  /0x08000000/04*016Kg\"; once for each alternate setting",
+     "", true},
+    {"transfer-size", "BYTES", "The most bytes of a block", "1024"},
+    {"erase-ms", "MS", "How long an erase takes, besides what its size takes", "150"},
+    {"erase-16k-ms", "MS", "How long each 16 KiB of a sector takes on top", "100"},
+    {"write-ms", "MS", "How long a block takes to write", "4"},
+    {"restart-ms", "MS", "From the keyboard's leaving to its return", "1200"},
+    {"leave-ms", "MS", "From the end of the update to the device's leaving", "20"},
+};
+
+constexpr RunOption DecisionOptions[] = {
+    {"keyboard", "M.m.model.rev", "The keyboard's firmware; by default older than the package's"},
+    {"installed", "OLD.dfu", "The package that its flash holds, and with it its firmware"},
+    {"battery", "N", "The battery's charge in percent (255: unknown)", "80"},
+};
+
+constexpr RunOption TroubleOptions[] = {
+    {"attach-at", "TIME", "When the keyboard is plugged in, such as 40s", "0s"},
+    {"fault", "KIND@WHEN",
+     "Something that goes wrong, such as stall@block7; as often as one likes. The list is below",
+     "", true},
+};
+
+void DescribeRun(CLI::App& app, std::span<const RunOption> options, Arguments& arguments) {
+  for (const RunOption& option : options) {
+    CLI::Option* const added =
+        app.add_option(std::string("--") + option.name, arguments.sources.options[option.name],
+                       option.help)
+            ->type_name(option.type)
+            ->expected(1)
+            ->check(NeedText)
+            ->multi_option_policy(option.repeats ? CLI::MultiOptionPolicy::TakeAll
+                                                 : CLI::MultiOptionPolicy::Throw);
+    if (*option.usual != '\0') {
+      added->default_str(option.usual);
+    }
+  }
+}
+
 void DescribeMemory(CLI::App& app, Arguments& arguments) {
-  app.add_option("--map", arguments.map,
-                 "The keyboard's memory, as the map string of its DFU interface tells it, such as "
-                 "\"@Internal Flash  /0x08000000/04*016Kg\"")
-      ->type_name("MAP")
-      ->check(NeedText);
-  app.add_option("--transfer-size", arguments.transferSize, "The most bytes of a block")
-      ->type_name("BYTES")
-      ->transform(simulator::Number("8 to 4096", [](u64 n) { return n >= 8 && n <= 4096; }))
-      ->capture_default_str();
+  DescribeRun(app, MemoryOptions, arguments);
+  app.get_option("--transfer-size")->transform(simulator::Number("8 to 4096", [](u64 n) {
+    return n >= 8 && n <= 4096;
+  }));
 }
 
 void DescribeKeyboard(CLI::App& app, Arguments& arguments) {
-  app.add_option("--keyboard", arguments.keyboard,
-                 "The keyboard's firmware; by default older than the package's")
-      ->type_name("M.m.model.rev")
-      ->check(NeedText);
-  app.add_option("--battery", arguments.battery, "The battery's charge in percent (255: unknown)")
-      ->type_name("N")
-      ->transform(simulator::Number("0 to 100, or 255 for unknown",
-                                    [](u64 percent) { return percent <= 100 || percent == 255; }))
-      ->capture_default_str();
+  DescribeRun(app, DecisionOptions, arguments);
   app.add_option("--package", arguments.packages,
                  "A DfuSe package of your own; its name carries the version at the characters 10, "
                  "12, 14 and 16, as in VantrelKb_1.2.3.4.dfu")
       ->type_name("FILE.dfu")
       ->expected(1)
       ->check(NeedText);
+  app.add_option("--scenario", arguments.sources.scenarioFile,
+                 "The same settings as lines of a file; options come after them")
+      ->type_name("FILE")
+      ->check(NeedText);
 }
 
 void DescribeUpdate(CLI::App& app, Arguments& arguments) {
   DescribeKeyboard(app, arguments);
   DescribeMemory(app, arguments);
+  DescribeRun(app, TroubleOptions, arguments);
+  app.add_flag_callback(
+      "--in-dfu", [&arguments] { arguments.sources.options["in-dfu"] = {"yes"}; },
+      "The keyboard was left over in DFU mode");
   DescribeOutput(app, arguments);
   app.add_flag("--realtime", arguments.realtime, "Pace the run by the wall clock");
+  app.footer("Faults, by where they happen; some take a number behind a blank:\n" +
+             simulator::TroubleHelp());
   app.add_option("--trace", arguments.trace,
                  "Show more: wire (every transfer), calls (every platform call) or all (both, and "
                  "the service's own standard output)")
@@ -197,67 +247,48 @@ int Finish(const Arguments& arguments, const char* command, Json result) {
   return exitCode;
 }
 
-// False, with the complaint written and the exit code set, when there is no such run.
-bool ReadRun(const Arguments& arguments, simulator::UpdateRunOptions& options, Json& result) {
-  const auto refuse = [&](int exitCode, const std::string& why) {
-    result = {{"exitCode", exitCode}, {"result", why}};
-    return false;
-  };
-  if (!ReadTrace(arguments.trace, options.timeline)) {
-    return refuse(
-        RefuseArguments("--trace takes wire, calls or all, not '" + arguments.trace + "'"),
-        "refused: --trace");
-  }
-  options.batteryPercent = static_cast<u8>(arguments.battery);
-  options.realtime = arguments.realtime;
-  options.transferSize = static_cast<u16>(arguments.transferSize);
-  std::string reason;
-  if (!arguments.map.empty() &&
-      !(options.memory = simulator::ReadMemoryMap(arguments.map, reason)).has_value()) {
-    return refuse(RefuseArguments("--map " + reason), "refused: --map " + reason);
-  }
-  options.package = simulator::DefaultPackage(*simulator::ParseVersion(DefaultPackageVersion));
+// False, with the complaint written and the result set, when there is no such run.
+bool ReadRun(Arguments& arguments, simulator::UpdateRunOptions& options, Json& result) {
+  simulator::PackageRefusal refusal;
   if (!arguments.packages.empty()) {
-    simulator::PackageRefusal refusal;
-    const auto package = simulator::ReadPackage(arguments.packages[0], refusal);
-    if (!package.has_value()) {
-      std::fprintf(stderr, "vantrel-sim: %s is refused: %s\n", arguments.packages[0].c_str(),
-                   refusal.reason.c_str());
-      return refuse(refusal.exitCode, "refused: " + refusal.reason);
-    }
-    options.package = *package;
+    arguments.sources.options["package"] = {arguments.packages[0]};
   }
-  options.keyboardVersion = OlderThan(options.package.version);
-  if (!arguments.keyboard.empty()) {
-    const auto version = simulator::ParseVersion(arguments.keyboard);
-    if (!version.has_value()) {
-      return refuse(RefuseArguments("--keyboard takes four digits such as 1.0.2.1, not '" +
-                                    arguments.keyboard + "'"),
-                    "refused: --keyboard");
-    }
-    options.keyboardVersion = *version;
+  if (!simulator::ReadRun(arguments.sources, options, refusal)) {
+    result = Refuse(refusal);
+    return false;
   }
+  if (!ReadTrace(arguments.trace, options.timeline)) {
+    result = Refuse({"--trace takes wire, calls or all, not '" + arguments.trace + "'",
+                     simulator::ExitBadArguments});
+    return false;
+  }
+  options.realtime = arguments.realtime;
+  options.refuseMemory = simulator::RefuseMemoryRequest;
   return true;
 }
 
-int Update(const Arguments& arguments) {
+int Update(Arguments& arguments) {
   simulator::UpdateRunOptions options;
   Json result;
   if (ReadRun(arguments, options, result)) {
-    result = simulator::RunInChild([&](const std::string& driveFolder) {
+    result = simulator::AskChild([&](const std::string& driveFolder) {
       options.driveFolder = driveFolder;
       std::FILE* const console = simulator::SplitConsole(arguments.json, arguments.trace == "all");
       const simulator::UpdateResult update = simulator::RunUpdate(options, console);
-      return Json{{"exitCode", update.exitCode},
-                  {"result", update.reason},
-                  {"updateMs", update.updateMs},
-                  {"account", simulator::DescribeAccount(update.account)}};
+      Json told{{"exitCode", update.exitCode},
+                {"result", update.reason},
+                {"updateMs", update.updateMs},
+                {"account", simulator::DescribeAccount(update.account)}};
+      if (!options.expected.empty()) {
+        told["expected"] = options.expected;
+      }
+      return told;
     });
   }
   return Finish(arguments, "update", result);
 }
 
-int Decide(const Arguments& arguments) {
+int Decide(Arguments& arguments) {
   simulator::UpdateRunOptions options;
   Json result;
   if (ReadRun(arguments, options, result)) {
@@ -269,7 +300,6 @@ int Decide(const Arguments& arguments) {
 
 int Check(const Arguments& arguments) {
   simulator::CheckOptions options;
-  options.transferSize = static_cast<u16>(arguments.transferSize);
   options.strict = arguments.strict;
   if (!arguments.keyboardIds.empty()) {
     options.keyboardIds.clear();
@@ -277,11 +307,11 @@ int Check(const Arguments& arguments) {
   for (const std::string& id : arguments.keyboardIds) {
     options.keyboardIds.push_back({IdNumber(id.substr(4, 4)), IdNumber(id.substr(13))});
   }
-  std::string reason;
-  if (!arguments.map.empty() &&
-      !(options.memory = simulator::ReadMemoryMap(arguments.map, reason)).has_value()) {
-    return Finish(arguments, "check",
-                  {{"exitCode", RefuseArguments("--map " + reason)}, {"files", Json::array()}});
+  simulator::PackageRefusal refusal;
+  if (!simulator::ReadKeyboard(arguments.sources, options.keyboard, options.mapText, refusal)) {
+    Json result = Refuse(refusal);
+    result["files"] = Json::array();
+    return Finish(arguments, "check", result);
   }
   Json result{{"exitCode", simulator::ExitDone}, {"files", Json::array()}};
   std::FILE* const out = arguments.json ? stderr : stdout;
@@ -304,8 +334,9 @@ int Pack(Arguments& arguments) {
   options.deviceVersion = IdNumber(arguments.deviceVersion);
   options.target.alternateSetting = static_cast<u8>(arguments.alternateSetting);
   if (options.sample != options.parts.empty()) {
-    return Finish(arguments, "pack",
-                  {{"exitCode", RefuseArguments("pack takes parts, or --sample without any")}});
+    return Finish(
+        arguments, "pack",
+        Refuse({"pack takes parts, or --sample without any", simulator::ExitBadArguments}));
   }
   const simulator::PackResult result = simulator::Pack(options);
   if (result.exitCode == simulator::ExitDone) {
@@ -318,6 +349,27 @@ int Pack(Arguments& arguments) {
   return Finish(
       arguments, "pack",
       {{"exitCode", result.exitCode}, {"file", options.output}, {"result", result.reason}});
+}
+
+// What is told of a command line that makes no sense, in the way that it asks for.
+int RefuseCommandLine(const CLI::App& app, const std::string& why, int argc, char** argv) {
+  Arguments arguments;
+  const std::vector<std::string> words(argv + 1, argv + argc);
+  const auto isAmong = [&](const std::string& word) {
+    return std::find(words.begin(), words.end(), word) != words.end();
+  };
+  arguments.json = isAmong("--json");
+  const char* command = "update";
+  for (const char* const other : {"decide", "check", "pack"}) {
+    command = isAmong(other) ? other : command;
+  }
+  std::fprintf(stderr, "vantrel-sim: %s%s\nTry vantrel-sim --help.\n", why.c_str(),
+               simulator::NearestText(app, words).c_str());
+  Json result{{"exitCode", simulator::ExitBadArguments}, {"result", why}};
+  if (std::string(command) == "check") {
+    result["files"] = Json::array();
+  }
+  return Finish(arguments, command, result);
 }
 
 }  // namespace
@@ -345,7 +397,7 @@ int main(int argc, char** argv) {
   } catch (const CLI::Success& success) {
     return app.exit(success);
   } catch (const CLI::ParseError& error) {
-    return RefuseArguments(error.what());
+    return RefuseCommandLine(app, error.what(), argc, argv);
   }
   try {
     return check->parsed()    ? Check(arguments)

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "dfudevice/memory_map_parser.h"
 #include "simulator/setting_lines.h"
 
 namespace simulator {
@@ -86,6 +87,44 @@ bool LieApart(const std::vector<FlashRegion>& regions) {
   return true;
 }
 
+bool ReadText(const std::string& text, KeyboardMemory& memory) {
+  const std::vector<std::string> pieces = Split(text, '/');
+  if (!text.starts_with('@') || pieces.size() < 3 || pieces.size() % 2 == 0) {
+    return false;
+  }
+  for (std::size_t i = 1; i < pieces.size(); i += 2) {
+    FlashRegion& region = memory.flash.emplace_back();
+    if (!pieces[i].starts_with("0x") || !ReadNumber(pieces[i], 0, 0xFFFFFFFF, region.address)) {
+      return false;
+    }
+    for (const std::string& run : Split(pieces[i + 1], ',')) {
+      if (!ReadRun(run, region.runs.emplace_back())) {
+        return false;
+      }
+    }
+  }
+  memory.name = pieces[0].substr(1);
+  return true;
+}
+
+// Whether the service's own parser makes the same sectors of the text, one by one.
+bool ServiceReadsTheSame(const KeyboardMemory& memory) {
+  MemoryMap map{};
+  if (ParseMemoryMap(memory.text.data(), memory.text.size(), map) != 1) {
+    return false;
+  }
+  const NorFlash flash(memory.flash);
+  const std::vector<FlashSector>& sectors = flash.sectors();
+  const bool same =
+      std::equal(map.sectors, map.sectors + map.sectorCount, sectors.begin(), sectors.end(),
+                 [](const MemorySector& theirs, const FlashSector& ours) {
+                   return theirs.address == ours.address && theirs.size == ours.sizeBytes &&
+                          theirs.attributes == ours.access;
+                 });
+  delete[] map.sectors;
+  return same;
+}
+
 }  // namespace
 
 std::string MemoryMapText(const std::string& name, const std::vector<FlashRegion>& regions) {
@@ -105,29 +144,25 @@ std::string MemoryMapText(const std::string& name, const std::vector<FlashRegion
   return text;
 }
 
-bool ReadMemoryMap(const std::string& text, std::string& name, std::vector<FlashRegion>& regions) {
-  const std::vector<std::string> pieces = Split(text, '/');
-  if (!text.starts_with('@') || pieces.size() < 3 || pieces.size() % 2 == 0) {
-    return false;
+std::optional<KeyboardMemory> ReadMemoryMap(const std::string& text) {
+  KeyboardMemory memory{text, {}, {}};
+  return ReadText(text, memory) && LieApart(memory.flash) ? std::optional(memory) : std::nullopt;
+}
+
+std::optional<KeyboardMemory> ReadMapOption(const std::string& text, std::string& reason) {
+  if (text.size() > LongestStringChars) {
+    reason =
+        "is longer than the " + std::to_string(LongestStringChars) + " characters of a USB string";
+    return std::nullopt;
   }
-  std::vector<FlashRegion> read;
-  for (std::size_t i = 1; i < pieces.size(); i += 2) {
-    FlashRegion& region = read.emplace_back();
-    if (!pieces[i].starts_with("0x") || !ReadNumber(pieces[i], 0, 0xFFFFFFFF, region.address)) {
-      return false;
-    }
-    for (const std::string& run : Split(pieces[i + 1], ',')) {
-      if (!ReadRun(run, region.runs.emplace_back())) {
-        return false;
-      }
-    }
+  std::optional<KeyboardMemory> memory = ReadMemoryMap(text);
+  reason =
+      "takes a memory map such as \"@Internal Flash  /0x08000000/04*016Kg\", not '" + text + "'";
+  if (memory.has_value() && !ServiceReadsTheSame(*memory)) {
+    reason = "is read otherwise by the service: '" + text + "'";
+    memory.reset();
   }
-  if (!LieApart(read)) {
-    return false;
-  }
-  name = pieces[0].substr(1);
-  regions = read;
-  return true;
+  return memory;
 }
 
 }  // namespace simulator

@@ -1,8 +1,10 @@
 // The DfuSe memory map of a keyboard's flash as text, for instance
-// "@Internal Flash  /0x08000000/04*016Kg,01*064Kg". Apart from the service's own parser, so that
-// the two check each other.
+// "@Internal Flash  /0x08000000/04*016Kg,01*064Kg". A device tells it as the string of an interface
+// descriptor. Written and read apart from the service's own parser, so that the two check each
+// other.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -10,10 +12,25 @@
 
 namespace simulator {
 
+// What a string descriptor has room for; the device cuts a longer text.
+inline constexpr std::size_t LongestStringChars = 126;
+
+// What a map tells of a keyboard.
+struct KeyboardMemory {
+  std::string text;
+  std::string name;
+  std::vector<FlashRegion> flash;
+};
+
 std::string MemoryMapText(const std::string& name, const std::vector<FlashRegion>& regions);
 
-// Reads a map. False when the text is none, or when its sectors overlap, have no bytes, go beyond
-// the address space or come to more than 64 MiB; both results are as they were then.
-bool ReadMemoryMap(const std::string& text, std::string& name, std::vector<FlashRegion>& regions);
+// Empty when the text is no map, or when its sectors overlap, have no bytes, go beyond the address
+// space or come to more than 64 MiB.
+std::optional<KeyboardMemory> ReadMemoryMap(const std::string& text);
+
+// The same for a map that a person states for a keyboard. Empty, too, when a device's string has no
+// room for it or the service reads other sectors from it; reason then goes on from the option's
+// name.
+std::optional<KeyboardMemory> ReadMapOption(const std::string& text, std::string& reason);
 
 }  // namespace simulator

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <utility>
 
 #include "common/firmware_version.h"
@@ -122,6 +123,12 @@ bool ReadContents(Package& package, std::string& reason) {
   return true;
 }
 
+bool Holds(const NorFlash& flash, const std::vector<DfuSeElement>& elements) {
+  return std::all_of(elements.begin(), elements.end(), [&](const DfuSeElement& element) {
+    return element.data.empty() || flash.Read(element.address, element.data.size()) == element.data;
+  });
+}
+
 DfuSeTarget MakeTarget(const KeyboardVersion& version, const TargetDraft& draft) {
   std::vector<ImagePart> parts;
   for (const ElementDraft& element : draft.elements) {
@@ -156,6 +163,52 @@ Package MakePackage(const PackageDraft& draft) {
   }
   package.bytes = BuildDfuSe(package.contents);
   return package;
+}
+
+std::function<std::optional<KeyboardVersion>(const NorFlash&)> VersionFinder(
+    const std::vector<Package>& packages, u32 imageAddress) {
+  return [packages, imageAddress](const NorFlash& flash) -> std::optional<KeyboardVersion> {
+    for (const Package& package : packages) {
+      if (Holds(flash, TargetForUpdate(package.contents)->elements)) {
+        return package.version;
+      }
+    }
+    return FindKeyboardImage(flash, imageAddress);
+  };
+}
+
+bool FitsFlash(const Package& package, const std::vector<FlashRegion>& flash) {
+  const NorFlash memory(flash);
+  const std::vector<DfuSeElement>& elements = TargetForUpdate(package.contents)->elements;
+  return std::all_of(elements.begin(), elements.end(), [&](const DfuSeElement& element) {
+    return element.data.empty() || memory.Read(element.address, element.data.size()).has_value();
+  });
+}
+
+// Sectors of two sizes. A package that was made elsewhere gets memory around its elements, sectors
+// side by side in one region: the text of the memory map has little room.
+std::vector<FlashRegion> FlashFor(const std::vector<Package>& packages) {
+  std::vector<FlashRegion> flash = {{DefaultFlashAddress, {{4, 16 * 1024}, {3, 64 * 1024}}}};
+  constexpr u64 SectorBytes = u64{64} * 1024;
+  const NorFlash usual(flash);
+  std::set<u64> sectors;
+  for (const Package& package : packages) {
+    for (const DfuSeElement& element : TargetForUpdate(package.contents)->elements) {
+      const u64 end = std::min(element.address + u64{element.data.size()}, AddressSpaceEnd);
+      for (u64 at = element.address / SectorBytes * SectorBytes; at < end; at += SectorBytes) {
+        if (usual.FindSector(static_cast<u32>(at)) == nullptr) {
+          sectors.insert(at);
+        }
+      }
+    }
+  }
+  for (const u64 at : sectors) {
+    if (!sectors.contains(at - SectorBytes)) {
+      flash.push_back({static_cast<u32>(at), {{0, u32{SectorBytes}}}});
+    }
+    ++flash.back().runs[0].count;
+  }
+  return flash;
 }
 
 Package DefaultPackage(const KeyboardVersion& version) {

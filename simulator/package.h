@@ -1,6 +1,7 @@
 // Firmware packages as the simulator offers them to the service: made here, or the user's own.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -34,11 +35,23 @@ struct TargetDraft {
 struct PackageDraft {
   KeyboardVersion version = {1, 2, 2, 1};
   std::vector<TargetDraft> targets;
+  std::string file = {};  // instead of all that: a package that is there already
 };
 
 // A package of the draft. A target's firmware is one image (see keyboard_image.h) in those of its
 // elements that are not filled, in their order.
 Package MakePackage(const PackageDraft& draft);
+
+// Tells the version of what a flash holds: that of the first package of which all is there, else of
+// an image of the simulator's own at the address. Nothing is empty.
+std::function<std::optional<KeyboardVersion>(const NorFlash&)> VersionFinder(
+    const std::vector<Package>& packages, u32 imageAddress);
+
+// Whether the flash has a byte for each of the package's.
+bool FitsFlash(const Package& package, const std::vector<FlashRegion>& flash);
+
+// The memory that a keyboard has for the packages when nobody told a map.
+std::vector<FlashRegion> FlashFor(const std::vector<Package>& packages);
 
 // 128 KiB of firmware in two elements, made for the simulated keyboard.
 Package DefaultPackage(const KeyboardVersion& version);

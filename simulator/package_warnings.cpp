@@ -7,7 +7,6 @@
 #include "simulator/dfu_descriptors.h"
 #include "simulator/keyboard_options.h"
 #include "simulator/memory_map.h"
-#include "simulator/update_run.h"
 #include "simulator/update_verdict.h"
 
 namespace simulator {
@@ -94,7 +93,7 @@ Lines PackageWarnings(const Package& package, const std::vector<KeyboardId>& ids
   for (const std::string& note : package.contents.notes) {
     lines.push_back(note + ": other tools will refuse it; make it anew");
   }
-  if (MemoryMapText(KeyboardOptions{}.flashName, FlashFor(package)).size() > LongestStringChars) {
+  if (MemoryMapText(KeyboardOptions{}.flashName, FlashFor({package})).size() > LongestStringChars) {
     lines.push_back(
         "its elements lie too far apart for one memory map to tell all their places: "
         "give the keyboard's own with --map");

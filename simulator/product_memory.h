@@ -1,8 +1,8 @@
 // The memory that the product asks for in a way that can be refused: with new (std::nothrow). All
 // memory whose size comes from a file or a device is such, and so are images and operations.
 //
-// A program that links vantrel_memory gets counting forms of operator new and delete. vantrel-sim
-// does not: the tests and the proof do.
+// A program that links vantrel_memory gets counting forms of operator new and delete: vantrel-sim,
+// the tests and the proof do.
 #pragma once
 
 #include <cstddef>

@@ -89,8 +89,15 @@ Texts WriteMap(const Scenario& scenario) {
 
 bool ReadMap(Scenario& scenario, const std::string& value) {
   std::string map;
-  return ReadQuoted(value, map) &&
-         ReadMemoryMap(map, scenario.keyboard.flashName, scenario.keyboard.flash);
+  if (!ReadQuoted(value, map)) {
+    return false;
+  }
+  const std::optional<KeyboardMemory> memory = ReadMemoryMap(map);
+  if (memory.has_value()) {
+    scenario.keyboard.flashName = memory->name;
+    scenario.keyboard.flash = memory->flash;
+  }
+  return memory.has_value();
 }
 
 bool ReadSpan(const Texts& words, u32& address, u32& sizeBytes) {
@@ -186,6 +193,18 @@ bool ReadArrivalOrder(Scenario& scenario, const std::string& value) {
 }
 
 // --- The package ---
+
+Texts WritePackage(const Scenario& scenario) {
+  const PackageDraft& draft = scenario.packageDraft;
+  return {draft.file.empty() ? VersionText(draft.version) : draft.file};
+}
+
+bool ReadPackageLine(Scenario& scenario, const std::string& value) {
+  const std::optional<KeyboardVersion> version = ParseVersion(value);
+  scenario.packageDraft.version = version.value_or(scenario.packageDraft.version);
+  scenario.packageDraft.file = version.has_value() ? "" : value;
+  return version.has_value() || value.ends_with(".dfu");
+}
 
 std::string ElementText(const ElementDraft& element) {
   return SpanText(element.address, element.sizeBytes) +
@@ -286,7 +305,8 @@ constexpr Setting<Scenario> Table[] = {
     Milliseconds<&Keyboard::leaveDelayMs>("leave-ms"),
     Milliseconds<&Keyboard::silentMs>("silent-ms"),
     Number<&Keyboard::dfuOpenError, 0, MostU32>("dfu-open-error", "a Windows error number"),
-    Version<&PackageDraft::version>("package"),
+    {"package", "four digits such as 1.0.2.1, or a file such as VantrelKb_1.0.2.1.dfu",
+     WritePackage, ReadPackageLine, nullptr, true},
     {"target",
      "an alternate setting, ':' and its elements: address, size and perhaps 'fill' with a byte, "
      "between commas",

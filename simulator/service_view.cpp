@@ -1,6 +1,7 @@
 #include "simulator/service_view.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "common/status.h"
 #include "dfudevice/memory_map_parser.h"

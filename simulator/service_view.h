@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "simulator/child_process.h"
+#include "simulator/json.h"
 #include "simulator/package.h"
 
 namespace simulator {

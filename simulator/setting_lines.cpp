@@ -151,6 +151,11 @@ std::string QuotedText(const std::string& text) {
   return '"' + text + '"';
 }
 
+std::string WhereOf(const SettingLine& line) {
+  return line.number == 0 ? "--" + line.name
+                          : "line " + std::to_string(line.number) + ": " + line.name;
+}
+
 std::string UnknownSetting(const SettingLine& line) {
   return "line " + std::to_string(line.number) + ": there is no setting '" + line.name + "'";
 }

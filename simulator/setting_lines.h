@@ -16,7 +16,7 @@
 namespace simulator {
 
 struct SettingLine {
-  u32 number = 0;  // counted from 1
+  u32 number = 0;  // counted from 1; 0 for an option of the command line
   std::string name;
   std::string value;
 };
@@ -97,6 +97,9 @@ std::string WriteSettings(std::span<const Setting<T>> table, const T& settings) 
   return text;
 }
 
+// Where a value stands, as a sentence about it begins: "line 3: battery" or "--battery".
+std::string WhereOf(const SettingLine& line);
+
 enum class LineOutcome { Taken, Refused, NotMine };
 
 // Takes the lines of one text into a T. The first line of a list replaces what the T has by itself.
@@ -120,7 +123,7 @@ class SettingReader {
  private:
   static bool Take(const Setting<T>& setting, const SettingLine& line, bool isFirst, T& settings,
                    std::string& reason) {
-    const std::string where = "line " + std::to_string(line.number) + ": " + line.name;
+    const std::string where = WhereOf(line);
     if (!isFirst && setting.clear == nullptr) {
       reason = where + " is given twice";
       return false;

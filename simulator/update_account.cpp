@@ -56,9 +56,15 @@ u64 UpdateAccount::firstTransferMs() const {
   return firstTransferMs_;
 }
 
+u64 UpdateAccount::lastTransferMs() const {
+  const std::scoped_lock hold(lock_);
+  return lastTransferMs_;
+}
+
 void UpdateAccount::NoteTransfer(const platform::TransferRecord& record) {
   const std::scoped_lock hold(lock_);
   firstTransferMs_ = firstTransferMs_ == 0 ? record.startMs : firstTransferMs_;
+  lastTransferMs_ = std::max(lastTransferMs_, record.endMs);
   stretches_.push_back({Wire, record.startMs, record.endMs});
   const std::string name = RequestName(record);
   ++counts_.transfers[name];

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "platform/machine/machine.h"
-#include "simulator/child_process.h"
+#include "simulator/json.h"
 #include "simulator/virtual_keyboard.h"
 
 namespace simulator {
@@ -43,8 +43,9 @@ class UpdateAccount {
   // The keyboard is in this mode from now on.
   void NoteMode(KeyboardMode mode, u64 nowMs);
 
-  // When the first transfer began; 0 when there was none.
+  // When the first transfer began and the last one ended; 0 when there was none.
   u64 firstTransferMs() const;
+  u64 lastTransferMs() const;
 
   // The account of a stretch of the run, once it is over.
   AccountFigures Close(u64 fromMs, u64 toMs) const;
@@ -86,6 +87,7 @@ class UpdateAccount {
   bool away_ = false;
   bool blockOpen_ = false;
   u64 firstTransferMs_ = 0;
+  u64 lastTransferMs_ = 0;
   AccountFigures counts_;
 };
 

@@ -3,24 +3,33 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "common/types.h"
-#include "simulator/keyboard_options.h"
-#include "simulator/memory_map_option.h"
 #include "simulator/package.h"
+#include "simulator/scenario.h"
 #include "simulator/timeline.h"
+#include "simulator/trouble.h"
 #include "simulator/update_account.h"
 
 namespace simulator {
 
 struct UpdateRunOptions {
   Package package;
-  KeyboardVersion keyboardVersion;
-  u8 batteryPercent = 80;
+  KeyboardOptions keyboard;
+  bool memoryIsMadeUp = true;        // wherever the package writes, because no map was told
+  std::optional<Package> installed;  // what its flash holds instead of the options' firmware
+  bool startsInDfuMode = false;      // left over from an update that broke off
+  u64 attachMs = 0;                  // 0: before the service starts
 
-  // Without it the keyboard is given memory wherever the package writes.
-  std::optional<KeyboardMemory> memory;
-  u16 transferSize = BootloaderOptions{}.transferSize;
+  u8 batteryPercent = 80;
+  bool userLoggedOn = true;
+  u64 schedulerSeed = 0;
+  std::vector<Trouble> troubles;  // those of a time in their order
+  std::string expected;           // the reason of the result that is hoped for; empty: none
+
+  // For a fault at a request for memory; null in a program whose memory does not count.
+  void (*refuseMemory)(u64 number) = nullptr;
 
   bool realtime = false;
   std::string driveFolder;  // see TabletOptions

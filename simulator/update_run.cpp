@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <atomic>
-#include <set>
 
-#include "simulator/dfu_descriptors.h"
+#include "simulator/exit_codes.h"
 #include "simulator/memory_map.h"
 #include "simulator/tablet.h"
+#include "simulator/troubles.h"
 #include "simulator/update_verdict.h"
 #include "simulator/virtual_keyboard.h"
 
@@ -20,12 +20,6 @@ constexpr u64 PatienceMs = 60'000;
 
 // From the keyboard's return to the end of the session, and to see that nothing more comes.
 constexpr u64 AfterglowMs = 10'000;
-
-bool Holds(const NorFlash& flash, const std::vector<DfuSeElement>& elements) {
-  return std::all_of(elements.begin(), elements.end(), [&](const DfuSeElement& element) {
-    return element.data.empty() || flash.Read(element.address, element.data.size()) == element.data;
-  });
-}
 
 const char* NameOfMode(KeyboardMode mode) {
   switch (mode) {
@@ -50,7 +44,17 @@ class UpdateRun {
         tablet_(TabletFor(options)),
         keyboard_(*new VirtualKeyboard(tablet_.machine(), KeyboardFor(options))),
         timeline_(*new Timeline(tablet_.machine(), stream, options.timeline)),
-        account_(*new UpdateAccount(tablet_.machine())) {}
+        account_(*new UpdateAccount(tablet_.machine())),
+        second_(*new VirtualKeyboard(tablet_.machine(), SecondFor(options))),
+        foreign_(*new ForeignKeyboard(tablet_.machine(), {})),
+        stage_{tablet_,
+               keyboard_,
+               second_,
+               foreign_,
+               deliveries_,
+               [](StageEvent) {},
+               options_.refuseMemory},
+        troubles_(stage_, options_.troubles) {}
 
   UpdateResult Run() {
     SetUp();
@@ -65,6 +69,7 @@ class UpdateRun {
   static TabletOptions TabletFor(const UpdateRunOptions& options) {
     TabletOptions tablet;
     tablet.scheduler.realtime = options.realtime;
+    tablet.scheduler.seed = options.schedulerSeed;
     tablet.driveFolder = options.driveFolder;
     return tablet;
   }
@@ -73,29 +78,113 @@ class UpdateRun {
     return TargetForUpdate(options_.package.contents)->elements;
   }
 
+  static KeyboardOptions SecondFor(const UpdateRunOptions& options) {
+    KeyboardOptions second = KeyboardFor(options);
+    second.unit = u"8&5e6f7a8b";
+    return second;
+  }
+
+  // One that came with the package's firmware has not been updated to it.
   bool IsUpdated() const {
-    return keyboard_.runningVersion() == options_.package.version &&
+    return !cameUpdated_ && keyboard_.runningVersion() == options_.package.version &&
            keyboard_.FlashHolds(elements());
   }
 
   void SetUp() {
     tablet_.InstallPackage(options_.package.fileName, options_.package.bytes);
-    tablet_.LogOnUser();
+    if (options_.userLoggedOn) {
+      tablet_.LogOnUser();
+    }
     tablet_.machine().power.SetBatteryPercent(options_.batteryPercent);
     timeline_.WatchMachine();
     WatchWire();
     timeline_.Write("tablet", "package " + options_.package.fileName + ", battery " +
                                   std::to_string(options_.batteryPercent) + " %");
-    timeline_.Write("keyboard",
-                    "is attached with firmware " + VersionText(options_.keyboardVersion));
-    if (!options_.memory.has_value() &&
-        MemoryMapText(KeyboardOptions{}.flashName, FlashFor(options_.package)).size() >
+    if (options_.memoryIsMadeUp &&
+        MemoryMapText(options_.keyboard.flashName, options_.keyboard.flash).size() >
             LongestStringChars) {
       timeline_.Write("keyboard",
                       "cannot tell all of its memory: the package's elements are too far apart");
     }
-    keyboard_.Attach();
+    FillFlash(options_, keyboard_);
+    FillFlash(options_, second_);
+    cameUpdated_ = !options_.startsInDfuMode && options_.installed.has_value() &&
+                   options_.installed->version == options_.package.version &&
+                   keyboard_.FlashHolds(elements());
+    ArmTroubles();
+    if (options_.attachMs == 0) {
+      PlugIn();
+    }
+    LetTimePass();
     tablet_.StartService();
+  }
+
+  void PlugIn() {
+    timeline_.Write("keyboard",
+                    options_.startsInDfuMode
+                        ? "is attached in DFU mode"
+                        : "is attached with firmware " + VersionText(options_.keyboard.version));
+    if (options_.startsInDfuMode) {
+      keyboard_.AttachInDfuMode();
+    } else {
+      keyboard_.Attach();
+    }
+  }
+
+  void ArmTroubles() {
+    if (options_.troubles.empty()) {
+      return;
+    }
+    troubles_.Arm();
+    tablet_.machine().notifications.PlanDeliveries(
+        [this](const platform::Notice& notice) { return troubles_.PlanDelivery(notice); });
+  }
+
+  // The hand that plugs in late and makes troubles at their times is a thread of the machine.
+  void LetTimePass() {
+    for (const Trouble& trouble : options_.troubles) {
+      if (trouble.kind->place == FaultPlace::Time) {
+        plannedUntilMs_ = std::max(plannedUntilMs_, trouble.at);
+      }
+    }
+    plannedUntilMs_ = std::max(plannedUntilMs_, options_.attachMs);
+    if (plannedUntilMs_ == 0) {
+      return;
+    }
+    tablet_.machine().scheduler.Spawn("hand", platform::ThreadOwner::Machine, false,
+                                      [this]() -> u32 {
+                                        MoveHand();
+                                        return 0;
+                                      });
+  }
+
+  void MoveHand() {
+    bool attached = options_.attachMs == 0;
+    const auto attach = [&] {
+      PassUntil(options_.attachMs);
+      PlugIn();
+      attached = true;
+    };
+    for (const Trouble& trouble : options_.troubles) {
+      if (trouble.kind->place != FaultPlace::Time) {
+        continue;
+      }
+      if (!attached && options_.attachMs <= trouble.at) {
+        attach();
+      }
+      PassUntil(trouble.at);
+      timeline_.Write("trouble", trouble.kind->told);
+      troubles_.Happen(trouble);
+    }
+    if (!attached) {
+      attach();
+    }
+  }
+
+  void PassUntil(u64 timeMs) {
+    if (timeMs > tablet_.nowMs()) {
+      tablet_.PassTime(timeMs - tablet_.nowMs());
+    }
   }
 
   void WatchWire() {
@@ -122,7 +211,7 @@ class UpdateRun {
       const u64 transfers = tablet_.machine().transfers.total();
       tablet_.PassTimeUntil([&] { return keyboard_.mode() != mode; }, PatienceMs);
       moved = keyboard_.mode() != mode || keyboard_.counts().bytesWritten != written ||
-              tablet_.machine().transfers.total() != transfers;
+              tablet_.machine().transfers.total() != transfers || tablet_.nowMs() < plannedUntilMs_;
       TellMode(mode);
       written = keyboard_.counts().bytesWritten;
     }
@@ -151,6 +240,10 @@ class UpdateRun {
   }
 
   void StopService() {
+    if (tablet_.machine().processExitCode().has_value()) {
+      timeline_.Write("tablet", "the service's process has ended before");
+      return;
+    }
     timeline_.Write("tablet", "stops the service");
     tablet_.machine().services.SendControl(SERVICE_CONTROL_STOP);
     tablet_.PassTimeUntil([&] { return tablet_.machine().processExitCode().has_value(); },
@@ -160,14 +253,15 @@ class UpdateRun {
   UpdateResult WriteVerdict() {
     const std::optional<KeyboardVersion> after = keyboard_.runningVersion();
     std::fprintf(stream_, "\nVerdict, read from the keyboard\n");
-    std::fprintf(stream_, "  firmware before  %s\n", VersionText(options_.keyboardVersion).c_str());
+    std::fprintf(stream_, "  firmware before  %s\n",
+                 VersionText(options_.keyboard.version).c_str());
     std::fprintf(stream_, "  firmware after   %s\n",
                  after.has_value() ? VersionText(*after).c_str() : "none: it does not run");
     std::fprintf(stream_, "  package          %s\n", VersionText(options_.package.version).c_str());
     std::fprintf(stream_, "  flash            %s\n",
                  keyboard_.FlashHolds(elements()) ? "equal to the package, byte for byte"
                                                   : "not the package's");
-    if (!options_.memory.has_value() && FlashFor(options_.package).size() > 1) {
+    if (options_.memoryIsMadeUp && options_.keyboard.flash.size() > 1) {
       std::fprintf(stream_,
                    "  memory           made up where the package writes: no map was told\n");
     }
@@ -179,11 +273,36 @@ class UpdateRun {
     end.completesTold = completesTold_;
     end.reportsTaken = keyboard_.enterDfuReports();
     end.deviceError = errors_.Text();
+    end.mode = keyboard_.mode();
+    WriteUnmetTroubles();
     UpdateResult result = JudgeUpdate(options_, keyboard_.ReadFlash(), end);
     result.updateMs = returnedMs_ - account_.firstTransferMs();
     result.account = account;
     std::fprintf(stream_, "  result           %s\n", result.reason.c_str());
+    if (!options_.expected.empty()) {
+      const bool isMet = result.reason == options_.expected;
+      std::fprintf(stream_, "  expected         %s\n",
+                   isMet ? "just that" : options_.expected.c_str());
+      result.exitCode = isMet ? ExitDone : ExitFailed;
+    }
     return result;
+  }
+
+  // A fault whose place never came has shown nothing.
+  void WriteUnmetTroubles() {
+    for (const Trouble& trouble : options_.troubles) {
+      const FaultPlace place = trouble.kind->place;
+      const bool isMet = place == FaultPlace::Block    ? keyboard_.blocksSent() >= trouble.at
+                         : place == FaultPlace::Erase  ? keyboard_.erasesSent() >= trouble.at
+                         : place == FaultPlace::Report ? keyboard_.enterDfuReports() > 0
+                         : place == FaultPlace::Call ? tablet_.machine().gate.total() >= trouble.at
+                         : place == FaultPlace::Transfer
+                             ? tablet_.machine().transfers.total() >= trouble.at
+                             : true;
+      if (!isMet) {
+        std::fprintf(stream_, "  never met        %s\n", TroubleText(trouble).c_str());
+      }
+    }
   }
 
   void WriteWords() {
@@ -194,9 +313,12 @@ class UpdateRun {
     std::fprintf(stream_, "  user was told    %s\n", words.empty() ? "nothing" : words.c_str());
   }
 
-  // From the service's start, or the keyboard's arrival, to the keyboard's return.
+  // From the service's start, or the keyboard's arrival, to the keyboard's return. A run that
+  // failed has no end; what comes after its last transfer is patience.
   AccountFigures WriteAccount() {
-    const AccountFigures figures = account_.Close(0, returnedMs_);
+    const u64 endMs = IsUpdated() ? returnedMs_ : account_.lastTransferMs();
+    const AccountFigures figures =
+        account_.Close(options_.attachMs, std::max(options_.attachMs, endMs));
     if (account_.firstTransferMs() == 0) {
       return figures;
     }
@@ -240,6 +362,13 @@ class UpdateRun {
   VirtualKeyboard& keyboard_;
   Timeline& timeline_;
   UpdateAccount& account_;
+  VirtualKeyboard& second_;
+  ForeignKeyboard& foreign_;
+  Deliveries deliveries_;
+  Stage stage_;
+  Troubles troubles_;
+  bool cameUpdated_ = false;
+  u64 plannedUntilMs_ = 0;  // until then more is to come, however still it is
   platform::Observation wire_;
   platform::Observation completes_;
   DeviceErrors errors_;
@@ -249,52 +378,25 @@ class UpdateRun {
 
 }  // namespace
 
-// Sectors of two sizes. A package that was made elsewhere gets memory around its elements, sectors
-// side by side in one region: the text of the memory map has little room.
-std::vector<FlashRegion> FlashFor(const Package& package) {
-  std::vector<FlashRegion> flash = {{DefaultFlashAddress, {{4, 16 * 1024}, {3, 64 * 1024}}}};
-  constexpr u64 SectorBytes = u64{64} * 1024;
-  const NorFlash usual(flash);
-  std::set<u64> sectors;
-  for (const DfuSeElement& element : TargetForUpdate(package.contents)->elements) {
-    const u64 end = std::min(element.address + u64{element.data.size()}, AddressSpaceEnd);
-    for (u64 at = element.address / SectorBytes * SectorBytes; at < end; at += SectorBytes) {
-      if (usual.FindSector(static_cast<u32>(at)) == nullptr) {
-        sectors.insert(at);
-      }
-    }
+KeyboardOptions KeyboardFor(const UpdateRunOptions& options) {
+  KeyboardOptions keyboard = options.keyboard;
+  std::vector<Package> known = {options.package};
+  if (options.installed.has_value()) {
+    known.push_back(*options.installed);
   }
-  for (const u64 at : sectors) {
-    if (!sectors.contains(at - SectorBytes)) {
-      flash.push_back({static_cast<u32>(at), {{0, u32{SectorBytes}}}});
-    }
-    ++flash.back().runs[0].count;
-  }
-  return flash;
+  keyboard.findVersion = VersionFinder(known, keyboard.imageAddress);
+  return keyboard;
 }
 
-KeyboardOptions KeyboardFor(const UpdateRunOptions& options) {
-  KeyboardOptions keyboard;
-  keyboard.version = options.keyboardVersion;
-  keyboard.bootloader.transferSize = options.transferSize;
-  keyboard.flash = FlashFor(options.package);
-  if (options.memory.has_value()) {
-    keyboard.flash = options.memory->flash;
-    keyboard.alternateSettings[0].mapString = options.memory->mapText;
-    keyboard.imageAddress = keyboard.flash[0].address;
-    const SectorRun& run = keyboard.flash[0].runs[0];
-    keyboard.firmware = {{keyboard.imageAddress, run.count * run.sectorBytes}};
+void FillFlash(const UpdateRunOptions& options, VirtualKeyboard& keyboard) {
+  if (!options.installed.has_value()) {
+    return;
   }
-  const std::vector<DfuSeElement> elements = TargetForUpdate(options.package.contents)->elements;
-  keyboard.findVersion =
-      [elements, image = keyboard.imageAddress,
-       version = options.package.version](const NorFlash& flash) -> std::optional<KeyboardVersion> {
-    if (Holds(flash, elements)) {
-      return version;
-    }
-    return FindKeyboardImage(flash, image);
-  };
-  return keyboard;
+  NorFlash flash(options.keyboard.flash);
+  for (const DfuSeElement& element : TargetForUpdate(options.installed->contents)->elements) {
+    flash.Program(element.address, element.data);
+  }
+  keyboard.WriteFlash(flash);
 }
 
 UpdateResult RunUpdate(const UpdateRunOptions& options, std::FILE* stream) {

@@ -6,14 +6,15 @@
 #include <vector>
 
 #include "simulator/update_options.h"
+#include "simulator/virtual_keyboard.h"
 
 namespace simulator {
 
-// The memory that a keyboard has for a package when nobody told a map.
-std::vector<FlashRegion> FlashFor(const Package& package);
-
 // The keyboard of a run.
 KeyboardOptions KeyboardFor(const UpdateRunOptions& options);
+
+// Puts the installed package, if there is one, into its flash. Before it is attached.
+void FillFlash(const UpdateRunOptions& options, VirtualKeyboard& keyboard);
 
 // Runs the update on a machine of its own (so once per host process) and writes the timeline and
 // the verdict to the stream.

@@ -5,6 +5,7 @@
 
 #include "dfuengine/dfu_protocol.h"
 #include "service/update_gates.h"
+#include "simulator/dfu_bootloader.h"
 #include "simulator/dfu_names.h"
 #include "simulator/exit_codes.h"
 
@@ -66,6 +67,9 @@ void DeviceErrors::Note(const platform::TransferRecord& record) {
   const std::scoped_lock hold(lock_);
   if (record.setup.Request == DFU_DNLOAD) {
     NoteDownload(record);
+    if (record.result == platform::UsbResult::Stalled && first_.empty()) {
+      first_ = NameOfDfuStatus(errSTALLEDPKT) + " at " + AddressText(address_);
+    }
   } else if (record.setup.Request == DFU_GETSTATUS && !record.data.empty() && record.data[0] != 0 &&
              first_.empty()) {
     first_ = NameOfDfuStatus(record.data[0]) + " at " + AddressText(address_);
@@ -101,14 +105,25 @@ UpdateResult JudgeUpdate(const UpdateRunOptions& options, const NorFlash& flash,
   if (end.completesTold > 1) {
     return {ExitFailed, "installed over and over: " + WhyNotRunning(elements, flash)};
   }
+  const std::string away = end.mode == KeyboardMode::Detached     ? "the keyboard was pulled"
+                           : end.mode == KeyboardMode::Restarting ? "the keyboard did not come back"
+                                                                  : "";
   if (end.completesTold == 1) {
+    if (!away.empty()) {
+      return {ExitFailed, "installed, but " + away};
+    }
     return {ExitFailed, "installed, but " + WhyNotRunning(elements, flash)};
   }
   if (!end.deviceError.empty()) {
     return {ExitFailed, "failed: the device reported " + end.deviceError};
   }
-  const std::string gate =
-      ClosedGateText(options.keyboardVersion, options.package.version, options.batteryPercent);
+  if (!away.empty()) {
+    return {ExitFailed, "failed: " + away};
+  }
+  const std::string gate = options.startsInDfuMode
+                               ? ""  // it is asked nothing
+                               : ClosedGateText(options.keyboard.version, options.package.version,
+                                                options.batteryPercent);
   if (end.reportsTaken == 0 && !gate.empty()) {
     return {ExitNothingToDo, gate};
   }

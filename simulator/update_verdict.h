@@ -8,6 +8,7 @@
 #include "platform/machine/transfer_log.h"
 #include "simulator/nor_flash.h"
 #include "simulator/update_options.h"
+#include "simulator/virtual_keyboard.h"
 
 namespace simulator {
 
@@ -36,6 +37,7 @@ struct UpdateEnd {
   u32 completesTold = 0;
   u32 reportsTaken = 0;  // so often the keyboard was asked into DFU mode
   std::string deviceError;
+  KeyboardMode mode = KeyboardMode::Normal;
 };
 
 UpdateResult JudgeUpdate(const UpdateRunOptions& options, const NorFlash& flash,

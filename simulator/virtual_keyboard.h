@@ -55,6 +55,9 @@ class VirtualKeyboard {
   void ScriptStatus(const DfuStatusReply& reply);
   void ForgetScript();
 
+  // Lets it happen when its place comes.
+  void AddFault(const DeviceFault& fault);
+
   // Asked first about every transfer in DFU mode; an empty answer leaves it to the keyboard. Called
   // with no lock held.
   using Interceptor = std::function<std::optional<platform::UsbReply>(
@@ -77,6 +80,10 @@ class VirtualKeyboard {
   BootloaderCounts counts() const;
   u32 enterDfuReports() const;
 
+  // Blocks of data, and erases, that it was sent in DFU mode, whatever became of them.
+  u64 blocksSent() const;
+  u64 erasesSent() const;
+
   // DFU requests that came while it was not in DFU mode.
   u32 strayDfuRequests() const;
 
@@ -94,6 +101,8 @@ class VirtualKeyboard {
   std::optional<KeyboardVersion> FindVersion() const;
   std::vector<platform::Device> MakeDevices();
 
+  std::optional<DeviceFault> MeetFault(const WINUSB_SETUP_PACKET& setup,
+                                       const platform::Bytes& data);
   bool ReadProductString(std::size_t collection, std::u16string& text);
   bool TakeOutputReport(std::size_t collection, const platform::Bytes& report);
   platform::UsbReply Transfer(const WINUSB_SETUP_PACKET& setup, const platform::Bytes& data);
@@ -112,6 +121,9 @@ class VirtualKeyboard {
   InstanceIds attached_;
   u64 life_ = 0;  // counts power-ups and pulls, so that a late restart knows that it is late
   u64 silentUntilMs_ = 0;
+  std::vector<DeviceFault> faults_;
+  u64 blocks_ = 0;  // that it was sent, and so the erases
+  u64 erases_ = 0;
   u32 enterDfuReports_ = 0;
   u32 strayDfuRequests_ = 0;
 };

@@ -13,23 +13,21 @@ TEST_F(CommandLineTest, AnswersBadArgumentsWithOneLine) {
     const char* line;
   } cases[] = {
       {Sim, "--speed", "The following argument was not expected: --speed"},
+      {Sim, "--batery 3",
+       "The following arguments were not expected: 3 --batery (did you mean --battery?)"},
+      {Sim, "update --trasfer-size=8",
+       "The following argument was not expected: --trasfer-size=8 (did you mean --transfer-size?)"},
+      {Sim, "chekc x.dfu",
+       "The following arguments were not expected: x.dfu chekc (did you mean check?)"},
       {Sim, "fly", "The following argument was not expected: fly"},
       {Sim, "--battery", "--battery: 1 required N missing"},
-      {Sim, "--battery ten", "--battery: takes 0 to 100, or 255 for unknown, not 'ten'"},
-      {Sim, "--battery 101", "--battery: takes 0 to 100, or 255 for unknown, not '101'"},
-      {Sim, "--battery 0x20", "--battery: takes 0 to 100, or 255 for unknown, not '0x20'"},
-      {Sim, "--battery ''", "--battery: takes 0 to 100, or 255 for unknown, not ''"},
-      {Sim, "--keyboard 1.2.3.x", "--keyboard takes four digits such as 1.0.2.1, not '1.2.3.x'"},
-      {Sim, "--keyboard 1.2.3.45", "--keyboard takes four digits such as 1.0.2.1, not '1.2.3.45'"},
+      {Sim, "--battery 3 --battery 4", "--battery: At Most 1 required but received 2"},
+      {Sim, "--battery ''", "--battery: must not be empty"},
       {Sim, "--keyboard ''", "--keyboard: must not be empty"},
       {Sim, "--package ''", "--package: must not be empty"},
-      {Sim, "--trace wires", "--trace takes wire, calls or all, not 'wires'"},
       {Sim, "check", "file is required"},
       {Sim, "--battery 10 check x.dfu", "check excludes --battery"},
       {Sim, "update --transfer-size 7", "--transfer-size: takes 8 to 4096, not '7'"},
-      {Sim, "check x.dfu --map @none",
-       "--map takes a memory map such as \"@Internal Flash  /0x08000000/04*016Kg\", not '@none'"},
-      {Sim, "pack -o x.dfu", "pack takes parts, or --sample without any"},
       {Sim, "pack --sample -o x.dfu --vid 12",
        "--vid: takes four hexadecimal digits such as 1209, not '12'"},
       {Soak, "--runs 0", "--runs: takes 1 or more, not '0'"},
@@ -44,6 +42,34 @@ TEST_F(CommandLineTest, AnswersBadArgumentsWithOneLine) {
     const Outcome outcome = Run(test.arguments, "tmp", test.program.second);
     EXPECT_EQ(outcome.err, test.program.first + (": " + std::string(test.line)) + "\nTry " +
                                test.program.first + " --help.\n");
+    EXPECT_EQ(outcome.out, "") << test.arguments;
+    EXPECT_EQ(outcome.exitCode, 2) << test.arguments;
+  }
+}
+
+// What can be read and means nothing: the line says it all.
+TEST_F(CommandLineTest, AnswersValuesThatMeanNothing) {
+  const struct {
+    const char* arguments;
+    const char* line;
+  } cases[] = {
+      {"--battery ten", "--battery takes 0 to 100, or 255 for unknown, not 'ten'"},
+      {"--battery 101", "--battery takes 0 to 100, or 255 for unknown, not '101'"},
+      {"--keyboard 1.2.3.x", "--keyboard takes four digits such as 1.0.2.1, not '1.2.3.x'"},
+      {"--keyboard 1.2.3.45", "--keyboard takes four digits such as 1.0.2.1, not '1.2.3.45'"},
+      {"--erase-ms -1", "--erase-ms takes 0 to 16777215 milliseconds, not '-1'"},
+      {"--attach-at 40", "--attach-at takes a time such as 22.5s or 300ms, not '40'"},
+      {"--fault stall@report", "--fault knows there gone, not 'stall'"},
+      {"--trace wires", "--trace takes wire, calls or all, not 'wires'"},
+      {"--scenario none", "none: cannot be read"},
+      {"--scenario tmp", "tmp: cannot be read"},
+      {"check x.dfu --map @none",
+       "--map takes a memory map such as \"@Internal Flash  /0x08000000/04*016Kg\", not '@none'"},
+      {"pack -o x.dfu", "pack takes parts, or --sample without any"},
+  };
+  for (const auto& test : cases) {
+    const Outcome outcome = Run(test.arguments);
+    EXPECT_EQ(outcome.err, "vantrel-sim: " + std::string(test.line) + "\n");
     EXPECT_EQ(outcome.out, "") << test.arguments;
     EXPECT_EQ(outcome.exitCode, 2) << test.arguments;
   }

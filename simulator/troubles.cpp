@@ -1,10 +1,8 @@
-#include "proof/troubles.h"
+#include "simulator/troubles.h"
 
 #include <algorithm>
 
-#include "simulator/product_memory.h"
-
-namespace proof {
+namespace simulator {
 
 namespace {
 
@@ -22,7 +20,7 @@ bool TakeOne(std::atomic<u32>& counter) {
 }  // namespace
 
 void Troubles::Arm() {
-  for (const Trouble& trouble : plan_.troubles) {
+  for (const Trouble& trouble : troubles_) {
     Arm(trouble);
   }
 }
@@ -47,20 +45,17 @@ void Troubles::Happen(const Trouble& trouble) {
   }
 }
 
-void Troubles::End() {
+void Troubles::End(const KeyboardOptions& peace) {
   ended_ = true;
   stage_.machine().gate.ClearFailures();
-  if (MemoryWasRefused()) {
-    Count("memory refused");
-  }
-  RefuseMemoryRequest(0);
+  stage_.refuseMemory(0);
   stage_.deliveries.drop = 0;
   stage_.deliveries.twice = 0;
   stage_.deliveries.delayMs = 0;
   stage_.deliveries.apart = 0;
   stage_.keyboard.Intercept(nullptr);
   stage_.keyboard.ForgetScript();
-  stage_.keyboard.Change([this](KeyboardOptions& options) { options = KeyboardInPeace(plan_); });
+  stage_.keyboard.Change([&](KeyboardOptions& options) { options = peace; });
   stage_.second.Detach();
   stage_.machine().power.SetBatteryPercent(FullEnoughPercent);
 }
@@ -101,4 +96,4 @@ std::map<std::string, u64> Troubles::counts() const {
   return counts_;
 }
 
-}  // namespace proof
+}  // namespace simulator

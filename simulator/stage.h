@@ -1,14 +1,14 @@
-// What the troubles of a plan act on: the tablet, its keyboards, and how notices are delivered.
+// What troubles act on: the tablet, its keyboards, and how notices are delivered.
 #pragma once
 
 #include <atomic>
+#include <functional>
 
-#include "proof/history.h"
 #include "simulator/foreign_keyboard.h"
 #include "simulator/tablet.h"
 #include "simulator/virtual_keyboard.h"
 
-namespace proof {
+namespace simulator {
 
 // A charge that is enough for an update.
 inline constexpr u8 FullEnoughPercent = 80;
@@ -23,37 +23,46 @@ struct Deliveries {
       0;  // so many come on threads of their own, each late by a time of its own
 };
 
-// What the plan's events act on. Lives as long as its host process.
+// What the hand behind a trouble does and the machine does not tell.
+enum class StageEvent : u8 { UserCame, UserLeft, StopSent, OpenRefused, Ended };
+
+// Lives as long as its host process.
 struct Stage {
   Tablet& tablet;
   VirtualKeyboard& keyboard;
   VirtualKeyboard& second;  // of the same kind, not plugged in
   ForeignKeyboard& foreign;
   Deliveries& deliveries;
-  History& history;
+
+  // Told of each event before it happens, on the thread on which it does.
+  std::function<void(StageEvent)> note;
+
+  // Makes the service's request for memory with that number fail; 0: none.
+  void (*refuseMemory)(u64 number) = nullptr;
+
   std::atomic<bool> secondCame = false;
-  std::atomic<bool> killed = false;  // the plan ended the service's process
+  std::atomic<bool> killed = false;  // a trouble ended the service's process
 
   platform::Machine& machine() { return tablet.machine(); }
 
   void LogOffUser() {
     tablet.LogOffUser();
-    history.Note(Happening::UserLeft);
+    note(StageEvent::UserLeft);
   }
 
   void LogOnUser() {
     tablet.LogOnUser();
-    history.Note(Happening::UserCame);
+    note(StageEvent::UserCame);
   }
 
   void StopService() {
-    history.Note(Happening::StopSent);
+    note(StageEvent::StopSent);
     machine().services.SendControl(SERVICE_CONTROL_STOP);
   }
 
   // The keyboard's DFU device, from when it is attached next.
   void RefuseOpens() {
-    history.Note(Happening::OpenRefused);
+    note(StageEvent::OpenRefused);
     keyboard.Change([](KeyboardOptions& options) { options.dfuOpenError = ERROR_ACCESS_DENIED; });
   }
 
@@ -63,4 +72,4 @@ struct Stage {
   }
 };
 
-}  // namespace proof
+}  // namespace simulator

@@ -4,10 +4,10 @@
 #include <span>
 #include <string>
 
-#include "proof/stage.h"
 #include "simulator/fault_order.h"
+#include "simulator/stage.h"
 
-namespace proof {
+namespace simulator {
 
 struct TroubleKind;
 
@@ -32,10 +32,16 @@ struct TroubleKind {
     bool isSingle = false;         // a plan has one at the most
     bool needsDfuMode = false;     // nothing happens while the keyboard is in another
     bool mayNeedNewStart = false;  // see MayNeedNewStart
+    bool namesStatus = false;      // the first number is a status, told as its name behind a ":"
+    u64 usual = 0;                 // the first number when none is told; 0: it must be
+    bool isForBench = false;       // what becomes of it no trial can judge
   } traits = {};
 };
 
 std::span<const TroubleKind> TroubleKinds();
+
+// The kinds of each place, a line a place, for who is to choose one.
+std::string TroubleHelp();
 
 // Null when there is none of that name for such a place.
 const TroubleKind* FindTroubleKind(const std::string& name, FaultPlace place);
@@ -51,4 +57,4 @@ std::string TroubleText(const Trouble& trouble);
 // Empty, or why the text is not a trouble.
 std::string ReadTrouble(const std::string& text, Trouble& trouble);
 
-}  // namespace proof
+}  // namespace simulator

@@ -7,21 +7,23 @@
 #include <mutex>
 #include <string>
 
-#include "proof/plan.h"
+#include "simulator/trouble.h"
 
-namespace proof {
+namespace simulator {
 
 class Troubles {
  public:
-  Troubles(Stage& stage, const TrialPlan& plan) : stage_(stage), plan_(plan) {}
+  // The troubles must outlive it.
+  Troubles(Stage& stage, const std::vector<Trouble>& troubles)
+      : stage_(stage), troubles_(troubles) {}
 
-  // Gives the machine the plan's orders: what happens at a call, a transfer or a request for
+  // Gives the machine its orders: what happens at a call, a transfer or a request for
   // memory.
   void Arm();
 
-  // Takes back every order and makes the world as it should be. What was armed and not met stays
-  // without effect.
-  void End();
+  // Takes back every order and makes the world as it should be, the keyboard as told. What was
+  // armed and not met stays without effect.
+  void End(const KeyboardOptions& peace);
 
   // How a notice that is about to be told is to be delivered.
   platform::DeliveryPlan PlanDelivery(const platform::Notice& notice);
@@ -40,11 +42,11 @@ class Troubles {
   void Arm(const Trouble& trouble);
 
   Stage& stage_;
-  const TrialPlan& plan_;
+  const std::vector<Trouble>& troubles_;
   std::atomic<bool> ended_ = false;
   mutable std::mutex lock_;  // guards what follows
   std::map<std::string, u64> counts_;
   u64 lastNoticeMs_ = 0;
 };
 
-}  // namespace proof
+}  // namespace simulator

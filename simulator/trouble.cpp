@@ -1,12 +1,12 @@
-#include "proof/trouble.h"
+#include "simulator/trouble.h"
 
 #include <algorithm>
 #include <cstdlib>
 
 #include "simulator/dfu_descriptors.h"
-#include "simulator/product_memory.h"
+#include "simulator/dfu_names.h"
 
-namespace proof {
+namespace simulator {
 
 namespace {
 
@@ -116,8 +116,52 @@ void AnnounceAgain(Stage& stage, const Trouble&) {
 
 void KillService(Stage& stage, const Trouble&) {
   stage.killed = true;
-  stage.history.Note(Happening::Ended);
+  stage.note(StageEvent::Ended);
   stage.machine().KillServiceProcess();
+}
+
+// --- At a place in the keyboard's own work ---
+
+DeviceFault FaultFrom(const Trouble& trouble) {
+  DeviceFault fault;
+  fault.atErase = trouble.kind->place == FaultPlace::Erase;
+  fault.number = trouble.at;
+  return fault;
+}
+
+void PullAtWork(Stage& stage, const Trouble& trouble) {
+  DeviceFault fault = FaultFrom(trouble);
+  fault.isPulled = true;
+  fault.milliseconds = First(trouble);
+  stage.keyboard.AddFault(fault);
+}
+
+void StallWork(Stage& stage, const Trouble& trouble) {
+  DeviceFault fault = FaultFrom(trouble);
+  fault.stalls = true;
+  stage.keyboard.AddFault(fault);
+}
+
+void SpoilWork(Stage& stage, const Trouble& trouble) {
+  DeviceFault fault = FaultFrom(trouble);
+  fault.status = static_cast<u8>(trouble.numbers[0]);
+  stage.keyboard.AddFault(fault);
+}
+
+void DrawOutWork(Stage& stage, const Trouble& trouble) {
+  DeviceFault fault = FaultFrom(trouble);
+  fault.milliseconds = First(trouble);
+  stage.keyboard.AddFault(fault);
+}
+
+// It leaves as it was asked, and the machine never sees its DFU device.
+void LeaveForGood(Stage& stage, const Trouble& trouble) {
+  KeepKeyboardAway(stage, trouble);
+}
+
+// The device is there, but its bootloader takes a while before it answers requests.
+void ReturnSlowly(Stage& stage, const Trouble& trouble) {
+  SlowKeyboardDown(stage, trouble);
 }
 
 // --- Orders to the machine ---
@@ -130,14 +174,22 @@ void HoldCall(Stage& stage, const Trouble& trouble) {
   stage.machine().gate.HoldNumber(trouble.at, trouble.numbers[0]);
 }
 
-void RefuseMemory(Stage&, const Trouble& trouble) {
-  RefuseMemoryRequest(trouble.at);
+void RefuseMemory(Stage& stage, const Trouble& trouble) {
+  stage.refuseMemory(trouble.at);
 }
 
 using enum FaultPlace;
 
+constexpr char Status[] = "which status, as in error:errWRITE";
+// Longer than any sector takes to erase.
+constexpr u64 LongMs = 20'000;
+
+constexpr TroubleKind::Traits ForBench = {.isOrder = true, .isForBench = true};
+constexpr TroubleKind::Traits StatusForBench = {
+    .isOrder = true, .namesStatus = true, .isForBench = true};
+
 constexpr TroubleKind Kinds[] = {
-    {"unplug", Time, "keyboard pulled", 1, AwayMs, MostMs, Unplug},
+    {"unplug", Time, "keyboard pulled", 1, AwayMs, MostMs, Unplug, {.usual = MostMs}},
     {"drop", Time, "arrivals to be dropped", 1, HowMany, MostNotices, DropArrivals},
     {"double", Time, "notices to come twice", 1, HowMany, MostNotices, DoubleNotices},
     {"late", Time, "notices to come late", 1, AwayMs, MostMs, DelayNotices},
@@ -156,8 +208,14 @@ constexpr TroubleKind Kinds[] = {
     {"say-busy", Time, "device says that it is busy for long", 1, AwayMs, MostMs, SayBusy},
     {"busy", Time, "device busy for long", 1, AwayMs, MostMs, BeBusy},
     {"silent", Time, "device answers nothing", 0, "", 0, AnswerNothing},
-    {"unplug", Transfer, "pulled at a transfer", 2,
-     "for how many milliseconds, and how many notices come apart then", MostMs, Unplug},
+    {"unplug",
+     Transfer,
+     "pulled at a transfer",
+     2,
+     "for how many milliseconds, and how many notices come apart then",
+     MostMs,
+     Unplug,
+     {.usual = MostMs}},
     {"second", Transfer, "second keyboard attached", 0, "", 0, AttachSecond},
     {"announce", Transfer, "announced again", 0, "", 0, AnnounceAgain, {.needsDfuMode = true}},
     {"kill", Call, "killed at a call", 0, "", 0, KillService},
@@ -178,6 +236,51 @@ constexpr TroubleKind Kinds[] = {
      0,
      RefuseMemory,
      {.isOrder = true, .isSingle = true, .mayNeedNewStart = true}},
+    {"unplug",
+     Block,
+     "pulled at a block",
+     1,
+     AwayMs,
+     MostMs,
+     PullAtWork,
+     {.isOrder = true, .usual = MostMs, .isForBench = true}},
+    {"stall", Block, "block refused", 0, "", 0, StallWork, ForBench},
+    {"error", Block, "block goes wrong", 1, Status, MostByte, SpoilWork, StatusForBench},
+    {"busy",
+     Block,
+     "busy with a block",
+     1,
+     AwayMs,
+     MostMs,
+     DrawOutWork,
+     {.isOrder = true, .usual = LongMs, .isForBench = true}},
+    {"unplug",
+     Erase,
+     "pulled at an erase",
+     1,
+     AwayMs,
+     MostMs,
+     PullAtWork,
+     {.isOrder = true, .usual = MostMs, .isForBench = true}},
+    {"stall", Erase, "erase refused", 0, "", 0, StallWork, ForBench},
+    {"error", Erase, "erase goes wrong", 1, Status, MostByte, SpoilWork, StatusForBench},
+    {"busy",
+     Erase,
+     "busy with an erase",
+     1,
+     AwayMs,
+     MostMs,
+     DrawOutWork,
+     {.isOrder = true, .usual = LongMs, .isForBench = true}},
+    {"gone", Report, "keyboard not to return", 0, "", 0, LeaveForGood, ForBench},
+    {"slow",
+     Return,
+     "DFU device silent at first",
+     1,
+     AwayMs,
+     MostMs,
+     ReturnSlowly,
+     {.isOrder = true, .usual = 3000, .isForBench = true}},
 };
 
 std::string KindNames(FaultPlace place) {
@@ -198,7 +301,33 @@ std::string NumbersText(const TroubleKind& kind) {
          kind.numbers;
 }
 
+// The detail as the first number; whether it names a status that is an error, and nothing else.
+bool TakeStatus(FaultOrder& order) {
+  for (u32 status = errTARGET; status <= errSTALLEDPKT; ++status) {
+    if (order.detail == NameOfDfuStatus(static_cast<u8>(status)) && order.numbers.empty() &&
+        (order.place == FaultPlace::Block || order.place == FaultPlace::Erase)) {
+      order.numbers = {status};
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
+
+std::string TroubleHelp() {
+  constexpr struct {
+    FaultPlace place;
+    const char* written;
+  } places[] = {{Time, "22.5s"},    {Block, "block7"},    {Erase, "erase2"},
+                {Report, "report"}, {Return, "return"},   {Transfer, "transfer17"},
+                {Call, "call120"},  {Request, "request5"}};
+  std::string text;
+  for (const auto& place : places) {
+    text += std::string("  @") + place.written + ": " + KindNames(place.place) + "\n";
+  }
+  return text;
+}
 
 std::span<const TroubleKind> TroubleKinds() {
   return Kinds;
@@ -227,7 +356,11 @@ bool HappensBefore(const Trouble& a, const Trouble& b) {
 }
 
 std::string TroubleText(const Trouble& trouble) {
-  FaultOrder order{trouble.kind->name, trouble.kind->place, trouble.at, {}};
+  FaultOrder order{trouble.kind->name, {}, trouble.kind->place, trouble.at, {}};
+  if (trouble.kind->traits.namesStatus) {
+    order.detail = NameOfDfuStatus(static_cast<u8>(trouble.numbers[0]));
+    return FaultOrderText(order);
+  }
   order.numbers.assign(trouble.numbers, trouble.numbers + trouble.kind->numberCount);
   return FaultOrderText(order);
 }
@@ -235,11 +368,22 @@ std::string TroubleText(const Trouble& trouble) {
 std::string ReadTrouble(const std::string& text, Trouble& trouble) {
   FaultOrder order;
   if (!ReadFaultOrder(text, order)) {
-    return "takes KIND@22.5s, @transfer17, @call120 or @request5 and numbers, not '" + text + "'";
+    return "takes KIND@22.5s, @block7, @erase2, @report, @return, @transfer17, @call120 or "
+           "@request5 and perhaps numbers, not '" +
+           text + "'";
   }
   const TroubleKind* const kind = FindTroubleKind(order.kind, order.place);
   if (kind == nullptr) {
     return "knows there " + KindNames(order.place) + ", not '" + order.kind + "'";
+  }
+  if (kind->traits.namesStatus || !order.detail.empty()) {
+    if (!TakeStatus(order)) {
+      return std::string(kind->name) + " takes the name of a status, as in error:errWRITE@block3";
+    }
+  }
+  if (order.numbers.empty() && kind->traits.usual != 0) {
+    order.numbers.assign(kind->numberCount, 0);
+    order.numbers[0] = kind->traits.usual;
   }
   if (order.numbers.size() != kind->numberCount) {
     return std::string(kind->name) + " takes " + NumbersText(*kind);
@@ -254,4 +398,4 @@ std::string ReadTrouble(const std::string& text, Trouble& trouble) {
   return {};
 }
 
-}  // namespace proof
+}  // namespace simulator
