@@ -23,7 +23,8 @@ struct Deliveries {
       0;  // so many come on threads of their own, each late by a time of its own
 };
 
-// What the plan's events act on. Lives as long as its host process.
+// What the plan's events act on. Lives as long as its host process. Its verbs note in the history
+// what the machine by itself would not tell. Any thread may use them.
 struct Stage {
   Tablet& tablet;
   VirtualKeyboard& keyboard;
@@ -51,12 +52,14 @@ struct Stage {
     machine().services.SendControl(SERVICE_CONTROL_STOP);
   }
 
-  // The keyboard's DFU device, from when it is attached next.
+  // The keyboard's DFU device, from when it is attached next. Another program has it open.
   void RefuseOpens() {
     history.Note(Happening::OpenRefused);
     keyboard.Change([](KeyboardOptions& options) { options.dfuOpenError = ERROR_ACCESS_DENIED; });
   }
 
+  // A keyboard of the same kind, already in DFU mode, as one that was left so and is plugged in
+  // now.
   void AttachSecond() {
     secondCame = true;
     second.AttachInDfuMode();

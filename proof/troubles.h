@@ -11,6 +11,8 @@
 
 namespace proof {
 
+// Kinds that need the machine's own help are handed to it in advance; the script calls for those of
+// a time when that comes.
 class Troubles {
  public:
   Troubles(Stage& stage, const TrialPlan& plan) : stage_(stage), plan_(plan) {}
