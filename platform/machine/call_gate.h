@@ -100,7 +100,8 @@ inline constexpr std::size_t CallCount = static_cast<std::size_t>(Call::Count);
 const char* NameOf(Call call);
 
 // The errors that Windows documents for a call's failure, in the numbers that the call itself gives
-// (last-error codes, CONFIGRET or registry results). Empty for a call that has no way to fail.
+// (last-error codes, CONFIGRET or registry results). Empty for a call that has no way to fail. The
+// likeliest comes first: sweeps take them by their index.
 const std::vector<std::uint32_t>& DocumentedErrors(Call call);
 
 // A call to which happened what was ordered for it. A sweep learns from these whether its order was
@@ -168,6 +169,7 @@ class CallGate : public Observers<Call> {
     bool fromThenOn;
   };
 
+  // What the call that has just been counted is to fail with; 0 for nothing. With the lock held.
   std::uint32_t ErrorFor(Call call);
 
   Scheduler& scheduler_;

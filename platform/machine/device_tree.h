@@ -136,6 +136,8 @@ class DeviceTree {
   // All of the devices are there before the first arrival is announced. One that is present already
   // leaves first.
   void Attach(const std::vector<Device>& devices);
+  // All of them are gone before the first removal is announced. What is not plugged in is passed
+  // over.
   void Detach(const std::vector<std::u16string>& instanceIds);
   // Whether it is plugged in at the moment.
   bool IsPresent(const std::u16string& instanceId) const;
@@ -186,6 +188,7 @@ class DeviceTree {
   void AnnounceAll(CM_NOTIFY_ACTION action,
                    const std::vector<std::shared_ptr<AttachedInterface>>& interfaces);
   bool PassTime(const AttachedInterface& target, std::uint64_t milliseconds);
+  // The device's part of a transfer, with its times; Carry keeps the record of it.
   UsbResult Exchange(AttachedInterface& target, TransferRecord& record, Bytes& data,
                      const std::function<UsbReply(const Bytes&)>& exchange);
 

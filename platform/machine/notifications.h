@@ -97,9 +97,11 @@ class NotificationCenter {
  private:
   using Waiting = NotificationRegistration::Waiting;
 
+  // Queues it, or starts its threads.
   void Pass(const std::shared_ptr<NotificationRegistration>& registration, const Waiting& waiting,
             const DeliveryPlan& plan);
   [[noreturn]] void DeliverForEver(NotificationRegistration& registration);
+  // Waits for the notice's time, and calls back.
   void Deliver(const NotificationRegistration& registration, const Waiting& waiting);
   void Note(NoticeStage stage, std::uint64_t number, const Notice& notice);
 

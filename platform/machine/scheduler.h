@@ -143,7 +143,9 @@ class Scheduler {
   bool AdvanceTime();
   void LetRun(SimThread& thread);
   std::uint64_t NextRandom();
+  // Finds runs in which time stands still although threads run.
   void CountPass();
+  // A line for each thread that has not ended.
   std::string Describe() const;
   [[noreturn]] void Stuck(const std::string& why);
 
