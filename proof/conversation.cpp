@@ -11,6 +11,7 @@ constexpr u32 ErrorRounds = 3;
 
 constexpr u8 dfuMANIFESTWAITRESET = 8;
 
+// In the words of the trace, so that what was expected can be looked for there.
 std::string Describe(const Request& request) {
   platform::TransferRecord record;
   record.setup = {request.type, request.request, request.value, 0, request.length};
@@ -18,6 +19,7 @@ std::string Describe(const Request& request) {
   return DescribeTransfer(record);
 }
 
+// What goes to the device counts byte for byte; what comes from it is the device's business.
 bool IsSame(const Request& wanted, const platform::TransferRecord& found) {
   const bool toDevice = (wanted.type & 0x80) == 0;
   return found.setup.RequestType == wanted.type && found.setup.Request == wanted.request &&
@@ -32,6 +34,7 @@ platform::Call CallOf(const Request& wanted) {
 
 }  // namespace
 
+// A call that was made to fail has no device. The first real transfer tells which it is.
 Conversation::Conversation(const std::vector<Event>& events,
                            const std::vector<std::size_t>& ofThread,
                            std::vector<std::string>& faults)
@@ -49,12 +52,14 @@ Conversation::Conversation(const std::vector<Event>& events,
   }
 }
 
+// After one request that was not due nothing more can be said of the operation.
 void Conversation::Fault(const Event& at, const std::string& what) {
   const u64 timeMs = at.what == Happening::Transfer ? at.transfer.startMs : at.timeMs;
   faults_.push_back("at " + SecondsText(timeMs) + ": " + what);
   throw Unexpected();
 }
 
+// Whether it failed was decided before this; the ABORT itself may fail without a consequence.
 void Conversation::Abort() {
   if (failedAt_ == 0) {
     failedAt_ = operation_.last;
@@ -62,6 +67,7 @@ void Conversation::Abort() {
   Ask({HostToInterface, DfuAbort});
 }
 
+// A device that has said it resets itself gets nothing more, and that is as good as no answer.
 bool Conversation::Ask(const Request& wanted) {
   if (released_) {
     return false;
@@ -78,6 +84,7 @@ bool Conversation::Ask(const Request& wanted) {
   return found->what == Happening::Transfer && found->transfer.result == platform::UsbResult::Done;
 }
 
+// A request too early counts as wrong, for the device may drop it.
 void Conversation::Compare(const Request& wanted, const Event& found) {
   if (found.what == Happening::CallFailed) {
     if (found.call != CallOf(wanted)) {
@@ -98,6 +105,7 @@ void Conversation::Compare(const Request& wanted, const Event& found) {
   }
 }
 
+// A short reply is taken for an answer that says nothing new.
 bool Conversation::Status() {
   if (!Ask({InterfaceToHost, DfuGetStatus, 0, StatusReplyBytes})) {
     return false;
@@ -127,6 +135,7 @@ bool Conversation::Download(u16 block, const platform::Bytes& data) {
 
 // ---- One block, and the way back to idle ----
 
+// Accepted, refused for good, or tried again; a device that does not answer at all breaks it off.
 bool Conversation::Send(u16 block, const platform::Bytes& data) {
   for (u32 attempt = 0; attempt < Attempts; ++attempt) {
     const Try outcome = TryToSend(block, data);
@@ -141,6 +150,7 @@ bool Conversation::Send(u16 block, const platform::Bytes& data) {
   return false;
 }
 
+// Only a command asks for the state beforehand: a block follows one that has just been answered.
 Conversation::Try Conversation::TryToSend(u16 block, const platform::Bytes& data) {
   if (block == 0 && !LeaveError()) {
     return Try::Broken;
@@ -177,6 +187,7 @@ bool Conversation::LeaveError() {
   return true;
 }
 
+// A device in dfuERROR refuses everything but being cleared.
 Conversation::Try Conversation::ClearAndTryAgain() {
   if (state_ == dfuERROR) {
     Clear();
@@ -184,6 +195,7 @@ Conversation::Try Conversation::ClearAndTryAgain() {
   return Try::Again;
 }
 
+// The way back to dfuIDLE from whatever state the device was left in, and before every operation.
 bool Conversation::ResetToIdle() {
   if (!Status() || state_ == dfuERROR) {
     if (!Clear() || !Status()) {

@@ -10,7 +10,8 @@
 
 namespace proof {
 
-// One operation as its thread's transfers show it.
+// One operation as its thread's transfers show it. Indexes count the events of the whole history,
+// times are virtual milliseconds. Where an index is named it says which event showed it.
 struct Operation {
   enum class Kind { Erase, Download, Leave };
   enum class End {
@@ -36,6 +37,7 @@ struct Operation {
 // How often a block is sent and a bad status is borne.
 inline constexpr u32 Attempts = 3;
 
+// A request that is due: the fields of the set-up packet, and what goes to the device with it.
 struct Request {
   u8 type;
   u8 request;
@@ -48,6 +50,8 @@ struct Request {
 struct NoMore {};
 struct Unexpected {};
 
+// It reads the history behind it and changes nothing there. One object serves one operation; the
+// replay of the three kinds is built on it.
 class Conversation {
  public:
   // ofThread: the events of the operation's thread, of which there is one at least. A fault is told
@@ -57,12 +61,16 @@ class Conversation {
 
  protected:
   const Event* Next() const { return at_ < ofThread_.size() ? &events_[ofThread_[at_]] : nullptr; }
+  // For an event that is no request, such as a call that failed before the wire.
   void PassOver() { ++at_; }
+  // Throws Unexpected.
   [[noreturn]] void Fault(const Event& at, const std::string& what);
 
   // Takes the next event for the answer to that request. False when the request was not answered.
   bool Ask(const Request& wanted);
 
+  // The three requests that every operation uses. Status and State keep what the device answered;
+  // after a failure the last answer stands.
   bool Status();
   bool State();
   bool Clear() { return Ask({HostToInterface, DfuClrStatus}); }
@@ -70,11 +78,13 @@ class Conversation {
   // The last request of an operation that has failed. That it has was to be seen before.
   void Abort();
 
+  // The device asked to be left alone for so long after its last answer.
   void Wait(u64 milliseconds) { operation_.dueMs = operation_.endMs + milliseconds; }
 
   // One block or command, tried up to three times.
   bool Send(u16 block, const platform::Bytes& data);
 
+  // False when the device could not be brought there, which ends the operation.
   bool ResetToIdle();
 
   const std::vector<Event>& events_;

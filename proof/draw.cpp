@@ -7,6 +7,7 @@ namespace proof {
 
 namespace {
 
+// Behind the start-up sequence and one whole update, so that troubles meet every part of a life.
 constexpr u64 TroublesEndMs = 90'000;
 
 // bwPollTimeout has 24 bits: more than four hours and a half.
@@ -30,6 +31,7 @@ class Dice {
   bool OneIn(u32 chances) { return Next() % chances == 0; }
 
   template <class T>
+  // A value that is named twice is drawn twice as often.
   T OneOf(std::initializer_list<T> values) {
     return *(values.begin() + Next() % values.size());
   }
@@ -38,6 +40,8 @@ class Dice {
   u64 state_;
 };
 
+// Addresses at both ends of the address space are among them: that is where sums overflow. Sectors
+// are of two sizes, as in most controllers.
 void DrawFlash(Dice& dice, KeyboardOptions& keyboard) {
   keyboard.flash.clear();
   u32 address = dice.OneOf<u32>({0, 0x08000000, 0x90000000, 0xFFFF0000});
@@ -86,6 +90,8 @@ std::vector<ImagePart> DrawParts(Dice& dice, const KeyboardOptions& keyboard) {
   return parts;
 }
 
+// Slow and fast devices alike. A transfer size of 1000 is no power of two and divides no sector;
+// zero times make a device that is done before it is asked.
 KeyboardOptions DrawKeyboard(Dice& dice) {
   KeyboardOptions keyboard;
   keyboard.version = {1, 1, 2, 1};
@@ -117,6 +123,7 @@ KeyboardOptions DrawKeyboard(Dice& dice) {
   return keyboard;
 }
 
+// A target for another alternate setting, which the service must pass over, comes in front.
 PackageDraft DrawPackage(Dice& dice, const KeyboardOptions& keyboard) {
   PackageDraft package;
   package.version = {1, 2, 2, 1};
@@ -185,6 +192,8 @@ constexpr EventDraw EventDraws[] = {
     {"silent"},
 };
 
+// All numbers are drawn each time, so that a change to one kind leaves the others' plans as they
+// are.
 Trouble DrawEvent(Dice& dice) {
   const u64 timeMs = dice.Between(0, TroublesEndMs - 5'000);
   EventNumbers numbers{};
@@ -204,6 +213,7 @@ struct FaultDraw {
   void (*draw)(Dice& dice, std::vector<Trouble>& troubles);
 };
 
+// A whole update makes about 900 calls. A number beyond the end of a life does no harm.
 void DrawCallFault(Dice& dice, std::vector<Trouble>& troubles) {
   const u32 number = dice.Between(1, 900);
   const u32 error = dice.Between(0, 2);
@@ -214,6 +224,7 @@ void DrawKill(Dice& dice, std::vector<Trouble>& troubles) {
   troubles.push_back(MakeTrouble("kill", FaultPlace::Call, dice.Between(1, 900)));
 }
 
+// Away for a moment, so that nobody looks meanwhile; or for longer than the service waits.
 void DrawPull(Dice& dice, std::vector<Trouble>& troubles) {
   const u32 transfer = dice.Between(1, 120);
   const u64 awayMs = dice.OneOf<u64>({1, 50, 1'500, 8'000});
@@ -221,6 +232,7 @@ void DrawPull(Dice& dice, std::vector<Trouble>& troubles) {
       MakeTrouble("unplug", FaultPlace::Transfer, transfer, awayMs, dice.OneOf<u32>({0, 0, 2, 3})));
 }
 
+// A small update asks for memory some forty times.
 void DrawRefusal(Dice& dice, std::vector<Trouble>& troubles) {
   troubles.push_back(MakeTrouble("refuse", FaultPlace::Request, dice.Between(1, 60)));
 }
@@ -236,6 +248,7 @@ constexpr FaultDraw FaultDraws[] = {
     {1, DrawRefusal},   {1, DrawSecond}, {3, DrawNone},
 };
 
+// Just under and just over a tick's time are where two threads meet.
 void DrawHolds(Dice& dice, std::vector<Trouble>& troubles) {
   const u32 held = dice.OneIn(4) ? dice.Between(1, 3) : 0;
   for (u32 i = 0; i < held; ++i) {
@@ -262,6 +275,8 @@ void DrawFault(Dice& dice, std::vector<Trouble>& troubles) {
 
 }  // namespace
 
+// Charges stand on both sides of the edge. The versions for which no update is due are newer, of
+// another model, or of another revision.
 TrialPlan DrawTrial(u64 seed) {
   Dice dice(seed);
   TrialPlan plan;
@@ -274,6 +289,7 @@ TrialPlan DrawTrial(u64 seed) {
   plan.batteryPercent = dice.OneIn(12) ? dice.OneOf<u8>({0, 29, 30, 255}) : FullEnoughPercent;
   plan.secondIsListedFirst = dice.OneIn(2);
   plan.quietAtMs = TroublesEndMs;
+  // The package is not for this keyboard.
   if (dice.OneIn(20)) {
     plan.expectsUpdate = false;
     plan.keyboard.version = dice.OneOf<KeyboardVersion>(

@@ -5,7 +5,9 @@
 
 namespace proof {
 
-// The same seed always gives the same plan.
+// The same seed always gives the same plan. Every value that a plan can have is drawn by some seed,
+// on purpose also those that no keyboard maker would choose. A change to a table of draws gives all
+// seeds new plans.
 TrialPlan DrawTrial(u64 seed);
 
 }  // namespace proof

@@ -24,10 +24,12 @@ bool IsOfLaunch(Call call) {
 
 }  // namespace
 
+// Holds behind that time count whole, since one of them may hold up the thread that tells.
 u64 ToldByMs(const History& history, u64 timeMs) {
   return timeMs + TellingMs + history.HeldMs(timeMs, ~u64{0});
 }
 
+// The history is in the order of time.
 std::size_t LastUntil(const std::vector<Event>& events, u64 timeMs) {
   const auto behind =
       std::upper_bound(events.begin(), events.end(), timeMs,
@@ -35,6 +37,7 @@ std::size_t LastUntil(const std::vector<Event>& events, u64 timeMs) {
   return behind == events.begin() ? 0 : static_cast<std::size_t>(behind - events.begin()) - 1;
 }
 
+// Looked up so often that it is worked out once.
 Excuses::Excuses(const std::vector<Event>& events) : events_(events) {
   bool there = false;
   for (const Event& event : events) {
@@ -52,6 +55,7 @@ bool Excuses::NobodyThere(std::size_t from, std::size_t to) const {
   return false;
 }
 
+// The launch logs its failures and goes on without a word to the user. That is its right.
 bool Excuses::LaunchFailed(std::size_t from, std::size_t to, u32 threadId) const {
   for (std::size_t i = from; i <= to && i < events_.size(); ++i) {
     const Event& event = events_[i];
@@ -63,6 +67,7 @@ bool Excuses::LaunchFailed(std::size_t from, std::size_t to, u32 threadId) const
   return false;
 }
 
+// A window that reaches beyond the last event was cut off by the end of the life.
 bool Excuses::ForNoWord(std::size_t from, std::size_t to, u32 threadId) const {
   return PackageFolderMissed() || NobodyThere(from, to) || LaunchFailed(from, to, threadId) ||
          Any(Happening::MemoryRefused, from, to) || Any(Happening::Ended, 0, to) ||
@@ -95,6 +100,7 @@ std::size_t Excuses::First(Happening what) const {
                                   events_.begin());
 }
 
+// The search comes before anything is said to a device.
 bool Excuses::PackageFolderMissed() const {
   for (const Event& event : events_) {
     if (event.what == Happening::Transfer) {

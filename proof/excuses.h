@@ -16,6 +16,7 @@ u64 ToldByMs(const History& history, u64 timeMs);
 // The last event of that time or earlier.
 std::size_t LastUntil(const std::vector<Event>& events, u64 timeMs);
 
+// Indexes are events of the history. The object refers to the events that it was made of.
 class Excuses {
  public:
   explicit Excuses(const std::vector<Event>& events);
@@ -31,11 +32,13 @@ class Excuses {
   // Whether a call of the thread failed, or a request for memory.
   bool SomethingFailed(std::size_t from, std::size_t to, u32 threadId) const;
 
+  // Whether something of the kind happened between two events, both included.
   bool Any(Happening what, std::size_t from, std::size_t to) const;
 
   // The first event of the kind; the number of events when there is none.
   std::size_t First(Happening what) const;
 
+  // In the whole life: some failures keep on telling long after they happened.
   bool CallEverFailed(platform::Call call) const;
 
   // Whether the search for the package folder failed at start-up: there is no package then, and no

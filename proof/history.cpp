@@ -43,6 +43,7 @@ void History::Close() {
   closed_ = true;
 }
 
+// A notice is three events: told to nobody yet, handed over, and done with.
 void History::AddNotice(const platform::NoticeEvent& notice) {
   Event event;
   event.what = notice.stage == platform::NoticeStage::Announced ? Happening::Announced
@@ -54,6 +55,7 @@ void History::AddNotice(const platform::NoticeEvent& notice) {
   Add(event);
 }
 
+// Only what a judge may excuse something by. A hold is kept apart, because it has a length.
 void History::AddCallTrouble(const platform::CallTrouble& trouble) {
   if (trouble.kind == platform::CallTrouble::Kind::Failed) {
     Add({.what = Happening::CallFailed, .call = trouble.call});
@@ -65,6 +67,7 @@ void History::AddCallTrouble(const platform::CallTrouble& trouble) {
   }
 }
 
+// The time is taken under the lock, so that the events stand in the order of their times.
 void History::Add(Event event) {
   if (event.threadId == 0) {
     event.threadId = platform::Scheduler::Current()->id();
@@ -91,6 +94,8 @@ u64 History::HeldMs(u64 fromMs, u64 toMs) const {
   return heldMs;
 }
 
+// By the part of the path that Windows makes from the device's place; the rest is the same for
+// both.
 Unit UnitOf(const std::u16string& path) {
   if (path.find(FirstUnit) != std::u16string::npos) {
     return Unit::First;

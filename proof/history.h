@@ -36,9 +36,12 @@ enum class Happening : u8 {
   Ended,        // the service's process is no more
 };
 
+// Which keyboard: the one of the plan, the one that may come in between, or a foreign one.
 enum class Unit : u8 { First, Second, Other };
 enum class Side : u8 { Hid, Keyboard, Dfu, Other };  // which class of interface
 
+// One record for everything, because judges walk through all kinds together. Each kind uses the
+// fields that its line above names.
 struct Event {
   Happening what = Happening::Ended;
   u64 timeMs = 0;  // of a transfer: of its end
@@ -51,6 +54,7 @@ struct Event {
   platform::TransferRecord transfer = {};
 };
 
+// Any thread adds; the judges' single thread reads when it is closed.
 class History {
  public:
   explicit History(platform::Machine& machine) : machine_(machine) {}
@@ -71,6 +75,7 @@ class History {
   const std::vector<Event>& events() const { return events_; }
 
   // While a thread stood still because the plan held it up: nobody can be blamed for these times.
+  // Times are virtual milliseconds; the thread runs again at toMs.
   struct Hold {
     u32 threadId;
     u64 fromMs;
@@ -98,6 +103,7 @@ inline constexpr char16_t FirstUnit[] = u"7&1a2b3c4d";
 inline constexpr char16_t SecondUnit[] = u"8&5e6f7a8b";
 
 Unit UnitOf(const std::u16string& path);
+// By the class that an interface is registered under.
 Side SideOf(const GUID& classGuid);
 
 // A transfer's event, with its unit and side.

@@ -42,6 +42,7 @@ std::vector<std::string> Judge::violations() const {
   return violations_;
 }
 
+// The wire first: how its operations ended is what the words and the stillness are judged by.
 void Judge::ConcludeLife(bool quiet) {
   if (stage_.keyboard.strayDfuRequests() + stage_.second.strayDfuRequests() != 0) {
     Violate("expected DFU requests in DFU mode only, found one for a running keyboard");

@@ -15,6 +15,7 @@
 
 namespace proof {
 
+// Watching may be done on any thread. The rest is for the script's thread, once the life is over.
 class Judge {
  public:
   // originalFlash is what each keyboard held before the trial.
@@ -27,12 +28,15 @@ class Judge {
   // thread that brought it, so that they outlive a process that crashes.
   void Watch(Keeper keep);
 
+  // Notes a violation at the present time. what says what was expected and what was found. Only the
+  // first ten of a life are kept.
   void Violate(const std::string& what);
 
   // Looks at all that can be looked at when the life is over. quiet: no update is under way, so
   // nothing may be open but what lives as long as the process.
   void ConcludeLife(bool quiet);
 
+  // In the order in which they were noted, which need not be that of their times.
   std::vector<std::string> violations() const;
 
  private:

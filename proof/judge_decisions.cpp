@@ -9,7 +9,9 @@ namespace proof {
 
 namespace {
 
+// In percent. Written down once more, so that a change in the service shows.
 constexpr u32 EnoughPercent = 30;
+// Where the product string carries the version, in characters; a dot stands between two digits.
 constexpr std::size_t DigitPlaces[] = {10, 12, 14, 16};
 
 // What one decision saw, told and sent, in the order of the life.
@@ -23,6 +25,7 @@ struct Decision {
   std::vector<std::size_t> reports;
 };
 
+// A character that is no digit, or is missing, reads as 0.
 u8 DigitAt(const platform::Bytes& text, std::size_t place) {
   const std::size_t at = place * sizeof(char16_t);
   const bool isDigit =
@@ -35,6 +38,8 @@ KeyboardVersion VersionIn(const platform::Bytes& text) {
           DigitAt(text, DigitPlaces[2]), DigitAt(text, DigitPlaces[3])};
 }
 
+// The same keyboard in model and revision, with older firmware. The third and fourth numbers say
+// which keyboard it is, so they are not compared as more or less.
 bool IsFor(const KeyboardVersion& package, const KeyboardVersion& keyboard) {
   const bool isNewer = package.major != keyboard.major ? package.major > keyboard.major
                                                        : package.minor > keyboard.minor;
@@ -80,6 +85,7 @@ void DecisionJudge::Fault(std::size_t index, const std::string& what) {
   faults_.push_back("at " + SecondsText(timeMs) + ": " + what);
 }
 
+// By the thread of the window: other threads go on while it decides.
 void DecisionJudge::Gather(const Window& window) {
   window_ = &window;
   decision_ = {};
@@ -102,6 +108,7 @@ void DecisionJudge::Gather(const Window& window) {
   }
 }
 
+// All collections tell the same string, so the last one that answered counts.
 void DecisionJudge::GatherTransfer(std::size_t index) {
   const platform::TransferRecord& transfer = events_[index].transfer;
   if (transfer.setup.Request == HidSetReportRequest) {
@@ -148,6 +155,7 @@ bool DecisionJudge::KeyboardStayed() const {
   return collections > 0 && dfuDevices == 0;
 }
 
+// In the order in which the service has to ask: the keyboard, the package, the battery.
 void DecisionJudge::Judge(const Window& window) {
   Gather(window);
   if (!decision_.keyboard.has_value()) {
@@ -169,6 +177,7 @@ void DecisionJudge::Judge(const Window& window) {
   }
 }
 
+// Neither words nor reports, and no excuse: what must not happen may not happen in trouble either.
 void DecisionJudge::ExpectNothing(const char* because) {
   for (const auto* found : {&decision_.starts, &decision_.batteries}) {
     if (!found->empty()) {
@@ -182,6 +191,7 @@ void DecisionJudge::ExpectNothing(const char* because) {
   }
 }
 
+// The word may be missing when nobody could read it. The update may not begin in any case.
 void DecisionJudge::ExpectBattery() {
   const std::size_t told = decision_.batteries.size();
   const bool mayBeMissing =
@@ -196,6 +206,7 @@ void DecisionJudge::ExpectBattery() {
   }
 }
 
+// The user must know before the keyboard goes dead, so the word comes in front of the report.
 void DecisionJudge::ExpectUpdate() {
   if (!decision_.batteries.empty()) {
     Fault(decision_.seen,
@@ -215,6 +226,7 @@ void DecisionJudge::ExpectUpdate() {
   ExpectEndOfReports();
 }
 
+// A second one only when the first did not get through.
 void DecisionJudge::ExpectReports() {
   const std::vector<std::size_t>& reports = decision_.reports;
   for (std::size_t i = 0; i < reports.size(); ++i) {
@@ -248,6 +260,8 @@ void DecisionJudge::ExpectEndOfReports() {
   }
 }
 
+// Decisions are made when a keyboard comes and at the start. A word at another time is one too
+// many.
 void DecisionJudge::LookOutside(const std::vector<Window>& windows) {
   for (std::size_t i = 0; i < events_.size(); ++i) {
     const Event& event = events_[i];

@@ -29,6 +29,7 @@ std::string AllowedText(u8 before, u8 wanted, bool mayChange) {
 
 }  // namespace
 
+// What an update should leave is drawn up from the package alone, on an erased flash.
 FlashJudge::FlashJudge(Stage& stage, const TrialPlan& plan, const NorFlash& originalFlash)
     : stage_(stage), plan_(plan), original_(originalFlash), wanted_(originalFlash) {
   wanted_.EraseAll();
@@ -37,6 +38,7 @@ FlashJudge::FlashJudge(Stage& stage, const TrialPlan& plan, const NorFlash& orig
   }
 }
 
+// The first DNLOAD of another thread shows that the operation before it is over.
 std::string FlashJudge::See(const platform::TransferRecord& record) {
   if (record.setup.RequestType != 0x21 || record.setup.Request != DfuDnload ||
       record.path.find(u"hid#") != std::u16string::npos) {
@@ -52,6 +54,7 @@ std::string FlashJudge::See(const platform::TransferRecord& record) {
   return Look();
 }
 
+// Two threads may find the same fault at once; one of them tells it.
 std::string FlashJudge::Look() {
   if (hasTold_) {
     return {};
@@ -65,6 +68,7 @@ std::string FlashJudge::Look() {
              : "at " + SecondsText(stage_.tablet.nowMs()) + ": " + fault;
 }
 
+// Most sectors are untouched most of the time, and whole sectors are quickly compared.
 std::string FlashJudge::LookAt(const VirtualKeyboard& keyboard, bool mayChange) const {
   const NorFlash flash = keyboard.ReadFlash();
   for (const FlashSector& sector : flash.sectors()) {

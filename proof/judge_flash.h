@@ -10,6 +10,8 @@
 
 namespace proof {
 
+// An update that fails may leave a keyboard half written, but never with a byte that is neither the
+// old one nor the new one. A keyboard that the package is not for keeps every byte.
 class FlashJudge {
  public:
   // originalFlash is what each keyboard held before the trial.

@@ -43,6 +43,7 @@ bool LeftLast(const std::vector<Event>& events) {
   return false;
 }
 
+// Some live as long as the process; the table of those is the tests' one, too.
 void LookAtHandles(platform::Machine& machine, std::vector<std::string>& faults) {
   for (const auto& [kind, count] : CountOpenHandles(machine)) {
     const std::size_t most = LongLivedHandles(kind);
@@ -55,6 +56,7 @@ void LookAtHandles(platform::Machine& machine, std::vector<std::string>& faults)
 
 }  // namespace
 
+// An update that is held up by a device's own wish is not over, so nothing can be asked yet.
 std::vector<std::string> JudgeLeftovers(const History& history, platform::Machine& machine,
                                         const TrialPlan& plan) {
   std::vector<std::string> faults;

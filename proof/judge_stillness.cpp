@@ -67,6 +67,8 @@ class StillnessJudge {
   u64 leftAloneUntilMs_ = 0;
 };
 
+// A keyboard that left, or whose end was told, need not be spoken to. Neither need any when the
+// service stops.
 void StillnessJudge::See(const Event& event) {
   switch (event.what) {
     case Happening::Transfer:
@@ -149,6 +151,7 @@ void StillnessJudge::LookAtEnd(u64 timeMs) {
   LookAtGap(timeMs < platform::ControlTimeoutMs ? 0 : timeMs - platform::ControlTimeoutMs);
 }
 
+// Held threads and talk with other devices are nobody's fault and lengthen the bound.
 void StillnessJudge::LookAtGap(u64 timeMs) {
   const u64 fromMs = std::max(spokenMs_, leftAloneUntilMs_);
   // The bound is never less, and nearly every gap is shorter: no need to look what began before.

@@ -12,7 +12,8 @@ namespace proof {
 
 // From an erase's first transfer until the keyboard has left or DISCONNECT was told, a device that
 // has not asked to be left alone is spoken to within the time of a tick. Returns a sentence for
-// each time that it was not. endMs: when the life ended.
+// each time that it was not. endMs: when the life ended. The time in which plans held threads up
+// does not count.
 std::vector<std::string> JudgeStillness(const History& history,
                                         const std::vector<Operation>& operations, u64 endMs);
 

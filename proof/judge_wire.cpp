@@ -33,12 +33,15 @@ bool IsOfOperation(const Event& event) {
          ((setup.RequestType & TypeMask) == ClassType && setup.Request != DfuAbort);
 }
 
+// A transfer that was made to fail never reached the wire, and still was the operation's next
+// request.
 bool BelongsToReplay(const Event& event) {
   return IsOfDfu(event) ||
          (event.what == Happening::CallFailed &&
           (event.call == platform::Call::WinUsb_ControlTransfer || IsOfOperation(event)));
 }
 
+// How every violation begins; see TimeOfViolation.
 std::string At(u64 timeMs) {
   return "at " + SecondsText(timeMs) + ": ";
 }
@@ -54,6 +57,7 @@ bool IsDescription(const WINUSB_SETUP_PACKET& setup) {
           (type == 3 && index != 0 && setup.Index == 0x0409 && setup.Length == 512));
 }
 
+// The one report that the service may send, and the strings that it reads.
 bool IsHidRequest(const Event& event) {
   const WINUSB_SETUP_PACKET& setup = event.transfer.setup;
   if (setup.Request == HidSetReportRequest) {
@@ -113,6 +117,8 @@ std::set<u32> WireJudge::FindLaunchers() const {
   return launchers;
 }
 
+// An operation is known by its thread, which it has to itself. Threads that read descriptors
+// prepare and launch, and are none. Each operation is replayed from the answers that it got.
 void WireJudge::FindOperations() {
   const std::set<u32> launchers = FindLaunchers();
   std::map<u32, std::vector<std::size_t>> ofThread;
@@ -217,7 +223,9 @@ void WireJudge::LookAtOverlap(const Event& event) {
   lastOfDfu_ = &event;
 }
 
-// Only who ends an erase or a download in the midst of its work sends one, once.
+// Only who ends an erase or a download in the midst of its work sends one, once. Another thread may
+// say ABORT once, to an operation that it ends in the midst of its work. After that the device is
+// to be left in peace.
 void WireJudge::LookAtAbort(std::size_t index) {
   const Operation* const standing = StandingAt(operations_, index);
   const bool wanted = standing != nullptr && standing->end == Operation::End::Unfinished &&

@@ -11,7 +11,8 @@
 namespace proof {
 
 // The operations of a life, in the order in which they began. Adds a sentence for each request that
-// nobody had to send.
+// nobody had to send. The other judges go by what it finds, so it comes before them. History is
+// closed by then.
 std::vector<Operation> JudgeWire(const History& history, const TrialPlan& plan,
                                  std::vector<std::string>& faults);
 

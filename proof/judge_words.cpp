@@ -37,6 +37,8 @@ struct Debt {
   bool isPaid = false;
 };
 
+// Keeps the books: each update that ended owes a word, and each word that was told pays for one.
+// What is left on either side is a fault.
 class WordJudge {
  public:
   WordJudge(const History& history, const TrialPlan& plan, const std::vector<Operation>& operations)
@@ -87,6 +89,8 @@ class WordJudge {
   std::vector<std::string> faults_;
 };
 
+// START and BATTERY are the decisions' own words. They come first, because a decision may also have
+// told a DISCONNECT, which then pays for nothing here.
 std::vector<std::string> WordJudge::Judge() {
   const std::set<std::size_t> ofDecisions =
       JudgeDecisions(events_, windows_, plan_, excuses_, faults_);
@@ -113,6 +117,9 @@ void WordJudge::FindDebts() {
   }
 }
 
+// A leave that succeeded owes COMPLETE, whatever the device made of it: nobody sees more. An update
+// that was interrupted owes nothing as long as it goes on. One that failed, or that nothing
+// followed, owes DISCONNECT.
 void WordJudge::FindDebtOf(std::size_t number) {
   const Operation& operation = operations_[number];
   const bool owed = !MayStayUntold(operation);
@@ -139,6 +146,7 @@ bool WordJudge::IsFollowed(std::size_t number) const {
           operations_[number + 1].unit == Unit::Other);
 }
 
+// The download is launched without a new look at the device; only a new update takes one.
 bool WordJudge::IsRefreshedBehind(std::size_t number) const {
   if (operations_[number].kind != Operation::Kind::Erase) {
     return false;
@@ -152,6 +160,7 @@ bool WordJudge::IsRefreshedBehind(std::size_t number) const {
   });
 }
 
+// The update of a keyboard goes on with that keyboard's next operation, whatever came in between.
 const Operation* WordJudge::NextOfUnit(const Operation& operation) const {
   for (const Operation& other : operations_) {
     if (other.first > operation.last && other.unit == operation.unit) {
@@ -174,6 +183,7 @@ bool WordJudge::WasInterrupted(const Operation& operation) const {
   return false;
 }
 
+// The last event before which its end has to be told.
 std::size_t WordJudge::DueIndex(const Operation& operation) const {
   return LastUntil(events_, ToldByMs(history_, operation.dueMs));
 }
@@ -198,6 +208,7 @@ bool WordJudge::RacesWithArrival(const Operation& operation) const {
 
 // ---- What was told ----
 
+// The leave tells on its own thread, so the debt of that thread comes first.
 void WordJudge::PayComplete(std::size_t index) {
   for (const bool own : {true, false}) {
     for (Debt& debt : completes_) {
@@ -214,13 +225,15 @@ void WordJudge::PayComplete(std::size_t index) {
   Fault(events_[index].timeMs, "expected no COMPLETE without a leave, found one");
 }
 
+// From the reason that is surest to the one that is only likely, so that a weak one is not used up.
 void WordJudge::PayDisconnect(std::size_t index) {
   if (!PaySession(index) && !PayPreparation(index) && !PaySilent(index) && !PayThreadless(index)) {
     Fault(events_[index].timeMs, "expected no DISCONNECT, for nothing had failed, found one");
   }
 }
 
-// What is owed comes first, then what may be told but need not.
+// What is owed comes first, then what may be told but need not. The latest first: an earlier one
+// has mostly been told already.
 bool WordJudge::PaySession(std::size_t index) {
   for (const bool owed : {true, false}) {
     for (auto debt = disconnects_.rbegin(); debt != disconnects_.rend(); ++debt) {
@@ -292,6 +305,7 @@ bool WordJudge::LaunchedLast(std::size_t index) const {
   return false;
 }
 
+// A thread that did anything else was an operation with a trace of its own, and was judged by that.
 bool WordJudge::FailsToOpen(const Event& event) const {
   const auto doesMore = [&](const Event& other) {
     return other.threadId == event.threadId && other.what != Happening::CallFailed &&
@@ -302,7 +316,9 @@ bool WordJudge::FailsToOpen(const Event& event) const {
   return refused && std::none_of(events_.begin(), events_.end(), doesMore);
 }
 
-// Whether there was anything that kept the device from being used.
+// Whether there was anything that kept the device from being used. No device in DFU mode at all is
+// reason enough. An interface descriptor that is not answered is none: the service goes on without
+// it.
 bool WordJudge::RefreshCouldFail(const Window& window, std::size_t index) const {
   i32 devices = 0;
   bool refused = false;
@@ -326,6 +342,7 @@ bool WordJudge::RefreshCouldFail(const Window& window, std::size_t index) const 
   return devices <= 0 || refused || disturbed;
 }
 
+// What only might have been told is nobody's debt.
 void WordJudge::LookAtUnpaid() {
   for (const Debt& debt : completes_) {
     if (debt.isOwed && !debt.isPaid) {

@@ -12,7 +12,8 @@
 namespace proof {
 
 // The operations are those of the life, in the order in which they began. Returns a sentence for
-// each word that was due and not told, or told and not due.
+// each word that was due and not told, or told and not due. What may be told but need not, for
+// instance when an arrival comes just then, is no fault either way.
 std::vector<std::string> JudgeWords(const History& history, const TrialPlan& plan,
                                     const std::vector<Operation>& operations);
 

@@ -24,6 +24,7 @@ constexpr u64 StartUpMs = 45'000;
 
 constexpr u64 UnpluggedMs = 3'000;
 
+// The seed says who runs next; 0 goes by order.
 TabletOptions OptionsFor(const TrialPlan& plan, const std::string& driveFolder) {
   TabletOptions options;
   options.scheduler.seed = plan.schedulerSeed;
@@ -46,6 +47,7 @@ KeyboardOptions OptionsOfSecond(const TrialPlan& plan) {
   return options;
 }
 
+// The bytes of all sectors in a row, as an earlier life left them, over an erased flash.
 NorFlash FlashFrom(const std::vector<FlashRegion>& regions, const std::vector<u8>& bytes) {
   NorFlash flash(regions);
   const std::vector<FlashSector> sectors = flash.sectors();
@@ -84,6 +86,7 @@ Life* runningLife = nullptr;
 
 }  // namespace
 
+// Most of the page is never touched, and need not be cleared.
 void LifePage::Empty() {
   calls = 0;
   lastCall = platform::Call::Count;
@@ -124,6 +127,7 @@ Life::Life(const TrialPlan& plan, const std::string& driveFolder, const Carried&
   attachInDfu_ = carried.any && carried.mode == KeyboardMode::Dfu;
 }
 
+// In every life the troubles end, also in one that has none, and the keyboard gets its chance.
 void Life::Run() {
   Watch();
   SetUp();
@@ -151,6 +155,8 @@ bool Life::IsUpdated(const VirtualKeyboard& keyboard) const {
   return keyboard.runningVersion() == plan_.package.version;
 }
 
+// Observers are called in the order in which they came: the history has an event before anybody
+// acts on it.
 void Life::Watch() {
   history_.Watch();
   judge_.Watch([this](const std::vector<std::string>& violations) { KeepViolations(violations); });
@@ -189,6 +195,8 @@ void Life::SeeTransfer(const platform::TransferRecord& record) {
   }
 }
 
+// What an earlier life had on the drive goes first. The lists show devices in the order in which
+// they came, so the second keyboard may have to come before the first.
 void Life::SetUp() {
   std::error_code ignored;
   std::filesystem::remove_all(
@@ -213,6 +221,7 @@ void Life::SetUp() {
   tablet_.StartService();
 }
 
+// A keyboard that an earlier life left in DFU mode is still in it.
 void Life::PlugIn() {
   if (attachInDfu_) {
     keyboard_.AttachInDfuMode();
@@ -221,12 +230,14 @@ void Life::PlugIn() {
   }
 }
 
+// Returns at once when that time has been, and early when the process has ended.
 void Life::PassUntil(u64 timeMs) {
   if (timeMs > tablet_.nowMs()) {
     tablet_.PassTimeUntil([this] { return HasEnded(); }, timeMs - tablet_.nowMs());
   }
 }
 
+// The keyboard's arrival is one more thing that has a time.
 void Life::LetTroublesHappen() {
   bool attached = plan_.attachMs == 0;
   for (const Trouble& trouble : plan_.troubles) {
@@ -278,6 +289,8 @@ void Life::EndTroubles() {
   }
 }
 
+// In a life without troubles the new start alone has to do it. Otherwise the keyboard is plugged in
+// anew. One that the package is not for only has to be left alone.
 void Life::Recover() {
   if (!troubled_) {
     // A new start alone should do.
@@ -316,6 +329,7 @@ void Life::RecoverSecond() {
   tablet_.PassTime(SettleMs);
 }
 
+// The judge looks first: what follows here belongs to the report and changes nothing.
 void Life::Conclude() {
   report_.updated = IsUpdated();
   page_.processEnded = HasEnded();

@@ -15,7 +15,8 @@
 
 namespace proof {
 
-// What the keyboard brings from an earlier life.
+// What the keyboard brings from an earlier life. The flash holds the bytes of all sectors in a row.
+// Nothing else outlives a life.
 struct Carried {
   bool any = false;
   KeyboardMode mode = KeyboardMode::Normal;
@@ -48,6 +49,8 @@ struct LifePage {
   void Empty();
 };
 
+// One a host process, made and run on its main thread. Never destroyed, because threads of the
+// service may still use it.
 class Life {
  public:
   // troubled: the plan's troubles happen in it. trace: where its timeline goes; null for none.
@@ -68,6 +71,7 @@ class Life {
   bool IsUpdated(const VirtualKeyboard& keyboard) const;
   bool IsUpdated() const { return IsUpdated(keyboard_); }
 
+  // The script, in the order in which its parts run.
   void Watch();
   void SeeTransfer(const platform::TransferRecord& record);
   void SetUp();
@@ -80,6 +84,7 @@ class Life {
   void Conclude();
   void CarryFlash();
   void KeepViolations(const std::vector<std::string>& violations);
+  // Called with the scheduler's lock held.
   [[noreturn]] void EndStuck(const std::string& why);
 
   const TrialPlan& plan_;

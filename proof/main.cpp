@@ -47,6 +47,7 @@ void DescribeSoak(CLI::App& app, Arguments& arguments) {
                "standard error");
 }
 
+// Of one plan there is one run, so what belongs to many makes no sense beside it.
 void DescribeOne(CLI::App& app, Arguments& arguments) {
   CLI::Option* const plan =
       app.add_option("--plan", arguments.planFile, "Run the plan in the file in place of seeds")
@@ -70,6 +71,7 @@ void DescribeOne(CLI::App& app, Arguments& arguments) {
       });
 }
 
+// A folder can be opened as a stream, and reads as if it were empty.
 std::string ReadFile(const std::string& name) {
   std::ifstream file(name);
   if (!file || !std::filesystem::is_regular_file(name)) {

@@ -15,6 +15,7 @@
 
 namespace proof {
 
+// Two trials of one plan go the same way, call for call, unless their threads run side by side.
 struct TrialPlan : Scenario {
   std::string name;  // how a person refers to it, for instance "seed 17"
 
@@ -38,6 +39,7 @@ struct TrialPlan : Scenario {
   bool trace = false;     // tell the plan and what happens on standard error
 };
 
+// The package's bytes follow from the draft. Whoever changes the draft calls this again.
 inline void SetPackage(TrialPlan& plan, const PackageDraft& draft) {
   plan.packageDraft = draft;
   if (draft.file.empty()) {

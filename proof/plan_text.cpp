@@ -34,6 +34,7 @@ bool TakeFault(const SettingLine& line, TrialPlan& plan, std::string& reason) {
   return why.empty();
 }
 
+// A line is a fault, one of the plan's own, or one of the scenario's that it is built on.
 bool Take(const SettingLine& line, SettingReader<TrialPlan>& own, SettingReader<Scenario>& scenario,
           TrialPlan& plan, std::string& reason) {
   if (line.name == FaultName) {
@@ -49,6 +50,7 @@ bool Take(const SettingLine& line, SettingReader<TrialPlan>& own, SettingReader<
   return outcome == LineOutcome::Taken;
 }
 
+// The machine takes one order of some kinds; a second would replace the first in silence.
 std::string FaultOfTroubles(const TrialPlan& plan) {
   for (const Trouble& trouble : plan.troubles) {
     if (trouble.kind->traits.isForBench) {
@@ -79,6 +81,7 @@ std::string PlanText(const TrialPlan& plan) {
   return text;
 }
 
+// A person may write the faults in any order. The package is made last, from all lines of it.
 bool ReadPlan(const std::string& text, TrialPlan& plan, std::string& reason) {
   std::vector<SettingLine> lines;
   if (!SplitSettings(text, lines, reason)) {
@@ -107,6 +110,7 @@ bool ReadPlan(const std::string& text, TrialPlan& plan, std::string& reason) {
   return reason.empty();
 }
 
+// A plan whose package could never run on its keyboard would fail for no fault of the service.
 std::string FaultOfPlan(const TrialPlan& plan) {
   if (plan.keyboard.alternateSettings.empty()) {
     return "the keyboard needs an alternate-setting";

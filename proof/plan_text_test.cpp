@@ -15,6 +15,7 @@ namespace proof {
 
 namespace {
 
+// Empty when the text is a plan.
 std::string ReasonFor(const std::string& text) {
   TrialPlan plan;
   std::string reason;

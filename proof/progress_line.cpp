@@ -10,6 +10,8 @@ namespace proof {
 ProgressLine::ProgressLine(std::FILE* stream, u64 runs)
     : stream_(stream), runs_(runs), isTerminal_(isatty(fileno(stream)) != 0) {}
 
+// Five times a second is what an eye can follow; a terminal is slow when it is written to more
+// often. The line overwrites itself, and clears what a longer one left.
 void ProgressLine::Show(u64 done, u64 failed) {
   const Clock::time_point now = Clock::now();
   if (!isTerminal_ || now - lastShown_ < std::chrono::milliseconds(200)) {
@@ -23,6 +25,7 @@ void ProgressLine::Show(u64 done, u64 failed) {
   std::fflush(stream_);
 }
 
+// Before a line that is to stay, and at the end.
 void ProgressLine::Clear() {
   if (isTerminal_) {
     std::fputs("\r\033[K", stream_);

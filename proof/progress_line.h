@@ -9,6 +9,7 @@
 
 namespace proof {
 
+// Whoever writes another line to the same stream clears this one first.
 class ProgressLine {
  public:
   ProgressLine(std::FILE* stream, u64 runs);

@@ -38,6 +38,7 @@ class Replayer : public Conversation {
   u32 retries_ = Attempts;
 };
 
+// An operation whose events end in the midst is unfinished, unless it had failed before.
 Operation Replayer::Run() {
   FindKind();
   try {
@@ -57,11 +58,13 @@ Operation Replayer::Run() {
   return operation_;
 }
 
+// The failure was to be seen before the ABORT that it brought.
 void Replayer::Decide(bool good) {
   operation_.end = good ? Operation::End::Succeeded : Operation::End::Failed;
   operation_.decided = !good && failedAt_ != 0 ? failedAt_ : operation_.last;
 }
 
+// The first command tells: it erases or sets an address. A leave sends none, and selects nothing.
 void Replayer::FindKind() {
   operation_.kind = Operation::Kind::Leave;
   for (const std::size_t index : ofThread_) {
@@ -100,6 +103,7 @@ bool Replayer::SendCommand() {
                   static_cast<u8>(address >> 24)});
 }
 
+// The block's place in the piece follows from its number alone.
 bool Replayer::SendCurrent() {
   if (block_ == 0) {
     return SendCommand();
@@ -155,6 +159,8 @@ bool Replayer::ReadWhileBusy(bool& resend) {
   return true;
 }
 
+// The driver knows the settings by itself, so that a failure there may be followed by an ABORT or
+// by nothing.
 bool Replayer::SelectsSetting() {
   const Event* const next = Next();
   if (next->what == Happening::CallFailed &&
@@ -168,6 +174,8 @@ bool Replayer::SelectsSetting() {
   return Ask({SelectSetting, SetInterfaceRequest, script_.alternateSetting});
 }
 
+// The last answer decides what comes next: another look at a busy device, the block once more, or
+// the one behind it.
 bool Replayer::Flash() {
   if (!SelectsSetting() || !ResetToIdle() || !SendCommand()) {
     return false;
@@ -192,6 +200,7 @@ bool Replayer::Flash() {
   return ResetToIdle();
 }
 
+// A DNLOAD without data. The device may stall it, or be gone before it answers.
 bool Replayer::Leave() {
   if (!ResetToIdle()) {
     return false;

@@ -11,7 +11,8 @@
 namespace proof {
 
 // Replays the operation whose thread has these events of the history. What was not as it should
-// have been is added to the faults, a sentence each.
+// have been is added to the faults, a sentence each. It is over with the first one. ofThread has
+// one event at least.
 Operation Replay(const std::vector<Event>& events, const std::vector<std::size_t>& ofThread,
                  const UpdateScript& script, std::vector<std::string>& faults);
 

@@ -57,11 +57,15 @@ std::vector<PlanNumber> NumbersOf(TrialPlan& plan) {
   return numbers;
 }
 
+// Greedy: it keeps what still fails and never goes back. A trial takes milliseconds, so a few
+// hundred are no matter; the smallest plan of all it need not find.
 class Shrinker {
  public:
   Shrinker(TrialPlan& plan, const std::function<std::string(const TrialPlan&)>& run)
       : plan_(plan), run_(run), violation_(run(plan)), kind_(KindOfViolation(violation_)) {}
 
+  // A trouble that could not go before may go once a number is smaller, so it is tried until
+  // nothing changes.
   std::string Shrink() {
     for (bool did = !violation_.empty(); did;) {
       did = LeaveOut();
@@ -88,12 +92,14 @@ class Shrinker {
     return true;
   }
 
+  // Places are pointers into one plan: they are looked up anew in each candidate.
   bool TryNumber(std::size_t index, u64 value) {
     TrialPlan candidate = plan_;
     NumbersOf(candidate)[index].Set(value);
     return Try(candidate);
   }
 
+  // From the last one on: later troubles mostly follow from earlier ones.
   bool LeaveOut() {
     bool did = false;
     for (std::size_t i = plan_.troubles.size(); i-- > 0;) {

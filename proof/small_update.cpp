@@ -2,6 +2,7 @@
 
 namespace proof {
 
+// On arrival means behind the start-up sequence, which takes about half a minute.
 TrialPlan SmallUpdate(Road road) {
   TrialPlan plan;
   plan.name = "sweep";

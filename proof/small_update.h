@@ -6,6 +6,8 @@
 
 namespace proof {
 
+// The service finds a keyboard that is there when it starts by another way than one that comes
+// later, so both are swept.
 enum class Road { AtStartUp, OnArrival };
 
 TrialPlan SmallUpdate(Road road);

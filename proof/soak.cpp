@@ -45,8 +45,8 @@ void TakeProcessor(u32 job) {
   }
 }
 
-// Every life is a process that takes its memory anew. Left alone, the host's allocator maps each copy
-// of a flash by itself and gives each thread an arena, and the host clears all those pages: a
+// Every life is a process that takes its memory anew. Left alone, the host's allocator maps each
+// copy of a flash by itself and gives each thread an arena, and the host clears all those pages: a
 // quarter of a run. Of a run's threads one goes at a time, so that they can share what there is.
 void KeepMemoryTogether() {
   constexpr int Most = 32 << 20;  // more is refused
@@ -64,7 +64,7 @@ TrialPlan PlanFor(u64 seed, const SoakOptions& options) {
 }
 
 // Sends a message for each trial: its seed, and behind a line's end its report. Ends early when
-// nobody listens any more.
+// nobody listens any more. Every jobs-th seed is its own, so that no two jobs need to talk.
 void RunJob(const SoakOptions& options, u32 job, int results) try {
   if (!options.parallel) {
     TakeProcessor(job);
@@ -168,6 +168,7 @@ void WriteFailedSeeds(const SoakFigures& figures, std::FILE* stream) {
                program_invocation_name, first, program_invocation_name, first);
 }
 
+// Its name stands where that of a seed would.
 TrialPlan PlanOf(const std::string& text) {
   TrialPlan plan;
   std::string reason;
@@ -180,6 +181,8 @@ TrialPlan PlanOf(const std::string& text) {
 
 }  // namespace
 
+// The jobs end by themselves when nobody listens any more: after a first failure, or when this
+// process was killed.
 bool RunSoak(const SoakOptions& options, std::FILE* stream, SoakFigures& figures) {
   int ends[2];
   // Keeps messages whole, whichever job they come from.
@@ -207,6 +210,7 @@ bool RunSoak(const SoakOptions& options, std::FILE* stream, SoakFigures& figures
   return figures.failedSeeds.empty() && figures.runs == options.runs;
 }
 
+// In this process, with the same lives as in a soak.
 bool RunPlan(const std::string& text, const SoakOptions& options, std::FILE* stream) {
   TrialPlan plan = PlanOf(text);
   plan.trace = options.trace;

@@ -22,6 +22,7 @@ void WriteCounts(const char* title, const std::map<std::string, u64>& counts, st
 
 }  // namespace
 
+// Seeds come in the order in which their trials end.
 void SoakFigures::Add(u64 seed, const TrialReport& report) {
   ++runs;
   lives += report.lives;
@@ -47,6 +48,7 @@ void WriteFigures(const SoakFigures& figures, std::FILE* stream) {
   }
 }
 
+// Only what can be added up: no rates and no times of the host.
 std::string FiguresJson(const SoakFigures& figures) {
   const nlohmann::ordered_json json = {
       {"runs", figures.runs},

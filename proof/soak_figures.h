@@ -10,6 +10,8 @@
 
 namespace proof {
 
+// Times are virtual. What counts the runs of one soak can be added to that of another with other
+// seeds.
 struct SoakFigures {
   u64 runs = 0;
   u64 lives = 0;

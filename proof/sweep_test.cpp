@@ -36,6 +36,8 @@ u64 Stride() {
   return stride == nullptr ? 1 : std::strtoull(stride, nullptr, 10);
 }
 
+// A sweep first runs the update undisturbed to see how many places there are, and then once for
+// each.
 class SweepTest : public ::testing::Test {
  protected:
   // The update with nothing in its way: how many calls and transfers it has.

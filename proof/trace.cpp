@@ -8,6 +8,7 @@ namespace proof {
 
 namespace {
 
+// At the left margin in capitals, so that it can be found among thousands of lines.
 void TellViolation(const std::string& violation) {
   std::fprintf(stderr, "VIOLATION %s\n", violation.c_str());
 }
@@ -24,6 +25,7 @@ u64 TimeOfLine(const char* line, u64 before) {
 
 }  // namespace
 
+// The file has no name on the host, so it is gone with the process.
 Trace::Trace(const TrialPlan& plan) {
   if (!plan.trace) {
     return;
@@ -38,6 +40,7 @@ Trace::~Trace() {
   }
 }
 
+// Both are in the order of time. What has no time, or one behind the last line, comes at the end.
 void Trace::TellLife(u32 number, const std::vector<std::string>& violations) {
   if (file_ == nullptr) {
     return;

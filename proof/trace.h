@@ -12,6 +12,7 @@
 
 namespace proof {
 
+// Made and used by the trial's process; lives are handed the open file and inherit it.
 class Trace {
  public:
   // Tells the plan. Writes nothing when the plan is not to be traced.

@@ -29,7 +29,8 @@ std::string EarlyEndText(const LifePage& page, const std::string& end) {
          " after call " + std::to_string(page.calls) + ", " + platform::NameOf(page.lastCall);
 }
 
-// Runs one life in a child process and reads what it tells. False when it did not get to its end.
+// Runs one life in a child process and reads what it tells. False when it did not get to its end. A
+// life that ended early has told nothing but what stood in its page by then.
 bool RunLife(const TrialPlan& plan, const std::string& driveFolder, const Carried& carried,
              bool troubled, const Trace& trace, TrialReport& told) {
   LifePage& page = SharedPage();
@@ -54,7 +55,8 @@ bool RunLife(const TrialPlan& plan, const std::string& driveFolder, const Carrie
   return concluded;
 }
 
-// Adds what a life told to the trial's report.
+// Adds what a life told to the trial's report. Places to disturb are those of the first life, the
+// only one with troubles.
 void Add(const TrialReport& life, bool troubled, TrialReport& report) {
   if (troubled) {
     report.platformCalls = life.platformCalls;
@@ -78,6 +80,8 @@ void Add(const TrialReport& life, bool troubled, TrialReport& report) {
 
 }  // namespace
 
+// Another life follows while the keyboard is not updated, when the service ended or when only its
+// new start can help.
 TrialReport RunTrial(const TrialPlan& plan, const std::string& driveFolder) {
   TrialReport report;
   Trace trace(plan);

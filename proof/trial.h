@@ -15,7 +15,9 @@
 
 namespace proof {
 
-// Runs a trial. driveFolder is a host folder that this trial alone uses.
+// Runs a trial. driveFolder is a host folder that this trial alone uses. Called by a process
+// without other threads, since it forks. What the service prints to standard output is lost. Throws
+// a std::runtime_error when the host gives no memory to share.
 TrialReport RunTrial(const TrialPlan& plan, const std::string& driveFolder);
 
 }  // namespace proof

@@ -35,6 +35,7 @@ struct TrialReport {
   std::map<std::string, u64> words;     // told to the user
 };
 
+// Lines of a name and a value, as plans have them, a line for each violation and each count.
 std::string ReportText(const TrialReport& report);
 
 // What cannot be read is left out: the text comes from ReportText, perhaps with its end missing.

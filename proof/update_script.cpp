@@ -6,7 +6,8 @@ namespace proof {
 
 namespace {
 
-// Whether the package writes to the sector.
+// Whether the package writes to the sector. In 64 bits, because a sector may end where the address
+// space does.
 bool Touches(const DfuSeElement& element, const FlashSector& sector) {
   const u64 end = u64{element.address} + element.data.size();
   return element.address < u64{sector.address} + sector.sizeBytes && end > sector.address;
@@ -24,6 +25,8 @@ UpdateScript::Piece PieceOf(const DfuSeElement& element, const FlashSector& sect
 
 }  // namespace
 
+// Erased is what has a byte to be written and may be erased; written is what may be written, sector
+// by sector within each element.
 UpdateScript ScriptOf(const TrialPlan& plan) {
   UpdateScript script;
   script.transferSize = plan.keyboard.bootloader.transferSize;

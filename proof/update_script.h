@@ -10,6 +10,7 @@ namespace proof {
 
 // What a whole update has to send to a keyboard of the plan.
 struct UpdateScript {
+  // What lies in one sector of one element. The blocks of a piece are numbered anew from its start.
   struct Piece {
     u32 address = 0;
     std::vector<u8> bytes;
@@ -20,6 +21,7 @@ struct UpdateScript {
   u16 alternateSetting = 0;
 };
 
+// The plan must be sound (see FaultOfPlan).
 UpdateScript ScriptOf(const TrialPlan& plan);
 
 }  // namespace proof

@@ -32,6 +32,7 @@ Window FindStartUp(const std::vector<Event>& events) {
   return window;
 }
 
+// A callback runs on one thread from its begin to its end, so the next return there is its own.
 std::size_t FindReturn(const std::vector<Event>& events, std::size_t begin) {
   for (std::size_t i = begin + 1; i < events.size(); ++i) {
     if (events[i].what == Happening::NoticeEnds && events[i].threadId == events[begin].threadId) {
@@ -43,6 +44,7 @@ std::size_t FindReturn(const std::vector<Event>& events, std::size_t begin) {
 
 }  // namespace
 
+// Removals are told to the service as well, but it decides nothing by them.
 std::vector<Window> FindWindows(const std::vector<Event>& events) {
   std::vector<Window> windows = {FindStartUp(events)};
   for (std::size_t i = 0; i < events.size(); ++i) {

@@ -20,6 +20,8 @@ struct Window {
   bool Holds(std::size_t index) const { return index >= begin && index <= end; }
 };
 
+// The start-up sequence comes first, then the callbacks in the order of their begins. One that had
+// not returned at the end of the life reaches beyond the last event.
 std::vector<Window> FindWindows(const std::vector<Event>& events);
 
 }  // namespace proof

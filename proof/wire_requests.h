@@ -15,6 +15,7 @@ inline constexpr u8 GetDescriptorRequest = 6;
 inline constexpr u8 SetInterfaceRequest = 11;
 inline constexpr u8 HidSetReportRequest = 9;
 
+// bStatus, bwPollTimeout in three bytes with the lowest first, bState, iString.
 inline constexpr std::size_t StatusReplyBytes = 6;
 
 // bwPollTimeout of a GETSTATUS reply.

@@ -26,7 +26,8 @@ struct Deliveries {
 // What the hand behind a trouble does and the machine does not tell.
 enum class StageEvent : u8 { UserCame, UserLeft, StopSent, OpenRefused, Ended };
 
-// Lives as long as its host process.
+// What troubles act on. Lives as long as its host process. Its verbs tell
+// what the machine by itself would not tell. Any thread may use them.
 struct Stage {
   Tablet& tablet;
   VirtualKeyboard& keyboard;
@@ -60,12 +61,14 @@ struct Stage {
     machine().services.SendControl(SERVICE_CONTROL_STOP);
   }
 
-  // The keyboard's DFU device, from when it is attached next.
+  // The keyboard's DFU device, from when it is attached next. Another program has it open.
   void RefuseOpens() {
     note(StageEvent::OpenRefused);
     keyboard.Change([](KeyboardOptions& options) { options.dfuOpenError = ERROR_ACCESS_DENIED; });
   }
 
+  // A keyboard of the same kind, already in DFU mode, as one that was left so and is plugged in
+  // now.
   void AttachSecond() {
     secondCame = true;
     second.AttachInDfuMode();

@@ -22,6 +22,7 @@ u32 First(const Trouble& trouble) {
 
 // --- At a time ---
 
+// Pulled out in DFU mode it comes back in DFU mode: its firmware may be gone.
 void Unplug(Stage& stage, const Trouble& trouble) {
   if (trouble.numbers[1] != 0) {
     stage.deliveries.apart = static_cast<u32>(trouble.numbers[1]);
@@ -109,11 +110,13 @@ void AnswerNothing(Stage& stage, const Trouble&) {
 
 // --- In front of a transfer or a call ---
 
+// No device did anything; Windows only says so once more, under another path.
 void AnnounceAgain(Stage& stage, const Trouble&) {
   stage.machine().notifications.Announce(
       {CM_NOTIFY_ACTION_DEVICEINTERFACEARRIVAL, DfuModeInterfaceGuid, u"once more"});
 }
 
+// Does not return when a thread of the service does it to itself.
 void KillService(Stage& stage, const Trouble&) {
   stage.killed = true;
   stage.note(StageEvent::Ended);
@@ -340,6 +343,7 @@ const TroubleKind* FindTroubleKind(const std::string& name, FaultPlace place) {
   return found == std::end(Kinds) ? nullptr : found;
 }
 
+// A name that is not in the table is a mistake in the program.
 Trouble MakeTrouble(const char* name, FaultPlace place, u64 at, u64 first, u64 second) {
   const TroubleKind* const kind = FindTroubleKind(name, place);
   if (kind == nullptr) {

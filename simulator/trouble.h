@@ -17,6 +17,7 @@ struct Trouble {
   u64 numbers[2] = {};
 };
 
+// A row of the table: all that the rest of the proof knows of a kind. A new one needs nothing else.
 struct TroubleKind {
   const char* name;  // in a plan's text
   FaultPlace place;
@@ -52,6 +53,7 @@ Trouble MakeTrouble(const char* name, FaultPlace place, u64 at, u64 first = 0, u
 // The order of a plan: by time, and behind them those of a place.
 bool HappensBefore(const Trouble& a, const Trouble& b);
 
+// As in a plan's line, for instance "unplug@22.500s 1500".
 std::string TroubleText(const Trouble& trouble);
 
 // Empty, or why the text is not a trouble.

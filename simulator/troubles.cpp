@@ -9,7 +9,7 @@ namespace {
 // Between two notices that are turned round.
 constexpr u64 ApartMs = 40;
 
-// Takes one of what is left; whether there was any.
+// Takes one of what is left; whether there was any. Several threads may announce at once.
 bool TakeOne(std::atomic<u32>& counter) {
   u32 left = counter;
   while (left > 0 && !counter.compare_exchange_weak(left, left - 1)) {
@@ -37,6 +37,7 @@ void Troubles::Arm(const Trouble& trouble) {
   }
 }
 
+// One whose place comes only when all troubles have ended does not happen.
 void Troubles::Happen(const Trouble& trouble) {
   const TroubleKind& kind = *trouble.kind;
   if (!ended_ && (!kind.traits.needsDfuMode || stage_.keyboard.mode() == KeyboardMode::Dfu)) {
@@ -45,6 +46,8 @@ void Troubles::Happen(const Trouble& trouble) {
   }
 }
 
+// From here on the world must be as a person would find it: orders are taken back, the keyboard
+// answers, the battery is charged, and the second keyboard is gone.
 void Troubles::End(const KeyboardOptions& peace) {
   ended_ = true;
   stage_.machine().gate.ClearFailures();

@@ -11,6 +11,8 @@
 
 namespace simulator {
 
+// Kinds that need the machine's own help are handed to it in advance; the script calls for those of
+// a time when that comes.
 class Troubles {
  public:
   // The troubles must outlive it.

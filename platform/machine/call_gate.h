@@ -20,7 +20,8 @@
 
 namespace platform {
 
-// Every call of the layer that can fail or block.
+// Every call of the layer that can fail or block. Those that neither fail nor block are left out,
+// such as GetLastError and GetTickCount64: nothing could happen at them.
 #define PLATFORM_CALLS(X)               \
   X(StartServiceCtrlDispatcherW)        \
   X(RegisterServiceCtrlHandlerExW)      \
@@ -95,13 +96,16 @@ enum class Call : std::uint8_t {
 
 inline constexpr std::size_t CallCount = static_cast<std::size_t>(Call::Count);
 
+// As Windows spells it, for faults and traces.
 const char* NameOf(Call call);
 
 // The errors that Windows documents for a call's failure, in the numbers that the call itself gives
-// (last-error codes, CONFIGRET or registry results). Empty for a call that has no way to fail.
+// (last-error codes, CONFIGRET or registry results). Empty for a call that has no way to fail. The
+// likeliest comes first: sweeps take them by their index.
 const std::vector<std::uint32_t>& DocumentedErrors(Call call);
 
-// A call to which happened what was ordered for it.
+// A call to which happened what was ordered for it. A sweep learns from these whether its order was
+// met: an order for a call that never comes changes nothing, and the run proves nothing.
 struct CallTrouble {
   enum class Kind {
     Failed,  // it fails
@@ -116,13 +120,15 @@ struct CallTrouble {
   std::uint64_t untilMs;
 };
 
-// Observers are told of every call as it enters.
+// Observers are told of every call as it enters. An observer runs on the calling thread, before the
+// call does anything. Any thread.
 class CallGate : public Observers<Call> {
  public:
   explicit CallGate(Scheduler& scheduler) : scheduler_(scheduler) {}
 
   // Enters a call: 0 to go on, else the error that the call is to fail with. Called first thing by
-  // every call of the layer with none of the layer's locks held; may hand over to other threads.
+  // every call of the layer with none of the layer's locks held; may hand over to other threads. A
+  // thread of an ended process does not come back from it.
   std::uint32_t Enter(Call call);
 
   // The occurrence-th use of a call from now (1 is the next one) fails with the error; with
@@ -137,12 +143,15 @@ class CallGate : public Observers<Call> {
   // before an action for that number is run. Several orders stand side by side.
   void HoldNumber(std::uint64_t number, std::uint64_t milliseconds);
 
-  // Runs the action in front of the call with that number, on the calling thread.
+  // Runs the action in front of the call with that number, on the calling thread. Numbers count the
+  // calls of all threads together, so they name the same call in every run that is not parallel.
+  // Several actions may stand for one number; they run in the order in which they were ordered.
   void AtNumber(std::uint64_t number, std::function<void()> action);
 
   // Forgets all failures and holds that were not met or last for ever.
   void ClearFailures();
 
+  // Calls that have entered so far: in all, and of one kind.
   std::uint64_t total() const;
   std::uint64_t CountOf(Call call) const;
 
@@ -153,12 +162,14 @@ class CallGate : public Observers<Call> {
   std::uint64_t FailedOf(std::optional<Call> call = std::nullopt) const;
 
  private:
+  // A failure ordered for one call, by the number of its uses so far.
   struct Order {
     std::uint64_t occurrence;
     std::uint32_t error;
     bool fromThenOn;
   };
 
+  // What the call that has just been counted is to fail with; 0 for nothing. With the lock held.
   std::uint32_t ErrorFor(Call call);
 
   Scheduler& scheduler_;

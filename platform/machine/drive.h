@@ -16,6 +16,8 @@
 
 namespace platform {
 
+// Everything that the service finds there was put there by a script: a package in the driver store,
+// its notifier. The service only reads. Any thread.
 class Drive {
  public:
   explicit Drive(std::string hostFolder) : hostFolder_(std::move(hostFolder)) {}
@@ -23,17 +25,19 @@ class Drive {
   // --- For the script of a run ---
 
   // Where the host keeps the file or folder; empty when the path names nothing on drive C:. Parts
-  // of it need not exist.
+  // of it need not exist. Each part is spelled as the host's folder has it, whatever the case in
+  // the path.
   std::string HostPath(const std::string& path) const;
 
   // Both make the folders that are missing. False when the host refuses.
   bool MakeFolder(const std::string& path);
   bool WriteFile(const std::string& path, const void* bytes, std::size_t count);
 
-  // A file, or a folder with all that is in it.
+  // A file, or a folder with all that is in it. False when there was nothing to remove.
   bool Remove(const std::string& path);
 
-  // In units of 100 ns since 1601, as FILETIME counts.
+  // In units of 100 ns since 1601, as FILETIME counts. Only what listings tell changes: the host's
+  // file keeps its own times. The last access is shown as the last write.
   void SetTimes(const std::string& path, std::uint64_t creation, std::uint64_t lastWrite);
 
   // Entries of a lower rank are listed before those of a higher one; 0 where nothing was set.
@@ -49,6 +53,7 @@ class Drive {
   DWORD CheckFile(const std::string& path) const;
 
  private:
+  // What the host keeps otherwise or not at all.
   struct Facts {
     std::uint64_t creation;
     std::uint64_t lastWrite;

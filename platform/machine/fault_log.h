@@ -14,10 +14,13 @@ namespace platform {
 // machine they ask nothing but the time.
 class FaultLog : public Observers<std::string> {
  public:
+  // One sentence that begins with the name of the call. Callable with locks of the layer held.
   void Add(const std::string& fault);
+  // In the order in which they came.
   std::vector<std::string> All() const;
 
-  // Forgets the faults whose text holds the words, for the test that provokes them; their number.
+  // Forgets the faults whose text holds the words, for the test that provokes them; their number. A
+  // test that expects a fault which did not come gets 0, and fails on that.
   std::size_t Expect(const std::string& words);
 
  private:

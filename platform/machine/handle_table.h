@@ -20,6 +20,8 @@ namespace platform {
 
 class SimThread;
 
+// Windows has more kinds behind one type of handle than the type tells; this is what a value really
+// is.
 enum class HandleKind {
   Event,
   Mutex,
@@ -36,6 +38,7 @@ enum class HandleKind {
   EnvironmentBlock,
 };
 
+// For the sentences of faults and of what is left open.
 const char* NameOf(HandleKind kind);
 
 // What a handle stands for. Events, mutexes and threads can be waited for.
@@ -53,11 +56,14 @@ class KernelObject {
   virtual bool wasAbandoned() const { return false; }
 };
 
+// What is open at the moment. Who looks for leaks compares two of these lists, or counts by kind.
 struct OpenHandle {
   void* value;
   HandleKind kind;
 };
 
+// Windows reuses values quickly, and then a second close hits somebody else's object and nobody
+// notices at the time. That is why this table does not. Any thread.
 class HandleTable {
  public:
   explicit HandleTable(FaultLog& faults) : faults_(faults) {}
@@ -77,7 +83,8 @@ class HandleTable {
     return std::static_pointer_cast<T>(Find(handle, T::Kind, call));
   }
 
-  // Any object that a thread can wait for.
+  // Any object that a thread can wait for. Null, with a fault as for Find, for a closed handle or
+  // one of a kind that is never signalled.
   std::shared_ptr<KernelObject> GetWaitable(const void* handle, const char* call);
 
   // False when there was nothing to close, with a fault as for Find.
@@ -86,20 +93,25 @@ class HandleTable {
   // CloseHandle's half: closes a handle of any kind that CloseHandle closes.
   bool CloseAny(const void* handle, const char* call);
 
+  // The second counts those that are open now; the other two count all that ever were, so that a
+  // test can hold the one against the other.
   std::vector<OpenHandle> OpenHandles() const;
   std::size_t OpenCount(HandleKind kind) const;
   std::uint64_t OpenedEver(HandleKind kind) const;
   std::uint64_t ClosedEver(HandleKind kind) const;
 
-  // Gives out the value closed last again, as a busy system would.
+  // Gives out the value closed last again, as a busy system would. With it a handle that is used
+  // after its close hits another object, as it may on Windows, where the table can no longer tell.
   void RecycleValues(bool recycle);
 
  private:
+  // Entries are never removed, so a use after the close can name what the handle was.
   struct Entry {
     HandleKind kind;
     std::shared_ptr<KernelObject> object;  // null once closed
   };
 
+  // The private half works with the lock held, except Add, which takes it.
   void* Add(HandleKind kind, std::shared_ptr<KernelObject> object);
   Entry* FindOpen(const void* handle, const char* call);
   Entry* FindOfKind(const void* handle, HandleKind kind, const char* call);

@@ -11,12 +11,15 @@
 
 namespace platform {
 
+// The one heap that GetProcessHeap names. Other heaps are not modelled. Any thread.
 class Heap {
  public:
   explicit Heap(FaultLog& faults) : faults_(faults) {}
 
   // --- For the script of a run ---
 
+  // Blocks that are allocated now. At the end of a life there should be as many as at its quiet
+  // moments.
   std::size_t OpenBlocks() const;
 
   // --- For the calls of the layer ---

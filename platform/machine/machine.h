@@ -29,15 +29,20 @@
 
 namespace platform {
 
+// What cannot be changed once the machine is on.
 struct MachineOptions {
   SchedulerOptions scheduler;
   std::string driveFolder;  // the host folder that is the machine's drive C:
 };
 
+// The parts are open: a script and the calls of the layer go to them directly. Each has a lock of
+// its own, and none of them is held while the service or an observer is called, but for faults.
 class Machine {
  public:
   explicit Machine(const MachineOptions& options);
 
+  // Time and threads come first, because the others are built on them; faults next, because the
+  // others report theirs there.
   Scheduler scheduler;
   FaultLog faults;
   HandleTable handles;
@@ -74,7 +79,7 @@ class Machine {
 // process.
 Machine& SwitchOnMachine(const MachineOptions& options);
 
-// The machine that is on.
+// The machine that is on. Ends the host process with a message when there is none.
 Machine& TheMachine();
 
 }  // namespace platform

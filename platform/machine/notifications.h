@@ -23,6 +23,7 @@
 
 namespace platform {
 
+// An interface that came or left; or what else a script wants the service to be told.
 struct Notice {
   CM_NOTIFY_ACTION action = CM_NOTIFY_ACTION_DEVICEINTERFACEARRIVAL;
   GUID classGuid{};
@@ -41,14 +42,17 @@ struct NoticeEvent {
   Notice notice;
 };
 
-// What becomes of a notice: dropped (0 times), delivered late, delivered twice.
+// What becomes of a notice: dropped (0 times), delivered late, delivered twice. Windows loses and
+// doubles notices when a hub resets or the system wakes, and is slow when it is busy. The service
+// must live with all of it.
 struct DeliveryPlan {
   unsigned times = 1;
   std::uint64_t delayMs = 0;  // later notices that share its thread wait behind it
   bool ownThread = false;     // each of its times
 };
 
-// The object behind an HCMNOTIFICATION.
+// The object behind an HCMNOTIFICATION. Made by CM_Register_Notification and kept for the rest of
+// the process, since nobody ever takes one back.
 class NotificationRegistration : public KernelObject {
  public:
   static constexpr HandleKind Kind = HandleKind::Notification;
@@ -69,6 +73,8 @@ class NotificationRegistration : public KernelObject {
   std::deque<Waiting> queue_;  // guarded by the scheduler's lock
 };
 
+// Any thread may announce. What is announced before somebody registers is lost to him, as on
+// Windows: he has to look for himself what is there already.
 class NotificationCenter {
  public:
   explicit NotificationCenter(Scheduler& scheduler) : scheduler_(scheduler) {}
@@ -78,20 +84,24 @@ class NotificationCenter {
 
   // Queues the notice for every registration of its class. Returns before it is delivered. A script
   // may announce what did not happen to any device, for instance a
-  // CM_NOTIFY_ACTION_DEVICEQUERYREMOVE.
+  // CM_NOTIFY_ACTION_DEVICEQUERYREMOVE. The same notice may be on its way to several callbacks at
+  // once. Windows promises an order within one registration only.
   void Announce(const Notice& notice);
 
   // Asked once for each notice, on the announcing thread; null delivers all of them at once.
   void PlanDeliveries(std::function<DeliveryPlan(const Notice&)> planner);
 
+  // What became of every notice, for traces and judges.
   RecordLog<NoticeEvent> events;
 
  private:
   using Waiting = NotificationRegistration::Waiting;
 
+  // Queues it, or starts its threads.
   void Pass(const std::shared_ptr<NotificationRegistration>& registration, const Waiting& waiting,
             const DeliveryPlan& plan);
   [[noreturn]] void DeliverForEver(NotificationRegistration& registration);
+  // Waits for the notice's time, and calls back.
   void Deliver(const NotificationRegistration& registration, const Waiting& waiting);
   void Note(NoticeStage stage, std::uint64_t number, const Notice& notice);
 

@@ -18,6 +18,8 @@ struct PowerReading {
   std::optional<BYTE> percent;  // as the caller was told; empty: the call failed
 };
 
+// Windows tells a charge in whole percent and a flag for its rough level. A tablet without a
+// battery, or whose driver does not answer, tells 255. Any thread.
 class Power {
  public:
   // 0 to 100; 255 when the machine cannot tell.
@@ -26,6 +28,7 @@ class Power {
   // On battery, as Windows reports it.
   SYSTEM_POWER_STATUS Status() const;
 
+  // Every time that the service asked.
   RecordLog<PowerReading> readings;
 
  private:

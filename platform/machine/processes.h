@@ -16,6 +16,8 @@
 
 namespace platform {
 
+// What Windows tells about one of them. Those that the service must not open, such as protected
+// ones, are listed like the others.
 struct Process {
   DWORD id = 0;
   std::u16string moduleName;  // of its first module, such as u"explorer.exe"
@@ -24,7 +26,8 @@ struct Process {
   bool holdsDebugPrivilege = false;  // whether its token has "SeDebugPrivilege" to enable
 };
 
-// One start of a program, as the service asked for it.
+// One start of a program, as the service asked for it. A record and not a process: the notifier
+// shows its word and ends, so what counts is how it was called, for whom and when.
 struct LaunchedProcess {
   std::u16string imagePath;
   std::u16string commandLine;
@@ -37,6 +40,8 @@ struct LaunchedProcess {
   std::uint32_t threadId = 0;  // of the thread that started it
 };
 
+// The object behind a process handle. It keeps its copy when the process has ended, as a handle
+// keeps the process on Windows.
 class OpenProcessObject : public KernelObject {
  public:
   static constexpr HandleKind Kind = HandleKind::Process;
@@ -51,6 +56,8 @@ class OpenProcessObject : public KernelObject {
 // Every right that a token has.
 inline constexpr DWORD AllTokenRights = 0xF01FF;
 
+// The object behind a token handle: who a program runs as. Of a user's token only the session and
+// one privilege matter here.
 class TokenObject : public KernelObject {
  public:
   static constexpr HandleKind Kind = HandleKind::Token;
@@ -73,16 +80,20 @@ class TokenObject : public KernelObject {
   bool debugPrivilegeEnabled = false;
 };
 
+// The block of variables that a user's programs start with. It is counted like a handle because it
+// has to be given back.
 class EnvironmentObject : public KernelObject {
  public:
   static constexpr HandleKind Kind = HandleKind::EnvironmentBlock;
 };
 
+// Any thread.
 class ProcessTable {
  public:
   // --- For the script of a run ---
 
-  // Adds a process at the end of the list.
+  // Adds a process at the end of the list. The order counts: a caller that takes the first program
+  // with a name takes the one added first.
   void Add(const Process& process);
   void Remove(DWORD id);
 
@@ -90,10 +101,12 @@ class ProcessTable {
 
   // --- For the calls of the layer ---
 
+  // Nothing when no such process runs now: it may have ended since it was listed.
   std::optional<Process> Find(DWORD id) const;
   std::vector<DWORD> Ids() const;
 
-  // The new process's id.
+  // The new process's id. Ids of started programs are multiples of four, as Windows' are, and far
+  // above those of a script.
   DWORD Launch(const LaunchedProcess& launch);
 
  private:

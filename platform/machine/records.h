@@ -34,6 +34,7 @@ class Observers {
     return place;
   }
 
+  // One that is let go meanwhile may still be told this record, on another thread.
   void Tell(const Record& record) {
     std::shared_ptr<const Places> places;
     {
@@ -58,6 +59,7 @@ class Observers {
 
 // The same, and keeps the records for who asks later.
 template <class Record>
+// For what comes seldom enough to be kept: a life of the service has a few hundred of them.
 class RecordLog : public Observers<Record> {
  public:
   void Add(const Record& record) {
@@ -68,6 +70,7 @@ class RecordLog : public Observers<Record> {
     this->Tell(record);
   }
 
+  // A copy, so that nobody holds the lock while he looks.
   std::vector<Record> All() const {
     const std::scoped_lock lock(lock_);
     return records_;

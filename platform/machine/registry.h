@@ -18,11 +18,14 @@
 
 namespace platform {
 
+// A value's bytes as they are stored. Whether a string ends in a NUL is up to who wrote it, and
+// Windows' reading calls differ in what they make of one that does not.
 struct RegistryValue {
   DWORD type = REG_NONE;
   std::vector<BYTE> bytes;
 };
 
+// Guarded by the registry's lock. Handles and parents share it.
 struct RegistryKeyNode {
   std::u16string name;
   std::map<std::u16string, std::shared_ptr<RegistryKeyNode>> subkeys;  // by upper-case name
@@ -42,10 +45,12 @@ class OpenRegistryKey : public KernelObject {
   const Access access;
 };
 
+// Who is logged on stands there, and where the service looks for it. Any thread.
 class Registry {
  public:
   // --- For the script of a run; paths are relative to HKEY_LOCAL_MACHINE ---
 
+  // Makes the keys on the way, too; removing one removes all below it.
   void MakeKey(std::u16string_view path);
   void RemoveKey(std::u16string_view path);
 
@@ -60,7 +65,10 @@ class Registry {
   std::shared_ptr<RegistryKeyNode> Find(const std::shared_ptr<RegistryKeyNode>& from,
                                         std::u16string_view path) const;
 
+  // Asked on each use of a handle: Windows refuses a deleted key with an error of its own, not as
+  // missing.
   bool IsDeleted(const RegistryKeyNode& key) const;
+  // As they were spelled when they were made.
   std::vector<std::u16string> SubkeyNames(const RegistryKeyNode& key) const;
 
   // False when the key has no such value.

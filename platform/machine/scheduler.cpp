@@ -58,6 +58,7 @@ std::uint64_t Scheduler::NowMs() const {
   return nowMs_;
 }
 
+// A run that is judged wants a sentence in its report rather than a dead process.
 void Scheduler::OnStuck(std::function<void(const std::string&)> handler) {
   const Lock lock(lock_);
   onStuck_ = std::move(handler);

@@ -23,8 +23,11 @@ namespace platform {
 
 inline constexpr std::uint64_t NoDeadline = ~std::uint64_t{0};
 
+// Serial runs repeat, parallel ones do not. The service must not be able to tell them apart.
 enum class SchedulerMode { Serial, Parallel };
 
+// A run is told by these three and by what its script does: the same ones give the same run, except
+// in parallel mode.
 struct SchedulerOptions {
   SchedulerMode mode = SchedulerMode::Serial;
   std::uint64_t seed = 0;  // 0: in order
@@ -35,6 +38,7 @@ struct SchedulerOptions {
 // again; the machine's own (the keyboard, the script of a run) go on.
 enum class ThreadOwner { Service, Machine };
 
+// A thread of the machine, alive or ended. Handles keep it after its end, for its exit code.
 class SimThread : public std::enable_shared_from_this<SimThread> {
  public:
   std::uint32_t id() const { return id_; }
@@ -59,11 +63,14 @@ class SimThread : public std::enable_shared_from_this<SimThread> {
   std::condition_variable wake_;
 };
 
+// Windows would run all of these threads at once, on several processors. One at a time finds the
+// same faults where the service shares something across its calls, and finds them again.
 class Scheduler {
  public:
   explicit Scheduler(const SchedulerOptions& options);
 
-  // Milliseconds of virtual time since the machine was switched on.
+  // Milliseconds of virtual time since the machine was switched on. It never runs back, and does
+  // not move while the calling thread runs.
   std::uint64_t NowMs() const;
 
   // Makes the calling host thread a thread of the machine. Once per host thread, before it calls
@@ -75,7 +82,8 @@ class Scheduler {
   std::shared_ptr<SimThread> Spawn(const std::string& name, ThreadOwner owner, bool suspended,
                                    std::function<std::uint32_t()> body);
 
-  // Lets a suspended thread run; true when it was suspended.
+  // Lets a suspended thread run; true when it was suspended. Whoever was never suspended, or is
+  // resumed a second time, is left alone.
   bool Resume(SimThread& thread);
 
   // Ends the calling thread with the exit code, skipping the destructors of its frames.
@@ -104,11 +112,13 @@ class Scheduler {
   void Update(const std::function<void()>& change);
 
   // From now on no thread of the service runs. The call returns when called by a thread of the
-  // machine, and never when called by one of the service.
+  // machine, and never when called by one of the service. Handles, heap blocks and files of the
+  // process stay as they are, for who looks at what is left.
   void EndServiceProcess();
 
   // Called with a sentence when no thread can ever run again or time stands still although threads
-  // run; by default it ends the host process with exit code 3.
+  // run; by default it ends the host process with exit code 3. The handler runs with the
+  // scheduler's lock held, on the thread that found out: it must ask nothing of the machine.
   void OnStuck(std::function<void(const std::string&)> handler);
 
   // The thread of the machine that the calling host thread is; null when it is none.
@@ -120,15 +130,22 @@ class Scheduler {
   void HostThreadMain(std::shared_ptr<SimThread> thread,
                       const std::function<std::uint32_t()>& body);
   void BlockCurrent(Lock& lock, SimThread& self);
+  // The private half works with the lock held, except HostThreadMain.
   void Dispatch();
   std::vector<SimThread*> Waiting() const;
+  // Lets the blocked threads take what they wait for, the longest waiting first.
   void ServeWaiting();
   SimThread* PickNext();
+  // Whether the thread can run now; then it has what it waited for, or knows that its time is up.
   bool TakeIfEligible(SimThread& thread);
+  // In a paced run the host sleeps for the time in between, with the lock held: nobody could run
+  // anyway.
   bool AdvanceTime();
   void LetRun(SimThread& thread);
   std::uint64_t NextRandom();
+  // Finds runs in which time stands still although threads run.
   void CountPass();
+  // A line for each thread that has not ended.
   std::string Describe() const;
   [[noreturn]] void Stuck(const std::string& why);
 

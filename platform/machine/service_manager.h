@@ -14,11 +14,13 @@
 
 namespace platform {
 
+// One SetServiceStatus, as the service filled it in. The manager believes all of it.
 struct StatusReport {
   SERVICE_STATUS status;
   std::uint64_t timeMs;
 };
 
+// What the handler returned for a control. Windows shows an error to who sent it.
 struct ControlAnswer {
   DWORD control;
   DWORD result;
@@ -34,6 +36,8 @@ class ServiceRegistration : public KernelObject {
   LPVOID context = nullptr;
 };
 
+// Windows' manager is a process of its own, and talks to the service through the dispatcher's
+// thread. Any thread may send or report.
 class ServiceManager {
  public:
   explicit ServiceManager(Scheduler& scheduler) : scheduler_(scheduler) {}
@@ -45,7 +49,8 @@ class ServiceManager {
 
   // Queues a control. The dispatcher hands it to the handler, on the process's main thread, as soon
   // as the service has registered one and reported for the first time: before that Windows takes no
-  // control for it.
+  // control for it. Windows asks the service beforehand which controls it takes. Here every one is
+  // delivered, because the handler has to bear those that nobody announced.
   void SendControl(DWORD control);
 
   RecordLog<StatusReport> reports;
@@ -54,9 +59,12 @@ class ServiceManager {
   // --- For the calls of the layer ---
 
   // Runs the service's entry on a thread of its own and hands over controls until the service has
-  // reported that it is stopped. False when the manager did not start the process.
+  // reported that it is stopped. False when the manager did not start the process. It returns, too,
+  // when the entry ends without a report. Controls that are still queued are dropped then.
   bool Dispatch(const SERVICE_TABLE_ENTRYW& entry);
 
+  // The service's handler, and its statuses. A later registration takes the place of an earlier
+  // one.
   void Register(std::shared_ptr<ServiceRegistration> registration);
   void Report(const SERVICE_STATUS& status);
 

@@ -9,6 +9,8 @@
 
 namespace platform {
 
+// A manual-reset event stays signalled until it is reset, and lets all go; the other kind lets one
+// go and is reset by that.
 class EventObject : public KernelObject {
  public:
   static constexpr HandleKind Kind = HandleKind::Event;
@@ -16,6 +18,7 @@ class EventObject : public KernelObject {
   EventObject(bool manualReset, bool signalled)
       : signalled_(signalled), manualReset_(manualReset) {}
 
+  // Both only within Scheduler::Update, which lets the waiting go.
   void Set() { signalled_ = true; }
   void Reset() { signalled_ = false; }
 
@@ -30,7 +33,8 @@ class EventObject : public KernelObject {
 };
 
 // Taken again by its owner as often as it likes, released as often. Whoever takes it after an owner
-// that ended without releasing it is told so.
+// that ended without releasing it is told so. Unlike a critical section it has an owner that other
+// threads can see end.
 class MutexObject : public KernelObject {
  public:
   static constexpr HandleKind Kind = HandleKind::Mutex;
@@ -53,7 +57,8 @@ class MutexObject : public KernelObject {
 
   bool wasAbandoned() const override { return wasAbandoned_; }
 
-  // False when the thread does not own it.
+  // False when the thread does not own it. The last of as many releases as it was taken gives it
+  // free.
   bool Release(const SimThread& thread) {
     if (owner_.get() != &thread) {
       return false;
@@ -70,6 +75,8 @@ class MutexObject : public KernelObject {
   bool wasAbandoned_ = false;
 };
 
+// Signalled for good once the thread has ended. The handle does not keep the thread running, nor
+// does closing it end the thread.
 class ThreadObject : public KernelObject {
  public:
   static constexpr HandleKind Kind = HandleKind::Thread;

@@ -15,7 +15,8 @@
 
 namespace platform {
 
-// One transfer. HID requests stand in it as the control transfers that they are on the wire.
+// One transfer. HID requests stand in it as the control transfers that they are on the wire. A
+// refused or lost transfer is on record like the others: what counts is that it was tried.
 struct TransferRecord {
   std::uint64_t number = 0;  // of the run, from 1
   std::uint64_t startMs = 0;
@@ -34,6 +35,7 @@ class TransferLog : public Observers<TransferRecord> {
   // Runs the action in front of the transfer with that number of the run, on the calling thread.
   void AtTransfer(std::uint64_t number, std::function<void()> action);
 
+  // How many have begun so far, those under way included.
   std::uint64_t total() const;
 
   // For the wire: numbers the record and runs what was ordered for it.

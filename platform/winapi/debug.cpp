@@ -9,6 +9,7 @@ using platform::TheMachine;
 
 namespace {
 
+// Each thread has its own, as on Windows. A call that succeeds leaves it as it was.
 thread_local DWORD lastError = ERROR_SUCCESS;
 
 }  // namespace

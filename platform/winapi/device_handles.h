@@ -10,7 +10,10 @@
 namespace platform {
 
 // The opened device. Null, with the last error set, when the handle is none or names a file on the
-// drive: a stream of the service is a file handle, too.
+// drive: a stream of the service is a file handle, too. Which driver the device has is the caller's
+// next question: a HID call on a WinUSB device fails as it does on Windows, with
+// ERROR_INVALID_FUNCTION. The device stays usable to the call while it holds the pointer, even when
+// the service closes the handle meanwhile.
 inline std::shared_ptr<DeviceFile> GetDeviceFile(HANDLE handle, const PlatformCall& call) {
   const std::shared_ptr<KernelObject> object =
       TheMachine().handles.Find(handle, HandleKind::File, call.name());

@@ -24,6 +24,7 @@ namespace {
 // The node above all devices; it has no interface and no description.
 constexpr DEVINST RootNode = 1;
 
+// These calls return a CONFIGRET of their own numbering and leave the last error alone.
 class ConfigCall : public StatusCall<CONFIGRET> {
  public:
   explicit ConfigCall(Call call) : StatusCall(call, CR_CALL_NOT_IMPLEMENTED) {}
@@ -38,6 +39,7 @@ ULONG ListChars(const std::vector<std::u16string>& paths) {
   return static_cast<ULONG>(chars);
 }
 
+// Present only or all that were ever there; the two flags cannot be mixed.
 bool IsListFlag(ULONG flags) {
   return flags == CM_GET_DEVICE_INTERFACE_LIST_PRESENT ||
          flags == CM_GET_DEVICE_INTERFACE_LIST_ALL_DEVICES;
@@ -64,6 +66,8 @@ bool SameKey(const DEVPROPKEY& left, const DEVPROPKEY& right) {
 
 }  // namespace
 
+// The room for a list of nothing is one character. A device may come before the list is read, and
+// then that call finds its buffer too small.
 CONFIGRET WINAPI CM_Get_Device_Interface_List_SizeW(PULONG pulLen, LPGUID InterfaceClassGuid,
                                                     DEVINSTID_W pDeviceID, ULONG ulFlags) {
   const ConfigCall call(Call::CM_Get_Device_Interface_List_SizeW);
@@ -81,6 +85,7 @@ CONFIGRET WINAPI CM_Get_Device_Interface_List_SizeW(PULONG pulLen, LPGUID Interf
   return CR_SUCCESS;
 }
 
+// Nothing is written when the list does not fit.
 CONFIGRET WINAPI CM_Get_Device_Interface_ListW(LPGUID InterfaceClassGuid, DEVINSTID_W pDeviceID,
                                                PWCHAR Buffer, ULONG BufferLen, ULONG ulFlags) {
   const ConfigCall call(Call::CM_Get_Device_Interface_ListW);
@@ -106,6 +111,8 @@ CONFIGRET WINAPI CM_Get_Device_Interface_ListW(LPGUID InterfaceClassGuid, DEVINS
   return CR_SUCCESS;
 }
 
+// An interface is known by its path for as long as Windows knows the device, also when it has left.
+// Sizes are in bytes here, where the lists count characters.
 CONFIGRET WINAPI CM_Get_Device_Interface_PropertyW(LPCWSTR pszDeviceInterface,
                                                    const DEVPROPKEY* PropertyKey,
                                                    DEVPROPTYPE* PropertyType, PBYTE PropertyBuffer,
@@ -134,6 +141,8 @@ CONFIGRET WINAPI CM_Get_Device_Interface_PropertyW(LPCWSTR pszDeviceInterface,
   return CopyText(node->instanceId, PropertyBuffer, *PropertyBufferSize);
 }
 
+// With this flag a device is found whether it is plugged in or not. No id at all stands for the
+// root of the tree.
 CONFIGRET WINAPI CM_Locate_DevNodeW(PDEVINST pdnDevInst, DEVINSTID_W pDeviceID, ULONG ulFlags) {
   const ConfigCall call(Call::CM_Locate_DevNodeW);
   if (call.fails()) {
@@ -157,6 +166,7 @@ CONFIGRET WINAPI CM_Locate_DevNodeW(PDEVINST pdnDevInst, DEVINSTID_W pDeviceID, 
   return CR_SUCCESS;
 }
 
+// The older family of properties: numbered, with the registry's types, and sizes in bytes.
 CONFIGRET WINAPI CM_Get_DevNode_Registry_PropertyW(DEVINST dnDevInst, ULONG ulProperty,
                                                    PULONG pulRegDataType, PVOID Buffer,
                                                    PULONG pulLength, ULONG ulFlags) {
@@ -184,6 +194,8 @@ CONFIGRET WINAPI CM_Get_DevNode_Registry_PropertyW(DEVINST dnDevInst, ULONG ulPr
   return CopyText(*node->description, Buffer, *pulLength);
 }
 
+// A filter of another size comes from a caller with another idea of the record. The handle is there
+// before the first callback, which is given it.
 CONFIGRET WINAPI CM_Register_Notification(PCM_NOTIFY_FILTER pFilter, PVOID pContext,
                                           PCM_NOTIFY_CALLBACK pCallback,
                                           PHCMNOTIFICATION pNotifyContext) {

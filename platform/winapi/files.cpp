@@ -47,6 +47,8 @@ class FileObject : public KernelObject {
   static constexpr HandleKind Kind = HandleKind::File;
 };
 
+// What stands behind the C library's stream. The handle makes one that is left open show at the
+// end.
 struct Stream {
   int descriptor;
   void* handle;
@@ -61,6 +63,7 @@ ssize_t ReadStream(void* cookie, char* buffer, std::size_t bytes) {
   return read(static_cast<Stream*>(cookie)->descriptor, buffer, bytes);
 }
 
+// Seeking asks nothing of the drive, so no order can make it fail.
 int SeekStream(void* cookie, off64_t* position, int whence) {
   const off64_t reached = lseek64(static_cast<Stream*>(cookie)->descriptor, *position, whence);
   if (reached < 0) {
@@ -106,12 +109,15 @@ HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwSha
   return TheMachine().handles.Open(std::move(device));
 }
 
+// Windows fails for a handle that is none, and under a debugger it stops there. Here it is a fault.
 BOOL WINAPI CloseHandle(HANDLE hObject) {
   const SureCall call(Call::CloseHandle);
   const bool closed = TheMachine().handles.CloseAny(hObject, call.name());
   return closed ? TRUE : call.Fail(ERROR_INVALID_HANDLE);
 }
 
+// The first entry comes with the handle. A path that ends in a backslash is passed on, and fails as
+// on Windows: there is no name to look for.
 HANDLE WINAPI FindFirstFileA(LPCSTR lpFileName, LPWIN32_FIND_DATAA lpFindFileData) {
   const LastErrorCall<HANDLE> call(Call::FindFirstFileA, INVALID_HANDLE_VALUE);
   if (call.fails()) {
@@ -130,6 +136,7 @@ HANDLE WINAPI FindFirstFileA(LPCSTR lpFileName, LPWIN32_FIND_DATAA lpFindFileDat
   return TheMachine().handles.Open(search);
 }
 
+// The record stays as it was when there are no more.
 BOOL WINAPI FindNextFileA(HANDLE hFindFile, LPWIN32_FIND_DATAA lpFindFileData) {
   const LastErrorCall<BOOL> call(Call::FindNextFileA);
   if (call.fails()) {
@@ -152,6 +159,7 @@ BOOL WINAPI FindClose(HANDLE hFindFile) {
   return call.Close<SearchObject>(hFindFile) ? TRUE : call.Fail(ERROR_INVALID_HANDLE);
 }
 
+// Cannot fail or block, so it has no place among the calls of the gate.
 LONG WINAPI CompareFileTime(const FILETIME* lpFileTime1, const FILETIME* lpFileTime2) {
   const auto whole = [](const FILETIME& time) {
     return ULONGLONG{time.dwHighDateTime} << 32 | time.dwLowDateTime;
@@ -161,6 +169,8 @@ LONG WINAPI CompareFileTime(const FILETIME* lpFileTime1, const FILETIME* lpFileT
   return first < second ? -1 : first > second ? 1 : 0;
 }
 
+// The stream reads through the gate each time that its buffer is empty, so that a drive can fail in
+// the midst of a file.
 std::FILE* OpenBinaryFile(const char* path) {
   if (PlatformCall(Call::OpenBinaryFile).fails()) {
     errno = EACCES;

@@ -27,6 +27,7 @@ namespace {
 // Longer buffers for a string are refused by the drivers below.
 constexpr ULONG LongestStringBytes = 4093;
 
+// Windows hands out an opaque block. Here it is a handle, so that one that is not freed shows.
 class PreparsedObject : public KernelObject {
  public:
   static constexpr HandleKind Kind = HandleKind::PreparsedData;
@@ -81,6 +82,7 @@ void NTAPI HidD_GetHidGuid(LPGUID HidGuid) {
   *HidGuid = platform::HidInterfaceGuid;
 }
 
+// The caller fills in Size beforehand; a wrong one is refused by some versions of Windows only.
 BOOLEAN NTAPI HidD_GetAttributes(HANDLE HidDeviceObject, PHIDD_ATTRIBUTES Attributes) {
   const LastErrorCall<BOOLEAN> call(Call::HidD_GetAttributes);
   if (call.fails()) {
@@ -123,6 +125,7 @@ BOOLEAN NTAPI HidD_FreePreparsedData(PHIDP_PREPARSED_DATA PreparsedData) {
   return TRUE;
 }
 
+// Only a parser: it asks no device and sets no last error.
 NTSTATUS NTAPI HidP_GetCaps(PHIDP_PREPARSED_DATA PreparsedData, PHIDP_CAPS Capabilities) {
   const PlatformCall call(Call::HidP_GetCaps);
   if (call.fails()) {
@@ -141,6 +144,7 @@ NTSTATUS NTAPI HidP_GetCaps(PHIDP_PREPARSED_DATA PreparsedData, PHIDP_CAPS Capab
   return HIDP_STATUS_SUCCESS;
 }
 
+// The string is read from the device every time, which takes time and can fail.
 BOOLEAN NTAPI HidD_GetProductString(HANDLE HidDeviceObject, PVOID Buffer, ULONG BufferLength) {
   const LastErrorCall<BOOLEAN> call(Call::HidD_GetProductString);
   if (call.fails()) {
@@ -174,6 +178,7 @@ BOOLEAN NTAPI HidD_GetProductString(HANDLE HidDeviceObject, PVOID Buffer, ULONG 
   return TRUE;
 }
 
+// Goes over the control pipe. What the buffer holds beyond the report's length is not sent.
 BOOLEAN NTAPI HidD_SetOutputReport(HANDLE HidDeviceObject, PVOID ReportBuffer,
                                    ULONG ReportBufferLength) {
   const LastErrorCall<BOOLEAN> call(Call::HidD_SetOutputReport);

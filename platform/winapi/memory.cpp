@@ -33,6 +33,7 @@ LPVOID WINAPI HeapAlloc(HANDLE hHeap, DWORD dwFlags, SIZE_T dwBytes) {
   return TheMachine().heap.Allocate(dwBytes, (dwFlags & HEAP_ZERO_MEMORY) != 0);
 }
 
+// Windows lets null pass or not, depending on its version; here it is a fault.
 BOOL WINAPI HeapFree(HANDLE hHeap, DWORD dwFlags, LPVOID lpMem) {
   const SureCall call(Call::HeapFree);
   if (hHeap != &processHeap || dwFlags != 0) {

@@ -17,6 +17,7 @@ namespace platform {
 // For a call that has a way of its own to report errors.
 class PlatformCall {
  public:
+  // Takes the call's name for its faults, and its turn: other threads may run before it returns.
   explicit PlatformCall(Call call)
       : name_(NameOf(call)), orderedError_(TheMachine().gate.Enter(call)) {}
 
@@ -49,6 +50,7 @@ class PlatformCall {
     return TheMachine().handles.Close(handle, T::Kind, name_);
   }
 
+  // As Windows spells it.
   const char* name() const { return name_; }
 
  private:
@@ -59,16 +61,20 @@ class PlatformCall {
 // For a call that sets the last error and returns a value that says no more than "failed": FALSE,
 // null, or another one given here.
 template <class Result>
+// Nearly all calls are of this kind.
 class LastErrorCall : public PlatformCall {
  public:
   explicit LastErrorCall(Call call, Result failed = {}) : PlatformCall(call), failed_(failed) {}
 
+  // Sets the last error and returns the value that stands for failure: for the error that the call
+  // itself finds, and for the one that was ordered.
   Result Fail(DWORD error) const {
     SetLastError(error);
     return failed_;
   }
   Result Fail() const { return Fail(orderedError()); }
 
+  // What the layer does not model: see NoteRefusal.
   Result Refuse(const std::string& what) const {
     NoteRefusal(what);
     return failed_;
@@ -80,6 +86,7 @@ class LastErrorCall : public PlatformCall {
 
 // For a call that returns its error and leaves the last error alone.
 template <class Status>
+// The registry and the Configuration Manager.
 class StatusCall : public PlatformCall {
  public:
   // notSupported is what a refusal returns.
@@ -101,6 +108,7 @@ class StatusCall : public PlatformCall {
 // on.
 class SureCall : public LastErrorCall<BOOL> {
  public:
+  // Fail still tells of wrong arguments, such as a handle that is none.
   explicit SureCall(Call call) : LastErrorCall(call) {
     if (fails()) {
       AddFault("its failure is not modelled");

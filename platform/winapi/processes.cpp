@@ -103,6 +103,7 @@ BOOL WINAPI K32EnumProcesses(DWORD* lpidProcess, DWORD cb, LPDWORD lpcbNeeded) {
   return TRUE;
 }
 
+// Process 0 is the idle process, which Windows treats as a wrong parameter.
 HANDLE WINAPI OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle, DWORD dwProcessId) {
   const LastErrorCall<HANDLE> call(Call::OpenProcess);
   if (call.fails()) {
@@ -270,6 +271,7 @@ BOOL WINAPI CreateEnvironmentBlock(LPVOID* lpEnvironment, HANDLE hToken, BOOL bI
   return TRUE;
 }
 
+// The started program has a copy: the block may go as soon as the launch has returned.
 BOOL WINAPI DestroyEnvironmentBlock(LPVOID lpEnvironment) {
   const LastErrorCall<BOOL> call(Call::DestroyEnvironmentBlock);
   if (call.fails()) {

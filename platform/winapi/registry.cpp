@@ -103,6 +103,7 @@ LSTATUS WINAPI RegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD ulOptions, REGSA
   return ERROR_SUCCESS;
 }
 
+// The predefined keys may be closed, and stay open.
 LSTATUS WINAPI RegCloseKey(HKEY hKey) {
   const SureCall call(Call::RegCloseKey);
   if (hKey == HKEY_LOCAL_MACHINE) {
@@ -111,6 +112,7 @@ LSTATUS WINAPI RegCloseKey(HKEY hKey) {
   return call.Close<OpenRegistryKey>(hKey) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
 }
 
+// Every result is optional.
 LSTATUS WINAPI RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD lpcchClass, LPDWORD lpReserved,
                                 LPDWORD lpcSubKeys, LPDWORD lpcbMaxSubKeyLen,
                                 LPDWORD lpcbMaxClassLen, LPDWORD lpcValues,

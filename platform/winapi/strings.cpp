@@ -37,6 +37,7 @@ int ConvertAll(const LastErrorCall<int>& call, const Source* source, int sourceC
 
 }  // namespace
 
+// No byte is invalid in this code page, so MB_ERR_INVALID_CHARS would have nothing to find.
 int WINAPI MultiByteToWideChar(UINT CodePage, DWORD dwFlags, LPCCH lpMultiByteStr, int cbMultiByte,
                                LPWSTR lpWideCharStr, int cchWideChar) {
   const LastErrorCall<int> call(Call::MultiByteToWideChar);

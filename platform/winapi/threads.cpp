@@ -23,7 +23,8 @@ using platform::ThreadOwner;
 
 namespace {
 
-// Waits as the scheduler does, and tells of it when it was for some time.
+// Waits as the scheduler does, and tells of it when it was for some time. INFINITE is a number of
+// milliseconds like others for the type, 49 days long.
 void WaitFor(const std::function<bool()>& tryTake, DWORD milliseconds) {
   platform::Machine& machine = TheMachine();
   const std::uint64_t start = machine.scheduler.NowMs();
@@ -35,6 +36,7 @@ void WaitFor(const std::function<bool()>& tryTake, DWORD milliseconds) {
   }
 }
 
+// Under the scheduler's lock, which lets go whoever the event lets go.
 BOOL ChangeEvent(HANDLE handle, void (EventObject::*change)(), const SureCall& call) {
   const auto event = call.Get<EventObject>(handle);
   if (event == nullptr) {
@@ -78,6 +80,7 @@ DWORD WaitForAny(const HANDLE* handles, DWORD count, DWORD milliseconds,
 
 }  // namespace
 
+// The thread's id is written before the thread can look for it.
 HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES lpThreadAttributes, SIZE_T dwStackSize,
                            LPTHREAD_START_ROUTINE lpStartAddress, LPVOID lpParameter,
                            DWORD dwCreationFlags, LPDWORD lpThreadId) {
@@ -127,11 +130,13 @@ BOOL WINAPI SetThreadPriority(HANDLE hThread, int nPriority) {
   return TRUE;
 }
 
+// The mutexes of the thread are abandoned. Whoever takes one of them next is told so.
 void WINAPI ExitThread(DWORD dwExitCode) {
   const SureCall call(Call::ExitThread);
   TheMachine().scheduler.ExitCurrentThread(dwExitCode);
 }
 
+// A thread that ends with 259 looks as if it ran: Windows uses that number for "still active".
 BOOL WINAPI GetExitCodeThread(HANDLE hThread, LPDWORD lpExitCode) {
   const LastErrorCall<BOOL> call(Call::GetExitCodeThread);
   if (call.fails()) {
@@ -180,6 +185,7 @@ HANDLE WINAPI CreateMutexW(LPSECURITY_ATTRIBUTES lpMutexAttributes, BOOL bInitia
   return TheMachine().handles.Open(std::make_shared<MutexObject>());
 }
 
+// Only the thread that took it may release it, unlike an event, which anybody may set.
 BOOL WINAPI ReleaseMutex(HANDLE hMutex) {
   const SureCall call(Call::ReleaseMutex);
   const auto mutex = call.Get<MutexObject>(hMutex);
@@ -195,6 +201,7 @@ BOOL WINAPI ReleaseMutex(HANDLE hMutex) {
   return TRUE;
 }
 
+// Windows waits for 64 objects at the most.
 DWORD WINAPI WaitForMultipleObjects(DWORD nCount, const HANDLE* lpHandles, BOOL bWaitAll,
                                     DWORD dwMilliseconds) {
   const LastErrorCall<DWORD> call(Call::WaitForMultipleObjects, WAIT_FAILED);
@@ -215,6 +222,7 @@ DWORD WINAPI WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds) {
   return call.fails() ? call.Fail() : WaitForAny(&hHandle, 1, dwMilliseconds, call);
 }
 
+// Sleep(0) gives way to the others that can run.
 void WINAPI Sleep(DWORD dwMilliseconds) {
   const SureCall call(Call::Sleep);
   if (dwMilliseconds == 0) {

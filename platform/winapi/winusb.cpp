@@ -52,6 +52,7 @@ class WinUsbCall : public LastErrorCall<BOOL> {
   }
 };
 
+// A stall and a device that vanishes in the midst look the same to the caller.
 DWORD ErrorOf(UsbResult result) {
   switch (result) {
     case UsbResult::Done:
@@ -65,6 +66,7 @@ DWORD ErrorOf(UsbResult result) {
   }
 }
 
+// The last error is set after the transfer, since other calls of the thread may run on the way.
 BOOL Carry(const WinUsbObject& winUsb, const WINUSB_SETUP_PACKET& setup, Bytes& data) {
   const UsbResult result =
       TheMachine().devices.Carry(*winUsb.target, setup, data, [&](const Bytes& toDevice) {
@@ -76,6 +78,7 @@ BOOL Carry(const WinUsbObject& winUsb, const WINUSB_SETUP_PACKET& setup, Bytes& 
   return result == UsbResult::Done;
 }
 
+// The driver remembers what it selected, for the end.
 BOOL SelectSetting(WinUsbObject& winUsb, UCHAR setting) {
   Bytes none;
   if (!Carry(winUsb, {0x01, SetInterfaceRequest, setting, 0, 0}, none)) {
@@ -87,6 +90,8 @@ BOOL SelectSetting(WinUsbObject& winUsb, UCHAR setting) {
 
 }  // namespace
 
+// The driver works with overlapped files only, and says so in an error that leads nowhere: hence
+// the fault.
 BOOL WINAPI WinUsb_Initialize(HANDLE DeviceHandle, PWINUSB_INTERFACE_HANDLE InterfaceHandle) {
   const WinUsbCall call(Call::WinUsb_Initialize);
   if (call.fails()) {
@@ -116,6 +121,7 @@ BOOL WINAPI WinUsb_Initialize(HANDLE DeviceHandle, PWINUSB_INTERFACE_HANDLE Inte
   return TRUE;
 }
 
+// The order matters: a file closed before this leaves the driver a handle to nothing.
 BOOL WINAPI WinUsb_Free(WINUSB_INTERFACE_HANDLE InterfaceHandle) {
   const WinUsbCall call(Call::WinUsb_Free);
   if (call.fails()) {
@@ -135,6 +141,7 @@ BOOL WINAPI WinUsb_Free(WINUSB_INTERFACE_HANDLE InterfaceHandle) {
   return TRUE;
 }
 
+// A descriptor longer than the buffer comes cut, and that is no error.
 BOOL WINAPI WinUsb_GetDescriptor(WINUSB_INTERFACE_HANDLE InterfaceHandle, UCHAR DescriptorType,
                                  UCHAR Index, USHORT LanguageID, PUCHAR Buffer, ULONG BufferLength,
                                  PULONG LengthTransferred) {
@@ -222,6 +229,8 @@ BOOL WINAPI WinUsb_ControlTransfer(WINUSB_INTERFACE_HANDLE InterfaceHandle,
     return call.Fail(ERROR_INVALID_PARAMETER);
   }
 
+  // The direction stands in the request itself. A caller who asked for no count still gets the
+  // data.
   const bool toHost = (SetupPacket.RequestType & DirectionToHost) != 0;
   Bytes data;
   if (!toHost && SetupPacket.Length != 0) {
