@@ -1,9 +1,11 @@
 #include "simulator/host_process.h"
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -14,6 +16,8 @@ pid_t StartChild(const std::function<void()>& body) {
   std::fflush(nullptr);
   const pid_t child = fork();
   if (child == 0) {
+    // Whoever waits for it may be ended first, and nobody else knows it.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     body();
     _exit(0);
   }
