@@ -56,7 +56,7 @@ class SweepTest : public ::testing::Test {
     u64 runs = 0;
     u64 met = 0;
     u64 newStarts = 0;
-    for (u64 place = 1; place <= places; place += Stride()) {
+    for (u64 place = 1; place <= places && !HasFailure(); place += Stride()) {
       arm(plan, place);
       plan.name = std::string(what) + " " + std::to_string(place);
       const TrialReport report = RunTrial(plan, folder_.path());

@@ -1,5 +1,7 @@
 #include "proof/trial.h"
 
+#include <sys/resource.h>
+
 #include <algorithm>
 
 #include "proof/life.h"
@@ -12,6 +14,15 @@ namespace proof {
 namespace {
 
 constexpr u32 MostLives = 4;
+
+// A life takes milliseconds of a processor, and far less than a second with a sanitizer.
+constexpr rlim_t MostProcessorSeconds = 10;
+
+// A loop without an end in the service kills its process, and nobody waits for it.
+void LimitProcessorTime() {
+  const rlimit limit = {MostProcessorSeconds, RLIM_INFINITY};
+  setrlimit(RLIMIT_CPU, &limit);
+}
 
 // The page that lives share with the trial. One a host process is enough.
 LifePage& SharedPage() {
@@ -36,6 +47,7 @@ bool RunLife(const TrialPlan& plan, const std::string& driveFolder, const Carrie
   LifePage& page = SharedPage();
   page.Empty();
   const std::string end = RunInChild([&] {
+    LimitProcessorTime();
     SilenceStandardOutput();
     // Never destroyed: threads of the service may still stand in its calls.
     (new Life(plan, driveFolder, carried, troubled, page, trace.file()))->Run();

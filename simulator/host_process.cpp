@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -136,6 +137,8 @@ pid_t StartChild(const std::function<void()>& body) {
   std::fflush(nullptr);
   const pid_t child = fork();
   if (child == 0) {
+    // Whoever waits for it may be ended first, and nobody else knows it.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     body();
     _exit(0);
   }

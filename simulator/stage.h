@@ -26,8 +26,8 @@ struct Deliveries {
 // What the hand behind a trouble does and the machine does not tell.
 enum class StageEvent : u8 { UserCame, UserLeft, StopSent, OpenRefused, Ended };
 
-// What troubles act on. Lives as long as its host process. Its verbs tell
-// what the machine by itself would not tell. Any thread may use them.
+// What troubles act on. Lives as long as its host process. Its verbs tell what the machine by itself
+// would not. Any thread may use them.
 struct Stage {
   Tablet& tablet;
   VirtualKeyboard& keyboard;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <nlohmann/json.hpp>
 
 #include "dfuengine/dfu_protocol.h"
 #include "simulator/timeline.h"

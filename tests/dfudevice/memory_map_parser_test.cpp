@@ -137,7 +137,7 @@ TEST(MemoryMapParserTest, RefusesWhatIsNoMapOrNotToBeTrusted) {
       // A run has more sectors than the digits before each "*" add up to.
       "@F/0/4 1*016Kg",
       "@F/0/4 0*1Kg,1*2Kg",
-      "@F/0/5 *1Kg,1*1Kg",
+      "@F/0/2 *1Kg,1*1Kg",
 
       // Sizes below 0 or beyond 32 bits.
       "@F/0/1*-16Kg",

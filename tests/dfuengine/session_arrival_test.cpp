@@ -92,6 +92,21 @@ TEST_F(UpdateSessionTest, ALeaveThatIsEndedTooLateIsThrough) {
   EXPECT_FALSE(interrupted.any);
 }
 
+// The keyboard is pulled again while the arrival ends what its first removal left.
+TEST_F(UpdateSessionTest, RemovalDuringAnArrivalStands) {
+  PlugInDevice();
+  BeginSession(OperationDownload, StatusSuccess, 50).whenStopped = NoteDfuRemoval;
+  NoteDfuRemoval();
+  EXPECT_TRUE(ArrivalIsServed());
+  BeginSession(OperationDownload, StatusSuccess, 50).Start();
+  EXPECT_TRUE(ArrivalIsServed());
+
+  // An answer that comes late brings back none of them.
+  ForgetDfuRemovals(DfuRemovalsTold());
+  ForgetDfuRemovals(1);
+  EXPECT_FALSE(DfuRemovalStands(DfuRemovalsTold()));
+}
+
 // Whoever is told may pull the keyboard, so it is told for the right one and once.
 TEST_F(UpdateSessionTest, TellsOfAnInterruptedUpdateUnlessItGoesOn) {
   const struct {

@@ -110,7 +110,8 @@ TEST_F(TransferBlockTest, RefusesWhatIsNotThereWithoutARequest) {
       {"block 1", [](OperationContext& work) { work.blockNumber = 1; }},
       {"no such element", [](OperationContext& work) { work.elementIndex = 1; }},
       {"no image", [](OperationContext& work) { work.image = nullptr; }},
-      {"more bytes than the element has", [](OperationContext& work) { work.blockNumber = 4; }},
+      {"a byte more than the element has",
+       [](OperationContext& work) { work.blockNumber = 4, work.length = 453; }},
       {"more bytes than a command has", [](OperationContext& work) { work.blockNumber = 0; }},
       {"an image that is not valid", [](OperationContext& work) { work.image->Valid = 0; }},
   };

@@ -28,8 +28,9 @@ class DfuFileTest : public PackageFileTest {
   // Ends the test's life with the file if it is still open.
   void TearDown() override {
     Close();
+    image.reset();
     EXPECT_FALSE(HasFilesOpen());
-    EXPECT_TRUE(RegisteredImages().empty());
+    EXPECT_EQ(simulator::ProductMemory().blocks, 0u);
     PackageFileTest::TearDown();
   }
 

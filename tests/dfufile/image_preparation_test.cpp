@@ -10,6 +10,7 @@
 #include "dfudevice/memory_map.h"
 #include "dfuengine/operation_registry.h"
 #include "dfuengine/session_values.h"
+#include "dfuengine/update_session.h"
 #include "simulator/hid_side.h"
 #include "tests/dfufile/image_records.h"
 #include "tests/support/package_file_test.h"
@@ -67,6 +68,10 @@ class ImagePreparationTest : public PackageFileTest {
 
   void TearDown() override {
     EndErase();
+    ReleaseImage(&upgradeImage);
+    ReleaseLeftoverImages();
+    EmptyMemoryMapTable(memoryMapTable);
+    EXPECT_EQ(simulator::ProductMemory().blocks, 0u);
     PackageFileTest::TearDown();
   }
 };

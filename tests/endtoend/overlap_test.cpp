@@ -46,6 +46,8 @@ TEST_F(OverlapTest, DuplicateArrivalIsServedWhenTheOperationFails) {
                : std::nullopt;
   });
   PassTimeUntil("the operation has failed", [this] { return Words().size() == 2; });
+  PassTime(1000);
+  EXPECT_EQ(CountLines("1 Device(s) found : \n"), 1u) << "the next tick's work";
   keyboard.Intercept(nullptr);
   ExpectUpdated(keyboard, {"START", "DISCONNECT", "COMPLETE"});
 }

@@ -135,15 +135,6 @@ TEST_F(NotifierLaunchTest, GoesOnAfterAFailedStep) {
   }
 }
 
-TEST_F(NotifierLaunchTest, TellsTwoWordsAtOnce) {
-  LogOnUser();
-  AtCall(Call::CreateProcessAsUserW, 1,
-         [this] { WaitFor(OnThread([] { LaunchNotifier(NotifierMessage::Battery); })); });
-  LaunchNotifier(NotifierMessage::Start);
-  EXPECT_EQ(Words(), (Strings{"BATTERY", "START"}));
-  ExpectCleanedUp("two words");
-}
-
 TEST_F(NotifierLaunchTest, StartsNothingWithoutAUser) {
   EXPECT_EQ(Tell(NotifierMessage::Start), Strings{"Getprocessid fail\n"});
   EXPECT_EQ(Launched().size(), 0u);

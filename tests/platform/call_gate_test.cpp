@@ -55,34 +55,6 @@ TEST_F(CallGateTest, FailsTheOrderedCallAloneOrAllFromItOn) {
   }
 }
 
-TEST_F(CallGateTest, ActsInFrontOfTheCallWithTheNumberOnItsThread) {
-  std::string order;
-  platform::SimThread* actor = nullptr;
-  machine.gate.AtNumber(machine.gate.total() + 2, [&] {
-    order += "action ";
-    actor = platform::Scheduler::Current();
-  });
-  platform::Observation calls =
-      machine.gate.Observe([&](Call call) { order += std::string(platform::NameOf(call)) + " "; });
-  const Thread thread = OnThread([] { Make("psp"); });
-  WaitFor(thread);
-  calls.reset();
-  EXPECT_EQ(order, "GetSystemPowerStatus action Sleep GetSystemPowerStatus ");
-  EXPECT_EQ(actor, thread.get());
-
-  // A process that is ended there does not come back from the call.
-  std::atomic<u32> reached = 0;
-  machine.gate.AtNumber(machine.gate.total() + 2, [this] { machine.KillServiceProcess(); });
-  OnThread([&] {
-    Make("p");
-    ++reached;
-    Make("p");
-    ++reached;
-  });
-  PassTime(100);
-  EXPECT_EQ(reached, 1u);
-}
-
 TEST_F(CallGateTest, HoldsTheThreadsOfTheCallsWithTheNumbers) {
   const u64 first = machine.gate.total() + 1;
   machine.gate.HoldNumber(first + 1, 3'000);

@@ -97,8 +97,31 @@ TEST_F(DeviceEventsTest, ADecisionWaitsNoLongerThanForTheDeparture) {
     PassTime(100);
     EXPECT_EQ(keyboard.enterDfuReports(), 1u);
     WaitFor(Announce(row.callback, row.action));
+    const u64 toldMs = nowMs();
     WaitFor(second);
+    EXPECT_LT(nowMs() - toldMs, 1'000u);
     EXPECT_EQ(keyboard.enterDfuReports(), 2u);
+    keyboard.Detach();
+    PassTime(2'000);
+  }
+}
+
+// Nobody is on the way out after a report that was refused, nor when the keyboard's removal was
+// told before the call for the report returned.
+TEST_F(DeviceEventsTest, ADecisionWaitsForNobodyWhoIsNotLeaving) {
+  InstallHollowPackage();
+  SelectPackageFolder();
+  for (const u32 refused : {2u, 0u}) {
+    KeyboardOptions options;
+    options.refusedReports = refused;
+    options.detachDelayMs = 60'000;
+    simulator::VirtualKeyboard& keyboard = PlugIn(options);
+    AtCall(Call::HidD_SetOutputReport, 1,
+           [this] { WaitFor(Announce(OnKeyboardInterfaceEvent, Removal)); });
+    WaitFor(Announce(OnKeyboardInterfaceEvent));
+    const u64 before = nowMs();
+    WaitFor(Announce(OnKeyboardInterfaceEvent));
+    EXPECT_LT(nowMs() - before, 1'000u) << refused;
     keyboard.Detach();
     PassTime(2'000);
   }

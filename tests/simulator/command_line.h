@@ -30,8 +30,8 @@ class CommandLineTest : public testing::Test {
   // temporary folder must be left as it was.
   Outcome Run(const std::string& arguments, const std::string& temporary = "tmp",
               const std::string& program = VANTREL_SIM) {
-    const std::string command = "cd '" + folder_ + "' && TMPDIR=" + temporary + " '" + program +
-                                "' " + arguments + " >out 2>err";
+    const std::string command = "cd '" + folder_ + "' && TMPDIR=" + temporary + " timeout 20 '" +
+                                program + "' " + arguments + " >out 2>err";
     const int status = std::system(command.c_str());
     EXPECT_TRUE(WIFEXITED(status)) << arguments;
     EXPECT_TRUE(fs::is_empty(folder_ + "/tmp")) << arguments << " left something behind";

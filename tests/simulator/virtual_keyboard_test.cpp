@@ -47,18 +47,4 @@ TEST_F(VirtualKeyboardTest, BootsAWholeImageAndNothingLess) {
   }
 }
 
-TEST_F(VirtualKeyboardTest, ComesBackInDfuModeWhenTheImageIsNotWhole) {
-  simulator::VirtualKeyboard& keyboard = BeginUpdate();
-  PassTimeUntilReached(keyboard, Progress::Downloaded);
-  NorFlash flash = keyboard.ReadFlash();
-  flash.Erase(*flash.FindSector(package.contents.targets[0].elements[1].address));
-  keyboard.WriteFlash(flash);
-  PassTimeUntilReached(keyboard, Progress::Told);
-  PassTime(100);
-  EXPECT_EQ(keyboard.mode(), KeyboardMode::Restarting);
-  PassTime(1200);
-  EXPECT_EQ(keyboard.mode(), KeyboardMode::Dfu);
-  ExpectUpdated(keyboard, {"START", "COMPLETE", "COMPLETE"});
-}
-
 }  // namespace

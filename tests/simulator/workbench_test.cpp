@@ -28,19 +28,6 @@ class WorkbenchTest : public CommandLineTest {
   }
 };
 
-TEST_F(WorkbenchTest, ChecksWhatIsInAPackage) {
-  WritePackage("VantrelKb_3.1.2.1.dfu", {{0x08000000, Bytes(1'000'000, 0x5A)}, {0x1FFF8000, {}}});
-  const Outcome check = Run("check VantrelKb_3.1.2.1.dfu");
-  EXPECT_EQ(check.exitCode, 0) << check.err;
-  ExpectTells(check.out, {"version 3.1.2.1\n"
-                          "device VID_1209&PID_0001\n"
-                          "CRC 0x",
-                          "target for alternate setting 0, 2 elements\n"
-                          "  0x08000000 to 0x080F423F, 1,000,000 bytes\n"
-                          "  0x1FFF8000 to 0x1FFF8000, 0 bytes\n"
-                          "not checked against a memory map: give --map\n"});
-}
-
 TEST_F(WorkbenchTest, PlansOnTheKeyboardsOwnMemory) {
   // 16 KiB and a half in sectors that take it, 20 bytes in one that takes none, 50,000 in no
   // sector.
@@ -147,14 +134,6 @@ TEST_F(WorkbenchTest, PacksNothingThatWouldDisappoint) {
       EXPECT_EQ(entry.path().string().find("Vantrel"), std::string::npos) << entry.path();
     }
   }
-}
-
-TEST_F(WorkbenchTest, LeavesNothingBehindWhenInterrupted) {
-  const std::string command =
-      "cd '" + folder_ + "' && TMPDIR=tmp timeout -s INT 1 " VANTREL_SIM " --realtime >out 2>err";
-  const int status = std::system(command.c_str());
-  EXPECT_EQ(WEXITSTATUS(status), 124) << "it ran to its end";
-  EXPECT_TRUE(fs::is_empty(folder_ + "/tmp"));
 }
 
 }  // namespace

@@ -5,8 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "dfudevice/memory_map.h"
 #include "dfufile/image_registry.h"
 #include "simulator/dfu_descriptors.h"
+#include "simulator/product_memory.h"
 #include "tests/support/tablet_test.h"
 
 using Texts = std::vector<std::string>;
@@ -83,6 +85,8 @@ class RunningUpdateTest : public TabletTest {
     EXPECT_EQ(keyboard.strayDfuRequests(), 0u);
     EXPECT_EQ(Words(), words);
     EXPECT_EQ(dfuImageRegistry.First(), nullptr);
+    // The table of the last refresh and the sectors of each of its maps stay.
+    EXPECT_EQ(simulator::ProductMemory().blocks, 1 + memoryMapTable.mapCount);
   }
 
   // In the package's place stands a file that is none.

@@ -23,7 +23,7 @@ constexpr std::size_t MostColumns = 400;
 // Far more than the slowest test takes; a slower build sets VANTREL_TEST_SECONDS. Processor time
 // tells a loop without an end, whatever else the host is doing. The rest is for a test that sleeps.
 constexpr int UsualSeconds = 5;
-constexpr int RealSecondsForOne = 12;
+constexpr int RealSecondsForOne = 6;
 
 // What a signal handler reads, too.
 int screen = -1;  // standard output as the caller gave it
