@@ -98,7 +98,6 @@ class HandleTable {
   std::vector<OpenHandle> OpenHandles() const;
   std::size_t OpenCount(HandleKind kind) const;
   std::uint64_t OpenedEver(HandleKind kind) const;
-  std::uint64_t ClosedEver(HandleKind kind) const;
 
   // Gives out the value closed last again, as a busy system would. With it a handle that is used
   // after its close hits another object, as it may on Windows, where the table can no longer tell.
@@ -122,7 +121,6 @@ class HandleTable {
   std::map<std::uintptr_t, Entry> entries_;
   std::vector<std::uintptr_t> freeValues_;
   std::map<HandleKind, std::uint64_t> opened_;
-  std::map<HandleKind, std::uint64_t> closed_;
   std::uintptr_t nextValue_ = 0x40;
   bool recycle_ = false;
 };
