@@ -23,9 +23,7 @@ void AddRun(const Package& package, const CheckOptions& options, Json& plan) {
   const Json result = AskChild([&](const std::string& driveFolder) {
     run.driveFolder = driveFolder;
     SplitConsole(true, false);
-    const UpdateResult update = RunUpdate(run, std::fopen("/dev/null", "w"));
-    return Json{
-        {"exitCode", update.exitCode}, {"result", update.reason}, {"updateMs", update.updateMs}};
+    return RunUpdate(run, std::fopen("/dev/null", "w"));
   });
   plan["result"] = result["result"];
   if (result["exitCode"] == ExitDone) {

@@ -11,8 +11,6 @@ using platform::UsbResult;
 
 namespace {
 
-constexpr u8 SetAddressCommand = 0x21;
-constexpr u8 EraseCommand = 0x41;
 constexpr std::size_t AddressedCommandBytes = 5;
 constexpr std::size_t MassEraseBytes = 1;
 constexpr u16 FirstDataBlock = 2;

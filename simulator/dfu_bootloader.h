@@ -13,6 +13,14 @@
 
 namespace simulator {
 
+// Which kind of request a RequestType tells.
+inline constexpr u8 TypeMask = 0x60;
+inline constexpr u8 ClassType = 0x20;
+
+// The first byte of a block 0; the address follows, its lowest byte first.
+inline constexpr u8 SetAddressCommand = 0x21;
+inline constexpr u8 EraseCommand = 0x41;
+
 enum DfuState : u8 {
   dfuIDLE = 2,
   dfuDNLOADSYNC = 3,

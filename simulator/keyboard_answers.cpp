@@ -20,8 +20,6 @@ constexpr u8 EnterDfuReportId = 0x17;
 constexpr u8 EnterDfuCommand = 0x01;
 
 constexpr u8 ToHost = 0x80;
-constexpr u8 TypeMask = 0x60;
-constexpr u8 ClassType = 0x20;
 constexpr u8 GetDescriptorRequest = 6;
 constexpr u8 SetInterfaceRequest = 11;
 
@@ -108,7 +106,6 @@ bool VirtualKeyboard::TakeOutputReport(std::size_t collection, const Bytes& repo
 // the bootloader alone can do about it is left to it.
 std::optional<DeviceFault> VirtualKeyboard::MeetFault(const WINUSB_SETUP_PACKET& setup,
                                                       const Bytes& data) {
-  constexpr u8 EraseCommand = 0x41;
   const bool isDownload = mode_ == KeyboardMode::Dfu &&
                           (setup.RequestType & TypeMask) == ClassType &&
                           setup.Request == DfuDnload && !data.empty();

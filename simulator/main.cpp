@@ -16,6 +16,7 @@
 #include "simulator/number_option.h"
 #include "simulator/pack.h"
 #include "simulator/product_memory.h"
+#include "simulator/report.h"
 #include "simulator/run_settings.h"
 #include "simulator/trouble.h"
 #include "simulator/update_run.h"
@@ -35,6 +36,7 @@ struct Arguments {
   std::vector<std::string> packages;
   bool realtime = false;
   std::string trace;
+  std::string report;
   bool strict = false;
   std::vector<std::string> keyboardIds;
   bool json = false;
@@ -152,6 +154,10 @@ void DescribeUpdate(CLI::App& app, Arguments& arguments) {
       "The keyboard was left over in DFU mode");
   DescribeOutput(app, arguments);
   app.add_flag("--realtime", arguments.realtime, "Pace the run by the wall clock");
+  app.add_option("--report", arguments.report,
+                 "Show the run on a page: flash, time, gates, log and verdict")
+      ->type_name("FILE.html")
+      ->check(NeedText);
   app.footer("Faults, by where they happen; some take a number behind a blank:\n" +
              simulator::TroubleHelp());
   app.add_option("--trace", arguments.trace,
@@ -262,6 +268,11 @@ bool ReadRun(Arguments& arguments, simulator::UpdateRunOptions& options, Json& r
                      simulator::ExitBadArguments});
     return false;
   }
+  std::string reason;
+  if (!arguments.report.empty() && !simulator::CanWriteReport(arguments.report, reason)) {
+    result = Refuse({"--report " + arguments.report + " " + reason, simulator::ExitBadArguments});
+    return false;
+  }
   options.realtime = arguments.realtime;
   options.refuseMemory = simulator::RefuseMemoryRequest;
   return true;
@@ -274,14 +285,12 @@ int Update(Arguments& arguments) {
     result = simulator::AskChild([&](const std::string& driveFolder) {
       options.driveFolder = driveFolder;
       std::FILE* const console = simulator::SplitConsole(arguments.json, arguments.trace == "all");
-      const simulator::UpdateResult update = simulator::RunUpdate(options, console);
-      Json told{
-          {"exitCode", update.exitCode}, {"result", update.reason}, {"updateMs", update.updateMs}};
-      if (!options.expected.empty()) {
-        told["expected"] = options.expected;
-      }
-      return told;
+      return simulator::RunUpdate(options, console);
     });
+    std::string reason;
+    if (!arguments.report.empty() && !simulator::WriteReport(arguments.report, result, reason)) {
+      result = Refuse({"--report " + arguments.report + " " + reason, simulator::ExitBadArguments});
+    }
   }
   return Finish(arguments, "update", result);
 }

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 #include <set>
+#include <utility>
 
 #include "simulator/exit_codes.h"
 #include "simulator/memory_map.h"
@@ -37,7 +38,7 @@ constexpr Setting<RunSettings> Line(const char* name, const char* takes) {
           }};
 }
 
-constexpr Setting<RunSettings> Table[] = {
+constexpr Setting<RunSettings> RunLines[] = {
     Line<&RunSettings::installedFile>("installed", "a file such as VantrelKb_1.1.2.1.dfu"),
     Line<&RunSettings::expected>("expect", "the verdict's result"),
     {"in-dfu", "yes or no",
@@ -80,12 +81,12 @@ class LineTaker {
 
  private:
   RunSettings& settings_;
-  SettingReader<RunSettings> own_{Table};
+  SettingReader<RunSettings> own_{RunLines};
   SettingReader<Scenario> scenario_{ScenarioSettings()};
   bool hasFaults_ = false;
 };
 
-bool ReadText(const std::string& path, std::string& text) {
+bool ReadScenarioText(const std::string& path, std::string& text) {
   std::ifstream file(path, std::ios::binary);
   if (!file || !fs::is_regular_file(path)) {
     return false;
@@ -103,7 +104,7 @@ void FindBeside(const std::string& scenarioFile, std::string& file) {
 
 bool TakeScenario(const std::string& path, RunSettings& settings, PackageRefusal& refusal) {
   std::string text;
-  if (!ReadText(path, text)) {
+  if (!ReadScenarioText(path, text)) {
     return Refuse(path + ": cannot be read", refusal);
   }
   std::vector<SettingLine> lines;

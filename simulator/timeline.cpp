@@ -140,9 +140,8 @@ void Timeline::WatchMachine() {
       }),
   };
   if (options_.wire) {
-    watching_.push_back(machine_.transfers.Observe([this](const platform::TransferRecord& record) {
-      Write("wire", DescribeTransfer(record));
-    }));
+    watching_.push_back(machine_.transfers.Observe(
+        [this](const platform::TransferRecord& record) { WriteTransfer(record); }));
   }
   if (options_.calls) {
     watching_.push_back(machine_.gate.Observe(
@@ -151,10 +150,31 @@ void Timeline::WatchMachine() {
 }
 
 void Timeline::Write(const char* speaker, const std::string& text) {
-  const std::string time = SecondsText(machine_.scheduler.NowMs());
+  const u64 nowMs = machine_.scheduler.NowMs();
+  const std::string time = SecondsText(nowMs);
   const std::scoped_lock lock(lock_);
+  lines_.push_back({nowMs, speaker, text});
   std::fprintf(stream_, "%12s  %-9s %s\n", time.c_str(), speaker, text.c_str());
   std::fflush(stream_);
+}
+
+std::vector<TimelineLine> Timeline::lines() const {
+  const std::scoped_lock lock(lock_);
+  return lines_;
+}
+
+// A block's request tells its number alone; where it goes follows from what went before.
+void Timeline::WriteTransfer(const platform::TransferRecord& record) {
+  std::optional<WireWork> work;
+  {
+    const std::scoped_lock lock(lock_);
+    work = reader_.Read(record);
+  }
+  std::string text = DescribeTransfer(record);
+  if (work.has_value() && work->kind == WireWork::Kind::Block) {
+    text += Format(" to 0x%08X", work->address, 0);
+  }
+  Write("wire", text);
 }
 
 void Timeline::WriteProgress(u64 bytesDone, u64 bytesInAll) {

@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <atomic>
+#include <nlohmann/json.hpp>
 
 #include "simulator/exit_codes.h"
+#include "simulator/gates.h"
 #include "simulator/memory_map.h"
 #include "simulator/tablet.h"
 #include "simulator/troubles.h"
+#include "simulator/update_picture.h"
 #include "simulator/update_verdict.h"
 #include "simulator/virtual_keyboard.h"
 
@@ -68,15 +71,16 @@ class UpdateRun {
                deliveries_,
                [](StageEvent) {},
                options_.refuseMemory},
-        troubles_(stage_, options_.troubles) {}
+        troubles_(stage_, options_.troubles),
+        picture_(keyboard_.ReadFlash()) {}
 
-  UpdateResult Run() {
+  Json Run() {
     SetUp();
     Follow();
     StopService();
     const UpdateResult result = WriteVerdict();
     tablet_.Remove();
-    return result;
+    return Tell(result);
   }
 
  private:
@@ -131,6 +135,14 @@ class UpdateRun {
     }
     LetTimePass();
     tablet_.StartService();
+  }
+
+  // What the service had compared when it first told the user something. A keyboard in DFU mode is
+  // not compared with anything.
+  void NoteGates() {
+    if (gates_.is_null() && !options_.startsInDfuMode) {
+      gates_ = DescribeGates();
+    }
   }
 
   void PlugIn() {
@@ -210,10 +222,12 @@ class UpdateRun {
     completes_ = tablet_.machine().processes.launches.Observe(
         [this](const platform::LaunchedProcess& launch) {
           completesTold_ += launch.commandLine == u"COMPLETE" ? 1 : 0;
+          NoteGates();
         });
     wire_ = tablet_.machine().transfers.Observe([&, inAll](const platform::TransferRecord& record) {
       stopwatch.Note(record);
       errors_.Note(record);
+      picture_.Note(record);
       timeline_.WriteProgress(keyboard_.counts().bytesWritten, inAll);
     });
   }
@@ -232,6 +246,7 @@ class UpdateRun {
       written = keyboard_.counts().bytesWritten;
     }
     returnedMs_ = tablet_.nowMs();
+    NoteGates();
     if (!IsBackUnchanged(mode)) {
       tablet_.PassTime(AfterglowMs);
     }
@@ -248,6 +263,9 @@ class UpdateRun {
       return;
     }
     mode = keyboard_.mode();
+    if (mode == KeyboardMode::Normal || mode == KeyboardMode::Dfu) {
+      picture_.NoteReturn(tablet_.nowMs());
+    }
     const std::optional<KeyboardVersion> version = keyboard_.runningVersion();
     timeline_.Write("keyboard",
                     std::string(NameOfMode(mode)) +
@@ -319,6 +337,36 @@ class UpdateRun {
     }
   }
 
+  Json Tell(const UpdateResult& result) const {
+    const NorFlash flash(options_.keyboard.flash);
+    Json told{{"exitCode", result.exitCode}, {"result", result.reason}};
+    if (!options_.expected.empty()) {
+      told["expected"] = options_.expected;
+    }
+    told["updateMs"] = result.updateMs;
+    told["package"] = options_.package.fileName;
+    told["firmwareBefore"] = VersionText(options_.keyboard.version);
+    const std::optional<KeyboardVersion> after = keyboard_.runningVersion();
+    told["firmwareAfter"] = after.has_value() ? VersionText(*after) : "";
+    told["memoryIsMadeUp"] = options_.memoryIsMadeUp;
+    told["gates"] = gates_.is_null() ? Json::array() : gates_;
+    picture_.Describe(tablet_.nowMs(), told);
+    told["dropped"] = Json::array();
+    for (const DroppedSpan& span : DroppedSpans(elements(), flash)) {
+      told["dropped"].push_back({{"address", span.address}, {"bytes", span.bytes}});
+    }
+    told["words"] = Json::array();
+    for (const ToldWord& word : tablet_.WordsTold()) {
+      told["words"].push_back({{"word", word.word}, {"timeMs", word.timeMs}});
+    }
+    told["log"] = Json::array();
+    for (const TimelineLine& line : timeline_.lines()) {
+      told["log"].push_back(
+          {{"timeMs", line.timeMs}, {"speaker", line.speaker}, {"text", line.text}});
+    }
+    return told;
+  }
+
   void WriteWords() {
     std::string words;
     for (const ToldWord& told : tablet_.WordsTold()) {
@@ -375,6 +423,8 @@ class UpdateRun {
   platform::Observation wire_;
   platform::Observation completes_;
   DeviceErrors errors_;
+  UpdatePicture picture_;
+  Json gates_;
   std::atomic<u32> completesTold_ = 0;
   u64 returnedMs_ = 0;
 };
@@ -402,7 +452,7 @@ void FillFlash(const UpdateRunOptions& options, VirtualKeyboard& keyboard) {
   keyboard.WriteFlash(flash);
 }
 
-UpdateResult RunUpdate(const UpdateRunOptions& options, std::FILE* stream) {
+Json RunUpdate(const UpdateRunOptions& options, std::FILE* stream) {
   // Threads of the machine may still hold on to it when the host process ends.
   return (new UpdateRun(options, stream))->Run();
 }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "dfuengine/dfu_protocol.h"
 #include "service/update_gates.h"
 #include "simulator/dfu_bootloader.h"
 #include "simulator/dfu_names.h"
@@ -29,22 +28,14 @@ u64 NextBorder(const NorFlash& flash, const FlashSector* sector, u64 at) {
 // How many of the bytes no writable sector takes, and the first address of them. Empty when all
 // have a place.
 std::string DroppedText(const std::vector<DfuSeElement>& elements, const NorFlash& flash) {
+  const std::vector<DroppedSpan> spans = DroppedSpans(elements, flash);
   u64 dropped = 0;
-  u64 first = 0;
-  for (const DfuSeElement& element : elements) {
-    const u64 end = u64{element.address} + element.data.size();
-    for (u64 at = element.address; at < end;) {
-      const bool exists = at < u64{1} << 32;
-      const FlashSector* const sector = exists ? flash.FindSector(static_cast<u32>(at)) : nullptr;
-      const bool takes = sector != nullptr && sector->isWritable();
-      first = !takes && dropped == 0 ? at : first;
-      const u64 next = exists ? std::min(NextBorder(flash, sector, at), end) : end;
-      dropped += takes ? 0 : next - at;
-      at = next;
-    }
+  for (const DroppedSpan& span : spans) {
+    dropped += span.bytes;
   }
   return dropped == 0 ? ""
-                      : CountText(dropped) + " bytes for " + AddressText(static_cast<u32>(first)) +
+                      : CountText(dropped) + " bytes for " +
+                            AddressText(static_cast<u32>(spans[0].address)) +
                             " fell outside the keyboard's memory";
 }
 
@@ -61,36 +52,42 @@ std::string WhyNotRunning(const std::vector<DfuSeElement>& elements, const NorFl
 }  // namespace
 
 void DeviceErrors::Note(const platform::TransferRecord& record) {
-  if ((record.setup.RequestType & 0x60) != 0x20) {
-    return;
-  }
   const std::scoped_lock hold(lock_);
-  if (record.setup.Request == DFU_DNLOAD) {
-    NoteDownload(record);
-    if (record.result == platform::UsbResult::Stalled && first_.empty()) {
-      first_ = NameOfDfuStatus(errSTALLEDPKT) + " at " + AddressText(address_);
-    }
-  } else if (record.setup.Request == DFU_GETSTATUS && !record.data.empty() && record.data[0] != 0 &&
-             first_.empty()) {
-    first_ = NameOfDfuStatus(record.data[0]) + " at " + AddressText(address_);
+  const std::optional<WireStatus> status = ReadStatus(record);
+  u8 error = status.has_value() ? status->status : u8{dfuOK};
+  if (const std::optional<WireWork> work = reader_.Read(record)) {
+    address_ = work->address;
+    error = record.result == platform::UsbResult::Stalled ? u8{errSTALLEDPKT} : u8{dfuOK};
   }
-}
-
-void DeviceErrors::NoteDownload(const platform::TransferRecord& record) {
-  const platform::Bytes& data = record.data;
-  if (record.setup.Value == CommandBlock && data.size() == CommandBlockBytes) {
-    base_ = u32{data[1]} | u32{data[2]} << 8 | u32{data[3]} << 16 | u32{data[4]} << 24;
-    address_ = base_;
-  } else if (record.setup.Value >= FirstDataBlock && !data.empty()) {
-    // A short block is the last one, so what went before tells how long the others are.
-    address_ = record.setup.Value == FirstDataBlock ? base_ : address_ + blockBytes_;
-    blockBytes_ = static_cast<u32>(data.size());
+  if (error != dfuOK && first_.empty()) {
+    first_ = NameOfDfuStatus(error) + " at " + AddressText(address_);
   }
 }
 
 std::string DeviceErrors::Text() const {
   const std::scoped_lock hold(lock_);
   return first_;
+}
+
+std::vector<DroppedSpan> DroppedSpans(const std::vector<DfuSeElement>& elements,
+                                      const NorFlash& flash) {
+  std::vector<DroppedSpan> spans;
+  for (const DfuSeElement& element : elements) {
+    const u64 end = u64{element.address} + element.data.size();
+    for (u64 at = element.address; at < end;) {
+      const bool exists = at < AddressSpaceEnd;
+      const FlashSector* const sector = exists ? flash.FindSector(static_cast<u32>(at)) : nullptr;
+      const u64 next = exists ? std::min(NextBorder(flash, sector, at), end) : end;
+      if (sector == nullptr || !sector->isWritable()) {
+        if (spans.empty() || spans.back().address + spans.back().bytes != at) {
+          spans.push_back({at, 0});
+        }
+        spans.back().bytes += next - at;
+      }
+      at = next;
+    }
+  }
+  return spans;
 }
 
 UpdateResult JudgeUpdate(const UpdateRunOptions& options, const NorFlash& flash,

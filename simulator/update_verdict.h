@@ -9,6 +9,7 @@
 #include "simulator/nor_flash.h"
 #include "simulator/update_options.h"
 #include "simulator/virtual_keyboard.h"
+#include "simulator/wire_reader.h"
 
 namespace simulator {
 
@@ -21,12 +22,9 @@ class DeviceErrors {
   std::string Text() const;
 
  private:
-  void NoteDownload(const platform::TransferRecord& record);
-
   mutable std::mutex lock_;  // guards the rest
-  u32 base_ = 0;             // as the last command set it
-  u32 address_ = 0;          // what the last request was for
-  u32 blockBytes_ = 0;       // of the last block
+  WireReader reader_;
+  u32 address_ = 0;  // what the last request was for
   std::string first_;
 };
 
@@ -47,6 +45,14 @@ UpdateResult JudgeUpdate(const UpdateRunOptions& options, const NorFlash& flash,
 // of both sides; empty when all are open.
 std::string ClosedGateText(const KeyboardVersion& keyboard, const KeyboardVersion& package,
                            u8 batteryPercent);
+
+// A stretch of the package that no writable sector takes.
+struct DroppedSpan {
+  u64 address = 0;
+  u64 bytes = 0;
+};
+std::vector<DroppedSpan> DroppedSpans(const std::vector<DfuSeElement>& elements,
+                                      const NorFlash& flash);
 
 // Where two of the elements overlap, as part of a sentence; empty when none do.
 std::string OverlapText(const std::vector<DfuSeElement>& elements);
