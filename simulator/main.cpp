@@ -131,6 +131,13 @@ void DescribeMemory(CLI::App& app, Arguments& arguments) {
   }));
 }
 
+void DescribeScenario(CLI::App& app, Arguments& arguments) {
+  app.add_option("--scenario", arguments.sources.scenarioFile,
+                 "The same settings as lines of a file; options come after them")
+      ->type_name("FILE")
+      ->check(NeedText);
+}
+
 void DescribeKeyboard(CLI::App& app, Arguments& arguments) {
   DescribeRun(app, DecisionOptions, arguments);
   app.add_option("--package", arguments.packages,
@@ -139,10 +146,7 @@ void DescribeKeyboard(CLI::App& app, Arguments& arguments) {
       ->type_name("FILE.dfu")
       ->expected(1)
       ->check(NeedText);
-  app.add_option("--scenario", arguments.sources.scenarioFile,
-                 "The same settings as lines of a file; options come after them")
-      ->type_name("FILE")
-      ->check(NeedText);
+  DescribeScenario(app, arguments);
 }
 
 void DescribeUpdate(CLI::App& app, Arguments& arguments) {
@@ -161,8 +165,8 @@ void DescribeUpdate(CLI::App& app, Arguments& arguments) {
   app.footer("Faults, by where they happen; some take a number behind a blank:\n" +
              simulator::TroubleHelp());
   app.add_option("--trace", arguments.trace,
-                 "Show more: wire (every transfer), calls (every platform call) or all (both, and "
-                 "the service's own standard output)")
+                 "Show more: wire (every transfer), calls (every platform call), wire,calls (both) "
+                 "or all (with the service's own standard output)")
       ->type_name("WHAT")
       ->check(NeedText);
 }
@@ -191,6 +195,7 @@ CLI::App* DescribeCheck(CLI::App& app, Arguments& arguments) {
       app, "check", "What is in a firmware package; exit 1 when the service would refuse it");
   AddFiles(*check, arguments, "The packages")->required();
   DescribeMemory(*check, arguments);
+  DescribeScenario(*check, arguments);
   DescribeOutput(*check, arguments);
   check
       ->add_option("--keyboard-id", arguments.keyboardIds,
@@ -237,8 +242,9 @@ CLI::App* DescribePack(CLI::App& app, Arguments& arguments) {
 }
 
 bool ReadTrace(const std::string& trace, simulator::TimelineOptions& timeline) {
-  timeline.wire = trace == "wire" || trace == "all";
-  timeline.calls = trace == "calls" || trace == "all";
+  const bool both = trace == "wire,calls" || trace == "all";
+  timeline.wire = both || trace == "wire";
+  timeline.calls = both || trace == "calls";
   return trace.empty() || timeline.wire || timeline.calls;
 }
 
@@ -264,7 +270,7 @@ bool ReadRun(Arguments& arguments, simulator::UpdateRunOptions& options, Json& r
     return false;
   }
   if (!ReadTrace(arguments.trace, options.timeline)) {
-    result = Refuse({"--trace takes wire, calls or all, not '" + arguments.trace + "'",
+    result = Refuse({"--trace takes wire, calls, wire,calls or all, not '" + arguments.trace + "'",
                      simulator::ExitBadArguments});
     return false;
   }

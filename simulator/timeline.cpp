@@ -14,6 +14,9 @@ namespace {
 constexpr u64 ProgressStepPercent = 10;
 constexpr u8 HidSetReport = 9;
 
+// Back to the line's beginning, and away with what stands there.
+constexpr char EraseLine[] = "\r\033[K";
+
 const char* NameOfState(DWORD state) {
   switch (state) {
     case SERVICE_STOPPED:
@@ -144,8 +147,11 @@ void Timeline::WatchMachine() {
         [this](const platform::TransferRecord& record) { WriteTransfer(record); }));
   }
   if (options_.calls) {
-    watching_.push_back(machine_.gate.Observe(
-        [this](platform::Call call) { Write("call", platform::NameOf(call)); }));
+    watching_.push_back(machine_.gate.ObserveFinished([this](const platform::FinishedCall& call) {
+      Write("call", "thread " + std::to_string(call.threadId) + ": " + call.name + "(" +
+                        call.arguments + ")" +
+                        (call.error == 0 ? " -> done" : " -> error " + std::to_string(call.error)));
+    }));
   }
 }
 
@@ -154,8 +160,18 @@ void Timeline::Write(const char* speaker, const std::string& text) {
   const std::string time = SecondsText(nowMs);
   const std::scoped_lock lock(lock_);
   lines_.push_back({nowMs, speaker, text});
-  std::fprintf(stream_, "%12s  %-9s %s\n", time.c_str(), speaker, text.c_str());
+  std::fprintf(stream_, "%s%12s  %-9s %s\n%s", status_.empty() ? "" : EraseLine, time.c_str(),
+               speaker, text.c_str(), status_.c_str());
   std::fflush(stream_);
+}
+
+void Timeline::ShowStatus(const std::string& text) {
+  const std::scoped_lock lock(lock_);
+  if (text != status_) {
+    std::fprintf(stream_, "%s%s", EraseLine, text.c_str());
+    std::fflush(stream_);
+    status_ = text;
+  }
 }
 
 std::vector<TimelineLine> Timeline::lines() const {

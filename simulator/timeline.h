@@ -40,6 +40,10 @@ class Timeline {
   // All that was written so far.
   std::vector<TimelineLine> lines() const;
 
+  // A line that stays below the others and is written over by the next one; empty: none. Only on a
+  // terminal that can.
+  void ShowStatus(const std::string& text);
+
   // The download's progress as the keyboard sees it; written when the number changes by ten.
   void WriteProgress(u64 bytesDone, u64 bytesInAll);
 
@@ -55,6 +59,7 @@ class Timeline {
   std::vector<TimelineLine> lines_;
   WireReader reader_;
   u64 lastTens_ = 0;
+  std::string status_;
 };
 
 // "12.345 s".

@@ -8,6 +8,7 @@
 #include "simulator/gates.h"
 #include "simulator/memory_map.h"
 #include "simulator/tablet.h"
+#include "simulator/terminal.h"
 #include "simulator/troubles.h"
 #include "simulator/update_picture.h"
 #include "simulator/update_verdict.h"
@@ -228,8 +229,31 @@ class UpdateRun {
       stopwatch.Note(record);
       errors_.Note(record);
       picture_.Note(record);
-      timeline_.WriteProgress(keyboard_.counts().bytesWritten, inAll);
+      if (!moves_) {
+        timeline_.WriteProgress(keyboard_.counts().bytesWritten, inAll);
+      }
     });
+    ShowProgress(inAll);
+  }
+
+  // One line that moves, while somebody watches in real time.
+  void ShowProgress(u64 bytesInAll) {
+    const Terminal terminal = TerminalAt(stream_);
+    moves_ = options_.realtime && terminal.canRewrite;
+    if (!moves_) {
+      return;
+    }
+    constexpr u64 StepMs = 100;
+    tablet_.machine().scheduler.Spawn(
+        "progress", platform::ThreadOwner::Machine, false,
+        [this, bytesInAll, hasColours = terminal.hasColours]() -> u32 {
+          while (moves_) {
+            timeline_.ShowStatus(ProgressText(picture_.PhaseName(), keyboard_.counts().bytesWritten,
+                                              bytesInAll, tablet_.nowMs(), hasColours));
+            tablet_.PassTime(StepMs);
+          }
+          return 0;
+        });
   }
 
   // Lets time pass until the keyboard has been updated, telling when it changes its mode.
@@ -273,6 +297,10 @@ class UpdateRun {
   }
 
   void StopService() {
+    if (moves_.exchange(false)) {
+      tablet_.PassTime(1'000);  // the thread that shows it has ended by then
+      timeline_.ShowStatus("");
+    }
     if (tablet_.machine().processExitCode().has_value()) {
       timeline_.Write("tablet", "the service's process has ended before");
       return;
@@ -417,6 +445,7 @@ class UpdateRun {
   Deliveries deliveries_;
   Stage stage_;
   Troubles troubles_;
+  std::atomic<bool> moves_ = false;  // a line on the terminal
   bool cameUpdated_ = false;
   u64 plannedUntilMs_ = 0;  // until then more is to come, however still it is
   Stopwatch stopwatch_;

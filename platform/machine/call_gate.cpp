@@ -73,6 +73,11 @@ const std::vector<std::uint32_t>& DocumentedErrors(Call call) {
   return found == Table.end() ? None : found->second;
 }
 
+void CallGate::Finish(FinishedCall call) {
+  call.threadId = Scheduler::Current()->id();
+  finished_.Tell(call);
+}
+
 std::uint32_t CallGate::Enter(Call call) {
   scheduler_.Checkpoint();
 

@@ -85,6 +85,8 @@ HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwSha
                           LPSECURITY_ATTRIBUTES lpSecurityAttributes, DWORD dwCreationDisposition,
                           DWORD dwFlagsAndAttributes, HANDLE hTemplateFile) {
   const LastErrorCall<HANDLE> call(Call::CreateFileW, INVALID_HANDLE_VALUE);
+  call.Note(lpFileName, dwDesiredAccess, dwShareMode, lpSecurityAttributes, dwCreationDisposition,
+            dwFlagsAndAttributes, hTemplateFile);
   if (call.fails()) {
     return call.Fail();
   }
@@ -108,12 +110,14 @@ HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwSha
 
 BOOL WINAPI CloseHandle(HANDLE hObject) {
   const SureCall call(Call::CloseHandle);
+  call.Note(hObject);
   const bool closed = TheMachine().handles.CloseAny(hObject, call.name());
   return closed ? TRUE : call.Fail(ERROR_INVALID_HANDLE);
 }
 
 HANDLE WINAPI FindFirstFileA(LPCSTR lpFileName, LPWIN32_FIND_DATAA lpFindFileData) {
   const LastErrorCall<HANDLE> call(Call::FindFirstFileA, INVALID_HANDLE_VALUE);
+  call.Note(lpFileName, lpFindFileData);
   if (call.fails()) {
     return call.Fail();
   }
@@ -132,6 +136,7 @@ HANDLE WINAPI FindFirstFileA(LPCSTR lpFileName, LPWIN32_FIND_DATAA lpFindFileDat
 
 BOOL WINAPI FindNextFileA(HANDLE hFindFile, LPWIN32_FIND_DATAA lpFindFileData) {
   const LastErrorCall<BOOL> call(Call::FindNextFileA);
+  call.Note(hFindFile, lpFindFileData);
   if (call.fails()) {
     return call.Fail();
   }
@@ -149,6 +154,7 @@ BOOL WINAPI FindNextFileA(HANDLE hFindFile, LPWIN32_FIND_DATAA lpFindFileData) {
 
 BOOL WINAPI FindClose(HANDLE hFindFile) {
   const SureCall call(Call::FindClose);
+  call.Note(hFindFile);
   return call.Close<SearchObject>(hFindFile) ? TRUE : call.Fail(ERROR_INVALID_HANDLE);
 }
 
