@@ -6,10 +6,11 @@
 
 #include "simulator/exit_codes.h"
 #include "simulator/gates.h"
+#include "simulator/hand.h"
 #include "simulator/memory_map.h"
+#include "simulator/stopwatch.h"
 #include "simulator/tablet.h"
 #include "simulator/terminal.h"
-#include "simulator/troubles.h"
 #include "simulator/update_picture.h"
 #include "simulator/update_verdict.h"
 #include "simulator/virtual_keyboard.h"
@@ -24,21 +25,6 @@ constexpr u64 PatienceMs = 60'000;
 
 // From the keyboard's return to the end of the session, and to see that nothing more comes.
 constexpr u64 AfterglowMs = 10'000;
-
-// The time of the wire and the points of time from which the verdict tells where the time went.
-struct Stopwatch {
-  std::mutex lock;
-  u64 firstTransferMs = 0;
-  u64 lastTransferMs = 0;
-  u64 wireMs = 0;
-
-  void Note(const platform::TransferRecord& record) {
-    const std::scoped_lock hold(lock);
-    firstTransferMs = firstTransferMs == 0 ? record.startMs : firstTransferMs;
-    lastTransferMs = record.endMs;
-    wireMs += record.endMs - record.startMs;
-  }
-};
 
 const char* NameOfMode(KeyboardMode mode) {
   switch (mode) {
@@ -64,15 +50,7 @@ class UpdateRun {
         keyboard_(*new VirtualKeyboard(tablet_.machine(), KeyboardFor(options))),
         timeline_(*new Timeline(tablet_.machine(), stream, options.timeline)),
         second_(*new VirtualKeyboard(tablet_.machine(), SecondFor(options))),
-        foreign_(*new ForeignKeyboard(tablet_.machine(), {})),
-        stage_{tablet_,
-               keyboard_,
-               second_,
-               foreign_,
-               deliveries_,
-               [](StageEvent) {},
-               options_.refuseMemory},
-        troubles_(stage_, options_.troubles),
+        hand_(*new Hand(tablet_, keyboard_, second_, timeline_, options_)),
         picture_(keyboard_.ReadFlash()) {}
 
   Json Run() {
@@ -130,11 +108,7 @@ class UpdateRun {
     cameUpdated_ = !options_.startsInDfuMode && options_.installed.has_value() &&
                    options_.installed->version == options_.package.version &&
                    keyboard_.FlashHolds(elements());
-    ArmTroubles();
-    if (options_.attachMs == 0) {
-      PlugIn();
-    }
-    LetTimePass();
+    hand_.Begin();
     tablet_.StartService();
   }
 
@@ -146,93 +120,25 @@ class UpdateRun {
     }
   }
 
-  void PlugIn() {
-    timeline_.Write("keyboard",
-                    options_.startsInDfuMode
-                        ? "is attached in DFU mode"
-                        : "is attached with firmware " + VersionText(options_.keyboard.version));
-    if (options_.startsInDfuMode) {
-      keyboard_.AttachInDfuMode();
-    } else {
-      keyboard_.Attach();
-    }
-  }
-
-  void ArmTroubles() {
-    if (options_.troubles.empty()) {
-      return;
-    }
-    troubles_.Arm();
-    tablet_.machine().notifications.PlanDeliveries(
-        [this](const platform::Notice& notice) { return troubles_.PlanDelivery(notice); });
-  }
-
-  // The hand that plugs in late and makes troubles at their times is a thread of the machine.
-  void LetTimePass() {
-    for (const Trouble& trouble : options_.troubles) {
-      if (trouble.kind->place == FaultPlace::Time) {
-        plannedUntilMs_ = std::max(plannedUntilMs_, trouble.at);
-      }
-    }
-    plannedUntilMs_ = std::max(plannedUntilMs_, options_.attachMs);
-    if (plannedUntilMs_ == 0) {
-      return;
-    }
-    tablet_.machine().scheduler.Spawn("hand", platform::ThreadOwner::Machine, false,
-                                      [this]() -> u32 {
-                                        MoveHand();
-                                        return 0;
-                                      });
-  }
-
-  void MoveHand() {
-    bool attached = options_.attachMs == 0;
-    const auto attach = [&] {
-      PassUntil(options_.attachMs);
-      PlugIn();
-      attached = true;
-    };
-    for (const Trouble& trouble : options_.troubles) {
-      if (trouble.kind->place != FaultPlace::Time) {
-        continue;
-      }
-      if (!attached && options_.attachMs <= trouble.at) {
-        attach();
-      }
-      PassUntil(trouble.at);
-      timeline_.Write("trouble", trouble.kind->told);
-      troubles_.Happen(trouble);
-    }
-    if (!attached) {
-      attach();
-    }
-  }
-
-  void PassUntil(u64 timeMs) {
-    if (timeMs > tablet_.nowMs()) {
-      tablet_.PassTime(timeMs - tablet_.nowMs());
-    }
-  }
-
   void WatchWire() {
     u64 inAll = 0;
     for (const DfuSeElement& element : elements()) {
       inAll += element.data.size();
     }
-    Stopwatch& stopwatch = stopwatch_;
     completes_ = tablet_.machine().processes.launches.Observe(
         [this](const platform::LaunchedProcess& launch) {
           completesTold_ += launch.commandLine == u"COMPLETE" ? 1 : 0;
           NoteGates();
         });
-    wire_ = tablet_.machine().transfers.Observe([&, inAll](const platform::TransferRecord& record) {
-      stopwatch.Note(record);
-      errors_.Note(record);
-      picture_.Note(record);
-      if (!moves_) {
-        timeline_.WriteProgress(keyboard_.counts().bytesWritten, inAll);
-      }
-    });
+    wire_ =
+        tablet_.machine().transfers.Observe([this, inAll](const platform::TransferRecord& record) {
+          stopwatch_.Note(record);
+          errors_.Note(record);
+          picture_.Note(record);
+          if (!moves_) {
+            timeline_.WriteProgress(keyboard_.counts().bytesWritten, inAll);
+          }
+        });
     ShowProgress(inAll);
   }
 
@@ -265,7 +171,8 @@ class UpdateRun {
       const u64 transfers = tablet_.machine().transfers.total();
       tablet_.PassTimeUntil([&] { return keyboard_.mode() != mode; }, PatienceMs);
       moved = keyboard_.mode() != mode || keyboard_.counts().bytesWritten != written ||
-              tablet_.machine().transfers.total() != transfers || tablet_.nowMs() < plannedUntilMs_;
+              tablet_.machine().transfers.total() != transfers ||
+              tablet_.nowMs() < hand_.plannedUntilMs();
       TellMode(mode);
       written = keyboard_.counts().bytesWritten;
     }
@@ -327,7 +234,7 @@ class UpdateRun {
                    "  memory           made up where the package writes: no map was told\n");
     }
     WriteWords();
-    WriteTimes();
+    stopwatch_.Write(keyboard_.counts(), IsUpdated() ? returnedMs_ : 0, stream_);
     UpdateEnd end;
     end.faultless = WriteFaults();
     end.updated = IsUpdated();
@@ -335,9 +242,9 @@ class UpdateRun {
     end.reportsTaken = keyboard_.enterDfuReports();
     end.deviceError = errors_.Text();
     end.mode = keyboard_.mode();
-    WriteUnmetTroubles();
+    hand_.WriteUnmet(stream_);
     UpdateResult result = JudgeUpdate(options_, keyboard_.ReadFlash(), end);
-    result.updateMs = returnedMs_ - stopwatch_.firstTransferMs;
+    result.updateMs = returnedMs_ - stopwatch_.firstTransferMs();
     std::fprintf(stream_, "  result           %s\n", result.reason.c_str());
     if (!options_.expected.empty()) {
       const bool isMet = result.reason == options_.expected;
@@ -346,23 +253,6 @@ class UpdateRun {
       result.exitCode = isMet ? ExitDone : ExitFailed;
     }
     return result;
-  }
-
-  // A fault whose place never came has shown nothing.
-  void WriteUnmetTroubles() {
-    for (const Trouble& trouble : options_.troubles) {
-      const FaultPlace place = trouble.kind->place;
-      const bool isMet = place == FaultPlace::Block    ? keyboard_.blocksSent() >= trouble.at
-                         : place == FaultPlace::Erase  ? keyboard_.erasesSent() >= trouble.at
-                         : place == FaultPlace::Report ? keyboard_.enterDfuReports() > 0
-                         : place == FaultPlace::Call ? tablet_.machine().gate.total() >= trouble.at
-                         : place == FaultPlace::Transfer
-                             ? tablet_.machine().transfers.total() >= trouble.at
-                             : true;
-      if (!isMet) {
-        std::fprintf(stream_, "  never met        %s\n", TroubleText(trouble).c_str());
-      }
-    }
   }
 
   Json Tell(const UpdateResult& result) const {
@@ -403,30 +293,6 @@ class UpdateRun {
     std::fprintf(stream_, "  user was told    %s\n", words.empty() ? "nothing" : words.c_str());
   }
 
-  void WriteTimes() {
-    if (stopwatch_.firstTransferMs == 0) {
-      return;
-    }
-    const BootloaderCounts counts = keyboard_.counts();
-    const u64 transfersMs = stopwatch_.lastTransferMs - stopwatch_.firstTransferMs;
-    const u64 busyMs = counts.eraseMs + counts.writeMs;
-    const u64 waitedMs = transfersMs - std::min(transfersMs, busyMs + stopwatch_.wireMs);
-    std::fprintf(stream_, "  where the time went\n");
-    WriteTime("until the service first spoke to the keyboard", stopwatch_.firstTransferMs);
-    WriteTime("keyboard erasing", counts.eraseMs);
-    WriteTime("keyboard writing", counts.writeMs);
-    WriteTime("transfers on the wire", stopwatch_.wireMs);
-    WriteTime("restart into DFU mode and ticks between operations", waitedMs);
-    if (IsUpdated()) {
-      WriteTime("restart with the new firmware",
-                returnedMs_ - std::min(returnedMs_, stopwatch_.lastTransferMs));
-    }
-  }
-
-  void WriteTime(const char* what, u64 milliseconds) {
-    std::fprintf(stream_, "    %12s  %s\n", SecondsText(milliseconds).c_str(), what);
-  }
-
   bool WriteFaults() {
     const std::vector<std::string> faults = tablet_.machine().faults.All();
     for (const std::string& fault : faults) {
@@ -441,13 +307,9 @@ class UpdateRun {
   VirtualKeyboard& keyboard_;
   Timeline& timeline_;
   VirtualKeyboard& second_;
-  ForeignKeyboard& foreign_;
-  Deliveries deliveries_;
-  Stage stage_;
-  Troubles troubles_;
+  Hand& hand_;
   std::atomic<bool> moves_ = false;  // a line on the terminal
   bool cameUpdated_ = false;
-  u64 plannedUntilMs_ = 0;  // until then more is to come, however still it is
   Stopwatch stopwatch_;
   platform::Observation wire_;
   platform::Observation completes_;
