@@ -62,6 +62,8 @@ Json Refuse(Json& check, const PackageRefusal& refusal) {
   return check;
 }
 
+// The last address of an element is shown, not the one behind it: it is what people compare with a
+// linker's map.
 void PrintTarget(const Json& target, std::FILE* out) {
   const Json& elements = target["elements"];
   std::fprintf(out, "target for alternate setting %u, %zu element%s\n",

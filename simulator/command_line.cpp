@@ -66,6 +66,8 @@ constexpr RunOption TroubleOptions[] = {
      "", true},
 };
 
+// Kept as text: what a value means is decided where a scenario's lines are read, so that both say
+// the same about a wrong one.
 void DescribeRun(CLI::App& app, std::span<const RunOption> options, Arguments& arguments) {
   for (const RunOption& option : options) {
     CLI::Option* const added =

@@ -33,6 +33,8 @@ Json Decide(const UpdateRunOptions& options, const std::string& driveFolder) {
   keyboard.Attach();
   tablet.StartService();
   tablet.PassTimeUntil([&] { return told.load(); }, DecidedAfterMs);
+  // At the first word: what comes behind it would be an update. A keyboard that needs none brings
+  // no word, and the time runs out.
   tablet.machine().KillServiceProcess();
 
   const std::vector<ToldWord> toldWords = tablet.WordsTold();

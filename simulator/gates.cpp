@@ -21,6 +21,7 @@ std::string TextOf(i32 major, i32 minor) {
 Json DescribeGates() {
   UpdateGate closed = GateOfVersions(deviceVersion, packageVersion);
   closed = closed == UpdateGate::None ? GateOfBattery(batteryPercent) : closed;
+  // The order is that of the service, and what comes behind a closed gate was never asked.
   const struct {
     UpdateGate gate;
     const char* name;

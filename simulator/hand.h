@@ -25,6 +25,8 @@ class Hand {
   // Until then more is to come, however still it is.
   u64 plannedUntilMs() const { return plannedUntilMs_; }
 
+  bool killedService() const { return stage_.killed; }
+
   // A line for each trouble whose place never came: it has shown nothing.
   void WriteUnmet(std::FILE* stream) const;
 

@@ -87,6 +87,7 @@ std::string ReadAll(int file) {
 // Threads of the simulated machine still stand where its end left them: no destructor may run.
 [[noreturn]] void Answer(const std::function<Json(const std::string&)>& work,
                          const std::string& folder, int file) {
+  // Whoever ends the command with a signal that cannot be caught ends the child with it.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   Json answer;
   try {
@@ -120,6 +121,7 @@ std::string AnswerOfChild(const std::function<Json(const std::string&)>& work,
   }
   const std::string text = ReadAll(ends[0]);
   close(ends[0]);
+  // A signal may come in between; the child must be gone before its folder is.
   while (child > 0 && waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
   }
   std::error_code ignored;

@@ -102,6 +102,7 @@ int Decide(Arguments& arguments) {
   return Finish(arguments, "decide", result);
 }
 
+// Each file is looked at, however the one before it came out; the worst of them is the exit code.
 int Check(const Arguments& arguments) {
   simulator::CheckOptions options;
   options.strict = arguments.strict;
@@ -195,7 +196,14 @@ int main(int argc, char** argv) {
            : commands.decide->parsed() ? Decide(arguments)
                                        : Update(arguments);
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "vantrel-sim: %s\n", error.what());
-    return simulator::ExitFailed;
+    const char* const command = commands.check->parsed()    ? "check"
+                                : commands.pack->parsed()   ? "pack"
+                                : commands.decide->parsed() ? "decide"
+                                                            : "update";
+    Json result = Refuse({error.what(), simulator::ExitFailed});
+    if (commands.check->parsed()) {
+      result["files"] = Json::array();
+    }
+    return Finish(arguments, command, result);
   }
 }

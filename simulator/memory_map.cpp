@@ -15,6 +15,7 @@ constexpr u32 Megabyte = 1024 * 1024;
 constexpr u64 MostBytes = u64{64} * Megabyte;
 constexpr u64 AddressSpaceBytes = u64{1} << 32;
 
+// Count and size have a fixed width in the maps of real parts, and a blank stands for bytes.
 std::string RunText(const SectorRun& run) {
   u32 size = run.sectorBytes;
   char unit = ' ';
@@ -70,6 +71,7 @@ u64 BytesOf(const FlashRegion& region) {
   return bytes;
 }
 
+// Memory that is told twice at one address could be erased by one sector and written by another.
 bool LieApart(const std::vector<FlashRegion>& regions) {
   u64 bytes = 0;
   for (const FlashRegion& region : regions) {
@@ -108,6 +110,8 @@ bool ReadText(const std::string& text, KeyboardMemory& memory) {
 }
 
 // Whether the service's own parser makes the same sectors of the text, one by one.
+// A map means what the service makes of it. Where the two readers differ, a run would show memory
+// that the service does not see.
 bool ServiceReadsTheSame(const KeyboardMemory& memory) {
   MemoryMap map{};
   if (ParseMemoryMap(memory.text.data(), memory.text.size(), map) != 1) {

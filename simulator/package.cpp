@@ -18,6 +18,7 @@ namespace simulator {
 
 namespace {
 
+// The service counts characters of the name and does not look what stands between the digits.
 constexpr std::size_t VersionPositions[] = {MajorPosition, MinorPosition, ModelIdPosition,
                                             HwRevPosition};
 
@@ -29,6 +30,7 @@ bool IsDigit(char character) {
   return character >= '0' && character <= '9';
 }
 
+// One digit each: a 12 is read as a 1.
 std::optional<KeyboardVersion> VersionOfName(const std::string& name) {
   u8 digits[4];
   for (std::size_t i = 0; i < 4; ++i) {
@@ -41,6 +43,7 @@ std::optional<KeyboardVersion> VersionOfName(const std::string& name) {
   return KeyboardVersion{digits[0], digits[1], digits[2], digits[3]};
 }
 
+// Windows does not tell small letters from capitals when it looks for "*.dfu".
 bool EndsWithDfu(const std::string& name) {
   std::string ending = name.size() < 4 ? name : name.substr(name.size() - 4);
   std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char character) {
@@ -154,6 +157,7 @@ DfuSeTarget MakeTarget(const KeyboardVersion& version, const TargetDraft& draft)
 
 }  // namespace
 
+// The name is the only place where a package tells its version to the service.
 Package MakePackage(const PackageDraft& draft) {
   Package package;
   package.fileName = "VantrelKb_" + VersionText(draft.version) + ".dfu";
@@ -187,6 +191,7 @@ bool FitsFlash(const Package& package, const std::vector<FlashRegion>& flash) {
 
 // Sectors of two sizes. A package that was made elsewhere gets memory around its elements, sectors
 // side by side in one region: the text of the memory map has little room.
+// The usual memory comes first, so that a package for it gets no other.
 std::vector<FlashRegion> FlashFor(const std::vector<Package>& packages) {
   std::vector<FlashRegion> flash = {{DefaultFlashAddress, {{4, 16 * 1024}, {3, 64 * 1024}}}};
   constexpr u64 SectorBytes = u64{64} * 1024;

@@ -12,6 +12,7 @@ namespace {
 
 constexpr char RunMark[] = "RUN_DATA";
 
+// Beside its place, because only within one file system a rename leaves no moment with half a file.
 std::string BesideName(const std::string& path) {
   return path + ".part";
 }

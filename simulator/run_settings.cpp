@@ -216,6 +216,8 @@ void PlaceFirmware(const std::set<std::string>& told, KeyboardOptions& keyboard)
   }
 }
 
+// The old package is read by the same rules as the new one: what the service could not have
+// installed cannot be there.
 bool Install(const RunSettings& settings, UpdateRunOptions& run, PackageRefusal& refusal) {
   if (settings.installedFile.empty()) {
     return true;

@@ -146,6 +146,8 @@ Texts WriteAlternateSettings(const Scenario& scenario) {
   return values;
 }
 
+// A setting without a map of its own tells that of the flash, as most bootloaders with one memory
+// do.
 bool ReadAlternateSetting(Scenario& scenario, const std::string& value) {
   const Texts words = WordsOf(value);
   AlternateSettingOptions setting;
@@ -223,6 +225,8 @@ Texts WriteTargets(const Scenario& scenario) {
   return values;
 }
 
+// With "fill" the bytes are all the same: a place that no firmware needs, and yet the service must
+// write it.
 bool ReadElement(const std::string& text, ElementDraft& element) {
   const Texts words = WordsOf(text);
   if (!ReadSpan(words, element.address, element.sizeBytes)) {

@@ -69,6 +69,7 @@ std::vector<std::string> WordsOf(const std::string& value) {
   return words;
 }
 
+// All of the text must be the number: "12 " or "12k" is a mistake that had better be told.
 bool ReadNumber(const std::string& text, u64 least, u64 most, u64& number) {
   const bool isHex = text.starts_with("0x");
   const char* const begin = text.data() + (isHex ? 2 : 0);
@@ -90,6 +91,8 @@ bool ReadYesNo(const std::string& text, bool& yes) {
   return true;
 }
 
+// In whole milliseconds, which the clock of the machine counts in; so there are no fractions to
+// round.
 bool ReadTime(const std::string& text, u64& milliseconds) {
   constexpr u64 MostSeconds = 1'000'000'000;
   if (text.find('x') != std::string::npos) {

@@ -24,9 +24,13 @@ struct Deliveries {
 };
 
 // What the hand behind a trouble does and the machine does not tell.
+// A judge needs them: what the service owes depends on who was logged on and whether it was told to
+// stop.
 enum class StageEvent : u8 { UserCame, UserLeft, StopSent, OpenRefused, Ended };
 
 // Lives as long as its host process.
+// What a trouble gets to act on; the functions are what several troubles do, so that each is told
+// the same way.
 struct Stage {
   Tablet& tablet;
   VirtualKeyboard& keyboard;
@@ -34,12 +38,13 @@ struct Stage {
   ForeignKeyboard& foreign;
   Deliveries& deliveries;
 
-  // Told of each event before it happens, on the thread on which it does.
+  // Told of each event, on the thread on which it happens.
   std::function<void(StageEvent)> note;
 
   // Makes the service's request for memory with that number fail; 0: none.
   void (*refuseMemory)(u64 number) = nullptr;
 
+  // Set by the hand, read by the script on another thread.
   std::atomic<bool> secondCame = false;
   std::atomic<bool> killed = false;  // a trouble ended the service's process
 

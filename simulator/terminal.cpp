@@ -8,6 +8,7 @@
 
 namespace simulator {
 
+// A log file that is full of bars helps nobody.
 Terminal TerminalAt(std::FILE* stream) {
   const char* const kind = std::getenv("TERM");
   const char* const noColour = std::getenv("NO_COLOR");

@@ -75,6 +75,8 @@ std::string DescribeDownload(const platform::TransferRecord& record) {
   return Format("DNLOAD block %u, %u bytes", record.setup.Value, record.setup.Length);
 }
 
+// Status, a poll time-out of three bytes, and the state; the string's index behind them is of no
+// use to anybody.
 std::string DescribeStatus(const platform::TransferRecord& record) {
   if (record.data.size() < 6) {
     return "GETSTATUS";
@@ -97,6 +99,8 @@ std::string DescribeClassRequest(const platform::TransferRecord& record) {
       return record.data.empty() ? "GETSTATE" : "GETSTATE: " + NameOfDfuState(record.data[0]);
     case DfuAbort:
       return "ABORT";
+    // HidD_SetOutputReport goes over the control pipe as this request, with the report's id in the
+    // lower byte.
     case HidSetReport:
       return Format("SET_REPORT 0x%02X, %u bytes", record.setup.Value & 0xFF, record.setup.Length);
     default:
@@ -142,6 +146,7 @@ void Timeline::WatchMachine() {
         Write("user", "is told " + platform::Utf8FromWide(launch.commandLine));
       }),
   };
+  // These are many, so they come only when somebody asked for them.
   if (options_.wire) {
     watching_.push_back(machine_.transfers.Observe(
         [this](const platform::TransferRecord& record) { WriteTransfer(record); }));
@@ -155,6 +160,8 @@ void Timeline::WatchMachine() {
   }
 }
 
+// From whichever thread it happens on. Flushed line by line: who watches in real time wants to see
+// it now.
 void Timeline::Write(const char* speaker, const std::string& text) {
   const u64 nowMs = machine_.scheduler.NowMs();
   const std::string time = SecondsText(nowMs);

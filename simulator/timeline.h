@@ -15,11 +15,13 @@
 
 namespace simulator {
 
+// What only somebody who asks for it wants to read.
 struct TimelineOptions {
   bool wire = false;   // every transfer between the service and a device
   bool calls = false;  // every platform call
 };
 
+// A line that was written, for whoever shows it in another way.
 struct TimelineLine {
   u64 timeMs;
   std::string speaker;

@@ -43,6 +43,8 @@ void TellNoticesApart(Stage& stage, const Trouble& trouble) {
   stage.deliveries.apart = First(trouble);
 }
 
+// The report was taken and the keyboard left; the user unplugged it just then, or its bootloader is
+// broken.
 void KeepKeyboardAway(Stage& stage, const Trouble&) {
   stage.keyboard.Change([](KeyboardOptions& options) { options.returnsAfterReport = false; });
 }
@@ -99,6 +101,7 @@ void BeBusy(Stage& stage, const Trouble& trouble) {
   });
 }
 
+// The device is there and stalls nothing: a host sees a transfer run into its time-out.
 void AnswerNothing(Stage& stage, const Trouble&) {
   stage.keyboard.Intercept([](const WINUSB_SETUP_PACKET&, const platform::Bytes&) {
     return platform::UsbReply{platform::UsbResult::TimedOut, {}, 0};
@@ -107,11 +110,13 @@ void AnswerNothing(Stage& stage, const Trouble&) {
 
 // --- In front of a transfer or a call ---
 
+// Windows announces a device once, but drivers that restart their device make it do so again.
 void AnnounceAgain(Stage& stage, const Trouble&) {
   stage.machine().notifications.Announce(
       {CM_NOTIFY_ACTION_DEVICEINTERFACEARRIVAL, DfuModeInterfaceGuid, u"once more"});
 }
 
+// As the task manager does: no handler runs, nothing is closed, and the keyboard is left as it is.
 void KillService(Stage& stage, const Trouble&) {
   stage.killed = true;
   stage.note(StageEvent::Ended);

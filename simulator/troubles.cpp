@@ -10,6 +10,7 @@ namespace {
 constexpr u64 ApartMs = 40;
 
 // Takes one of what is left; whether there was any.
+// Several threads may announce at once, and each that is promised may be taken once.
 bool TakeOne(std::atomic<u32>& counter) {
   u32 left = counter;
   while (left > 0 && !counter.compare_exchange_weak(left, left - 1)) {
@@ -60,6 +61,8 @@ void Troubles::End(const KeyboardOptions& peace) {
   stage_.machine().power.SetBatteryPercent(FullEnoughPercent);
 }
 
+// Windows calls back on threads of its own and promises little: notices may be late, and nothing
+// keeps two callbacks apart.
 platform::DeliveryPlan Troubles::PlanDelivery(const platform::Notice& notice) {
   platform::DeliveryPlan delivery;
   delivery.delayMs = stage_.deliveries.delayMs;

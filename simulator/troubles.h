@@ -11,6 +11,8 @@
 
 namespace simulator {
 
+// What the script does at a time, it does through Happen; all else is armed once and happens by
+// itself.
 class Troubles {
  public:
   // The troubles must outlive it.

@@ -35,6 +35,7 @@ UpdatePicture::UpdatePicture(const NorFlash& flash) {
   for (const FlashSector& sector : flash.sectors()) {
     sectors_.push_back({sector.address, sector.sizeBytes, StateUntouched, 0});
   }
+  // The service gives Windows time to find all devices before it looks for its own.
   phases_.push_back({.name = StartUp});
 }
 
@@ -50,6 +51,7 @@ UpdatePhase UpdatePicture::Until(UpdatePhase phase, u64 timeMs) {
   return phase;
 }
 
+// A phase that comes again, as after a pull, is drawn again: the picture goes along the time.
 UpdatePhase& UpdatePicture::Enter(const char* name, u64 timeMs) {
   if (phases_.back().name != name) {
     phases_.back() = Until(phases_.back(), timeMs);
@@ -101,6 +103,8 @@ void UpdatePicture::NoteWork(const WireWork& work, const platform::TransferRecor
 
 void UpdatePicture::NoteStatus(const WireStatus& status) {
   isBusy_ = status.state == dfuDNBUSY || status.state == dfuMANIFEST;
+  // What the device did not take is not written. It may be sent again, and then the sector changes
+  // its colour once more.
   if (status.status != dfuOK) {
     if (isPending_ && Find(pending_.address) != nullptr) {
       Find(pending_.address)->state = StateRefused;
@@ -146,6 +150,8 @@ void UpdatePicture::NoteReturn(u64 timeMs) {
   const std::scoped_lock hold(lock_);
   UpdatePhase& phase = phases_.back();
   if (phase.name == IntoDfu || phase.name == IntoFirmware) {
+    // From its leaving to its return the keyboard restarts; what the service then still waits is
+    // its own.
     phase.deviceMs = timeMs - phase.fromMs - phase.wireMs;
     phase.toMs = std::max(phase.toMs, timeMs);
     isBusy_ = false;

@@ -77,6 +77,7 @@ class UpdateRun {
 
   static KeyboardOptions SecondFor(const UpdateRunOptions& options) {
     KeyboardOptions second = KeyboardFor(options);
+    // Another place at the tablet. Windows makes other paths of it, and the ids stay the same.
     second.unit = u"8&5e6f7a8b";
     return second;
   }
@@ -105,6 +106,7 @@ class UpdateRun {
     }
     FillFlash(options_, keyboard_);
     FillFlash(options_, second_);
+    // A keyboard that has it all already would look updated from the first moment on.
     cameUpdated_ = !options_.startsInDfuMode && options_.installed.has_value() &&
                    options_.installed->version == options_.package.version &&
                    keyboard_.FlashHolds(elements());
@@ -170,6 +172,7 @@ class UpdateRun {
     while (moved && !IsUpdated() && !IsBackUnchanged(mode)) {
       const u64 transfers = tablet_.machine().transfers.total();
       tablet_.PassTimeUntil([&] { return keyboard_.mode() != mode; }, PatienceMs);
+      // A long erase shows on the wire alone, and a long silence may be planned.
       moved = keyboard_.mode() != mode || keyboard_.counts().bytesWritten != written ||
               tablet_.machine().transfers.total() != transfers ||
               tablet_.nowMs() < hand_.plannedUntilMs();
@@ -208,11 +211,13 @@ class UpdateRun {
       tablet_.PassTime(1'000);  // the thread that shows it has ended by then
       timeline_.ShowStatus("");
     }
-    if (tablet_.machine().processExitCode().has_value()) {
+    serviceEnded_ = hand_.killedService() || tablet_.machine().processExitCode().has_value();
+    if (serviceEnded_) {
       timeline_.Write("tablet", "the service's process has ended before");
       return;
     }
     timeline_.Write("tablet", "stops the service");
+    // As at a shutdown. A service that does not stop is left behind; the host process ends it.
     tablet_.machine().services.SendControl(SERVICE_CONTROL_STOP);
     tablet_.PassTimeUntil([&] { return tablet_.machine().processExitCode().has_value(); },
                           AfterglowMs);
@@ -236,17 +241,21 @@ class UpdateRun {
     WriteWords();
     stopwatch_.Write(keyboard_.counts(), IsUpdated() ? returnedMs_ : 0, stream_);
     UpdateEnd end;
+    // Mistakes in calls of Windows count more than anything the keyboard says: a real Windows would
+    // have crashed, or leaked.
     end.faultless = WriteFaults();
     end.updated = IsUpdated();
     end.completesTold = completesTold_;
     end.reportsTaken = keyboard_.enterDfuReports();
     end.deviceError = errors_.Text();
     end.mode = keyboard_.mode();
+    end.serviceEnded = serviceEnded_;
     hand_.WriteUnmet(stream_);
-    UpdateResult result = JudgeUpdate(options_, keyboard_.ReadFlash(), end);
+    UpdateResult result = JudgeUpdate(options_, end);
     result.updateMs = returnedMs_ - stopwatch_.firstTransferMs();
     std::fprintf(stream_, "  result           %s\n", result.reason.c_str());
     if (!options_.expected.empty()) {
+      // Who expects a failure has what he wanted when it comes, so the exit code says that.
       const bool isMet = result.reason == options_.expected;
       std::fprintf(stream_, "  expected         %s\n",
                    isMet ? "just that" : options_.expected.c_str());
@@ -256,7 +265,7 @@ class UpdateRun {
   }
 
   Json Tell(const UpdateResult& result) const {
-    const NorFlash flash(options_.keyboard.flash);
+    const NorFlash flash = MemoryForUpdate(options_.keyboard);
     Json told{{"exitCode", result.exitCode}, {"result", result.reason}};
     if (!options_.expected.empty()) {
       told["expected"] = options_.expected;
@@ -310,6 +319,7 @@ class UpdateRun {
   Hand& hand_;
   std::atomic<bool> moves_ = false;  // a line on the terminal
   bool cameUpdated_ = false;
+  bool serviceEnded_ = false;  // before it was asked to stop
   Stopwatch stopwatch_;
   platform::Observation wire_;
   platform::Observation completes_;

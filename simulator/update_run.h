@@ -12,6 +12,7 @@
 namespace simulator {
 
 // The keyboard of a run.
+// It boots what it knows: the package, what was installed, and the simulator's own images.
 KeyboardOptions KeyboardFor(const UpdateRunOptions& options);
 
 // Puts the installed package, if there is one, into its flash. Before it is attached.

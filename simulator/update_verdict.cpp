@@ -7,6 +7,7 @@
 #include "simulator/dfu_bootloader.h"
 #include "simulator/dfu_names.h"
 #include "simulator/exit_codes.h"
+#include "simulator/memory_map.h"
 
 namespace simulator {
 
@@ -17,6 +18,8 @@ FirmwareVersion ServiceVersion(const KeyboardVersion& version) {
 }
 
 // Where the sector ends that holds the address, or the next one begins.
+// Bytes are counted stretch by stretch, from one border of a sector to the next: byte by byte takes
+// long for large packages.
 u64 NextBorder(const NorFlash& flash, const FlashSector* sector, u64 at) {
   u64 next = u64{1} << 32;
   for (const FlashSector& other : flash.sectors()) {
@@ -40,6 +43,7 @@ std::string DroppedText(const std::vector<DfuSeElement>& elements, const NorFlas
 }
 
 // Why a keyboard that took the whole package does not run it.
+// The service has told the user that it is done, so the reason is one that it cannot see.
 std::string WhyNotRunning(const std::vector<DfuSeElement>& elements, const NorFlash& flash) {
   const std::string dropped = DroppedText(elements, flash);
   if (!dropped.empty()) {
@@ -90,8 +94,18 @@ std::vector<DroppedSpan> DroppedSpans(const std::vector<DfuSeElement>& elements,
   return spans;
 }
 
-UpdateResult JudgeUpdate(const UpdateRunOptions& options, const NorFlash& flash,
-                         const UpdateEnd& end) {
+NorFlash MemoryForUpdate(const KeyboardOptions& keyboard) {
+  for (const AlternateSettingOptions& setting : keyboard.alternateSettings) {
+    const std::optional<KeyboardMemory> memory =
+        setting.number == 0 ? ReadMemoryMap(setting.mapString.value_or("")) : std::nullopt;
+    if (memory.has_value()) {
+      return NorFlash(memory->flash);
+    }
+  }
+  return NorFlash(keyboard.flash);
+}
+
+UpdateResult JudgeUpdate(const UpdateRunOptions& options, const UpdateEnd& end) {
   if (!end.faultless) {
     return {ExitFailed, "failed: the service misused a call, see the faults"};
   }
@@ -99,6 +113,8 @@ UpdateResult JudgeUpdate(const UpdateRunOptions& options, const NorFlash& flash,
     return {ExitDone, "updated"};
   }
   const std::vector<DfuSeElement>& elements = TargetForUpdate(options.package.contents)->elements;
+  const NorFlash flash = MemoryForUpdate(options.keyboard);
+  // A keyboard that tells its old version again is updated again, at every arrival.
   if (end.completesTold > 1) {
     return {ExitFailed, "installed over and over: " + WhyNotRunning(elements, flash)};
   }
@@ -123,6 +139,9 @@ UpdateResult JudgeUpdate(const UpdateRunOptions& options, const NorFlash& flash,
                                                 options.batteryPercent);
   if (end.reportsTaken == 0 && !gate.empty()) {
     return {ExitNothingToDo, gate};
+  }
+  if (end.serviceEnded) {
+    return {ExitFailed, "failed: the service ended in the midst of it"};
   }
   return {ExitFailed, "failed: the update came to no end"};
 }

@@ -14,6 +14,8 @@
 namespace simulator {
 
 // Watches the wire for the first error that the device reports. Any thread.
+// The service may have repaired it, by clearing the error and sending the block again; so it counts
+// only for a run that has failed.
 class DeviceErrors {
  public:
   void Note(const platform::TransferRecord& record);
@@ -36,10 +38,10 @@ struct UpdateEnd {
   u32 reportsTaken = 0;  // so often the keyboard was asked into DFU mode
   std::string deviceError;
   KeyboardMode mode = KeyboardMode::Normal;
+  bool serviceEnded = false;  // before it was asked to stop
 };
 
-UpdateResult JudgeUpdate(const UpdateRunOptions& options, const NorFlash& flash,
-                         const UpdateEnd& end);
+UpdateResult JudgeUpdate(const UpdateRunOptions& options, const UpdateEnd& end);
 
 // Which gate of the service's decision is closed for the keyboard and the package, with the values
 // of both sides; empty when all are open.
@@ -53,6 +55,10 @@ struct DroppedSpan {
 };
 std::vector<DroppedSpan> DroppedSpans(const std::vector<DfuSeElement>& elements,
                                       const NorFlash& flash);
+
+// The memory of which alternate setting 0 tells: the service writes nothing elsewhere, whatever
+// else the keyboard has.
+NorFlash MemoryForUpdate(const KeyboardOptions& keyboard);
 
 // Where two of the elements overlap, as part of a sentence; empty when none do.
 std::string OverlapText(const std::vector<DfuSeElement>& elements);

@@ -20,6 +20,7 @@ std::optional<WireWork> WireReader::Read(const platform::TransferRecord& record)
   if (!IsClassRequest(record, DfuDnload)) {
     return std::nullopt;
   }
+  // The end of the download has a number, too, but goes nowhere.
   if (data.empty()) {
     return WireWork{WireWork::Kind::Leave, base_, 0};
   }

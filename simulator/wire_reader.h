@@ -4,6 +4,7 @@
 
 #include <optional>
 
+#include "common/types.h"
 #include "platform/machine/transfer_log.h"
 
 namespace simulator {
