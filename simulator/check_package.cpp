@@ -56,6 +56,7 @@ void AddPlan(const Package& package, const CheckOptions& options, const Json& vi
   check["plan"] = plan;
 }
 
+// A refused file has a reason and nothing else: what could be read of it would look like a promise.
 Json Refuse(Json& check, const PackageRefusal& refusal) {
   check["exitCode"] = refusal.exitCode;
   check["reason"] = refusal.reason;

@@ -9,10 +9,13 @@ namespace simulator {
 
 namespace {
 
+// A variable of the shell that is not set gives an empty word. Said here it is a mistake; taken
+// further it would be a file without a name.
 std::string NeedText(const std::string& text) {
   return text.empty() ? "must not be empty" : "";
 }
 
+// Four digits and no "0x": that is how Windows and USB tools show ids.
 std::string NeedId(const std::string& text) {
   const bool shaped =
       text.size() == 4 && text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
@@ -40,6 +43,7 @@ struct RunOption {
   bool repeats = false;
 };
 
+// Those that change what a plan or its time comes to, so check takes them, too.
 constexpr RunOption MemoryOptions[] = {
     {"map", "MAP",
      "The keyboard's memory, as the map string of its DFU interface tells it, such as \"@Internal "
@@ -53,12 +57,14 @@ constexpr RunOption MemoryOptions[] = {
     {"leave-ms", "MS", "From the end of the update to the device's leaving", "20"},
 };
 
+// Those that the service compares before it does anything.
 constexpr RunOption DecisionOptions[] = {
     {"keyboard", "M.m.model.rev", "The keyboard's firmware; by default older than the package's"},
     {"installed", "OLD.dfu", "The package that its flash holds, and with it its firmware"},
     {"battery", "N", "The battery's charge in percent (255: unknown)", "80"},
 };
 
+// Those that make a run other than the usual one.
 constexpr RunOption TroubleOptions[] = {
     {"attach-at", "TIME", "When the keyboard is plugged in, such as 40s", "0s"},
     {"fault", "KIND@WHEN",
@@ -86,6 +92,7 @@ void DescribeRun(CLI::App& app, std::span<const RunOption> options, Arguments& a
 
 void DescribeMemory(CLI::App& app, Arguments& arguments) {
   DescribeRun(app, MemoryOptions, arguments);
+  // A scenario may tell what no sound device does; on the command line that would be a slip.
   app.get_option("--transfer-size")->transform(Number("8 to 4096", [](u64 n) {
     return n >= 8 && n <= 4096;
   }));
@@ -113,6 +120,7 @@ void DescribeUpdate(CLI::App& app, Arguments& arguments) {
   DescribeKeyboard(app, arguments);
   DescribeMemory(app, arguments);
   DescribeRun(app, TroubleOptions, arguments);
+  // Has no value on the command line and one in a scenario.
   app.add_flag_callback(
       "--in-dfu", [&arguments] { arguments.sources.options["in-dfu"] = {"yes"}; },
       "The keyboard was left over in DFU mode");

@@ -12,6 +12,7 @@ namespace simulator {
 
 namespace {
 
+// Both numbers count together: 1.9 is older than 2.0.
 std::string TextOf(i32 major, i32 minor) {
   return std::to_string(major) + "." + std::to_string(minor);
 }

@@ -11,6 +11,7 @@ Hand::Hand(Tablet& tablet, VirtualKeyboard& keyboard, VirtualKeyboard& second, T
       timeline_(timeline),
       options_(options),
       foreign_(tablet.machine(), {}),
+      // Nobody judges here, so nobody needs to be told what the hand does.
       stage_{
           tablet, keyboard, second, foreign_, deliveries_, [](StageEvent) {}, options.refuseMemory},
       troubles_(stage_, options.troubles) {}
@@ -40,6 +41,8 @@ void Hand::Begin() {
   }
 }
 
+// In DFU mode it is what an update left behind that broke off; in normal mode the flash decides
+// what it becomes.
 void Hand::PlugIn() {
   timeline_.Write("keyboard",
                   options_.startsInDfuMode
@@ -76,6 +79,7 @@ void Hand::Move() {
   }
 }
 
+// A time that is over already is now: the trouble before it may have taken longer.
 void Hand::PassUntil(u64 timeMs) {
   if (timeMs > tablet_.nowMs()) {
     tablet_.PassTime(timeMs - tablet_.nowMs());

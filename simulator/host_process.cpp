@@ -20,6 +20,7 @@ namespace {
 volatile std::sig_atomic_t childId = 0;
 volatile std::sig_atomic_t interruptedBy = 0;
 
+// Called in the midst of anything, so it does nothing that is not allowed there.
 void EndChild(int signal) {
   interruptedBy = signal;
   kill(childId, SIGKILL);
@@ -61,6 +62,7 @@ class Interruption {
   sigset_t before_{};
 };
 
+// A pipe takes as much as it has room for, and a signal may come in between.
 void WriteAll(int file, const std::string& text) {
   for (std::size_t done = 0; done < text.size();) {
     const ssize_t written = write(file, text.data() + done, text.size() - done);
@@ -71,6 +73,7 @@ void WriteAll(int file, const std::string& text) {
   }
 }
 
+// Until the child closes its end: by its answer's end, or by its own.
 std::string ReadAll(int file) {
   std::string text;
   char chunk[4096];
@@ -100,6 +103,7 @@ std::string ReadAll(int file) {
   _exit(0);
 }
 
+// Read before the child is waited for: an answer longer than the pipe would hold it up for ever.
 std::string AnswerOfChild(const std::function<Json(const std::string&)>& work,
                           const std::string& folder) {
   int ends[2];
@@ -178,6 +182,8 @@ Json AskChild(const std::function<Json(const std::string& driveFolder)>& work) {
 
 std::FILE* SplitConsole(bool toErrors, bool keepServiceOutput) {
   std::FILE* const console = fdopen(dup(toErrors ? STDERR_FILENO : STDOUT_FILENO), "w");
+  // The service prints lines of its own to standard output, on a tablet for nobody. They would end
+  // up in the midst of the JSON.
   if (!keepServiceOutput) {
     SilenceStandardOutput();
   } else if (toErrors) {

@@ -32,6 +32,8 @@ Json Refuse(const simulator::PackageRefusal& refusal) {
   return {{"exitCode", refusal.exitCode}, {"result", refusal.reason}};
 }
 
+// The service's own output holds addresses of memory, which differ from run to run; so there is a
+// way to have both traces without it.
 bool ReadTrace(const std::string& trace, simulator::TimelineOptions& timeline) {
   const bool both = trace == "wire,calls" || trace == "all";
   timeline.wire = both || trace == "wire";
@@ -92,6 +94,7 @@ int Update(Arguments& arguments) {
   return Finish(arguments, "update", result);
 }
 
+// The service runs in a child, and dies there at its first word.
 int Decide(Arguments& arguments) {
   simulator::UpdateRunOptions options;
   Json result;

@@ -31,6 +31,7 @@ std::string RunText(const SectorRun& run) {
   return text;
 }
 
+// Two separators in a row have an empty piece between them, which no reader takes for a number.
 std::vector<std::string> Split(const std::string& text, char separator) {
   std::vector<std::string> pieces;
   for (std::size_t begin = 0; begin <= text.size();) {
@@ -89,6 +90,7 @@ bool LieApart(const std::vector<FlashRegion>& regions) {
   return true;
 }
 
+// The name comes first; from then on an address and its runs take turns.
 bool ReadText(const std::string& text, KeyboardMemory& memory) {
   const std::vector<std::string> pieces = Split(text, '/');
   if (!text.starts_with('@') || pieces.size() < 3 || pieces.size() % 2 == 0) {
@@ -117,6 +119,7 @@ bool ServiceReadsTheSame(const KeyboardMemory& memory) {
   if (ParseMemoryMap(memory.text.data(), memory.text.size(), map) != 1) {
     return false;
   }
+  // Laid out sector by sector, because the service keeps no runs.
   const NorFlash flash(memory.flash);
   const std::vector<FlashSector>& sectors = flash.sectors();
   const bool same =

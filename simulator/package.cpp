@@ -52,6 +52,7 @@ bool EndsWithDfu(const std::string& name) {
   return ending == ".dfu";
 }
 
+// On Linux a folder opens like a file; only reading it fails.
 bool FindFile(const std::string& path, std::string& reason) {
   std::error_code error;
   const std::filesystem::file_status status = std::filesystem::status(path, error);
@@ -100,6 +101,7 @@ bool ReadName(Package& package, std::string& reason) {
   return true;
 }
 
+// In pieces, up to the end or to what cannot be read.
 bool ReadBytes(const std::string& path, Package& package, std::string& reason) {
   std::ifstream stream(path, std::ios::binary);
   char chunk[16 * 1024];
@@ -132,6 +134,7 @@ bool Holds(const NorFlash& flash, const std::vector<DfuSeElement>& elements) {
   });
 }
 
+// The filled elements belong to no image; the others together are one, in their order.
 DfuSeTarget MakeTarget(const KeyboardVersion& version, const TargetDraft& draft) {
   std::vector<ImagePart> parts;
   for (const ElementDraft& element : draft.elements) {
@@ -181,6 +184,7 @@ std::function<std::optional<KeyboardVersion>(const NorFlash&)> VersionFinder(
   };
 }
 
+// Asked before it is put there: what is not in the flash cannot be booted.
 bool FitsFlash(const Package& package, const std::vector<FlashRegion>& flash) {
   const NorFlash memory(flash);
   const std::vector<DfuSeElement>& elements = TargetForUpdate(package.contents)->elements;
@@ -250,6 +254,7 @@ bool ReadPackageContents(Package& package, PackageRefusal& refusal) {
   return ReadContents(package, refusal.reason);
 }
 
+// A minor version is one digit, so 9 comes before the next major one.
 KeyboardVersion OlderThan(KeyboardVersion version) {
   if (version.minor > 0) {
     --version.minor;

@@ -17,6 +17,7 @@ constexpr u16 AnyId = 0xFFFF;
 
 using Lines = std::vector<std::string>;
 
+// The name may end before that place.
 bool IsDigitAt(const std::string& name, std::size_t position) {
   return position < name.size() && std::isdigit(static_cast<unsigned char>(name[position])) != 0;
 }
@@ -35,6 +36,7 @@ void LookAtIds(const DfuSeFile& file, const std::vector<KeyboardId>& ids, Lines&
   }
 }
 
+// The service writes what it finds, in the order in which it finds it.
 void LookAtElements(const DfuSeTarget& target, Lines& lines) {
   const std::string overlap = OverlapText(target.elements);
   if (!overlap.empty()) {

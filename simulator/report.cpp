@@ -10,6 +10,7 @@ namespace simulator {
 
 namespace {
 
+// Stands once in the page, where a script reads it as data.
 constexpr char RunMark[] = "RUN_DATA";
 
 // Beside its place, because only within one file system a rename leaves no moment with half a file.
@@ -39,6 +40,7 @@ bool WriteBesideAs(const std::string& path, const std::string& text, std::string
 
 }  // namespace
 
+// A run in real time takes half a minute. It would be a pity to find out afterwards.
 bool CanWriteReport(const std::string& path, std::string& reason) {
   const bool can = WriteBesideAs(path, "", reason);
   std::error_code ignored;

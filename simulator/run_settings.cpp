@@ -20,6 +20,7 @@ using Texts = std::vector<std::string>;
 constexpr char FaultName[] = "fault";
 constexpr char MapName[] = "map";
 
+// The scenario's settings, and what a run has on top of them.
 struct RunSettings : Scenario {
   std::string installedFile;
   bool startsInDfuMode = false;
@@ -102,6 +103,7 @@ void FindBeside(const std::string& scenarioFile, std::string& file) {
   }
 }
 
+// The first line that is wrong is told with its number, and nothing is run.
 bool TakeScenario(const std::string& path, RunSettings& settings, PackageRefusal& refusal) {
   std::string text;
   if (!ReadScenarioText(path, text)) {
@@ -158,6 +160,7 @@ bool TakeMaps(const Texts& maps, RunSettings& settings, PackageRefusal& refusal)
   return true;
 }
 
+// In the order of their names; the settings do not depend on each other.
 bool TakeOptions(const RunSources& sources, RunSettings& settings, PackageRefusal& refusal) {
   LineTaker taker(settings);
   for (const auto& [name, values] : sources.options) {
@@ -182,6 +185,7 @@ bool TakeAll(const RunSources& sources, RunSettings& settings, PackageRefusal& r
          TakeOptions(sources, settings, refusal);
 }
 
+// Read as it would be for an update: the service refuses it here or nowhere.
 bool ReadNamedPackage(const std::string& file, Package& package, PackageRefusal& refusal) {
   std::optional<Package> read = ReadPackage(file, refusal);
   if (!read.has_value()) {
@@ -246,6 +250,7 @@ bool ReadRun(const RunSources& sources, UpdateRunOptions& run, PackageRefusal& r
                                                    : FlashFor({run.package});
   }
   PlaceFirmware(settings.told, run.keyboard);
+  // One version older, so that there is something to do.
   if (!settings.told.contains("keyboard")) {
     run.keyboard.version =
         run.installed.has_value() ? run.installed->version : OlderThan(run.package.version);
@@ -256,6 +261,7 @@ bool ReadRun(const RunSources& sources, UpdateRunOptions& run, PackageRefusal& r
   run.schedulerSeed = settings.schedulerSeed;
   run.startsInDfuMode = settings.startsInDfuMode;
   run.troubles = settings.troubles;
+  // The hand goes through those of a time one after the other.
   std::stable_sort(run.troubles.begin(), run.troubles.end(), HappensBefore);
   run.expected = settings.expected;
   return !run.installed.has_value() || FitsFlash(*run.installed, run.keyboard.flash) ||

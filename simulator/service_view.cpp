@@ -37,6 +37,7 @@ u64 BytesOf(const DfuImage& image) {
   return bytes;
 }
 
+// Each element begins a block of its own.
 u64 BlocksOf(const DfuImage& image, u16 transferSize) {
   u64 blocks = 0;
   for (u32 i = 0; i < image.Elements.size(); ++i) {

@@ -11,6 +11,7 @@ namespace {
 
 using enum FaultPlace;
 
+// In the order of the table, so that help and complaints list them alike.
 std::string KindNames(FaultPlace place) {
   std::string names;
   for (const TroubleKind& kind : TroubleKinds()) {
@@ -21,6 +22,7 @@ std::string KindNames(FaultPlace place) {
   return names;
 }
 
+// Part of a sentence that tells somebody what his line lacks.
 std::string NumbersText(const TroubleKind& kind) {
   if (kind.numberCount == 0) {
     return "no number";
@@ -57,6 +59,7 @@ std::string TroubleHelp() {
   return text;
 }
 
+// The same name means another thing at another place: pulled at a time, or with a block on its way.
 const TroubleKind* FindTroubleKind(const std::string& name, FaultPlace place) {
   for (const TroubleKind& kind : TroubleKinds()) {
     if (kind.place == place && name == kind.name) {
@@ -68,12 +71,14 @@ const TroubleKind* FindTroubleKind(const std::string& name, FaultPlace place) {
 
 Trouble MakeTrouble(const char* name, FaultPlace place, u64 at, u64 first, u64 second) {
   const TroubleKind* const kind = FindTroubleKind(name, place);
+  // Only code asks for kinds by name here, and it is tested. A file's names go through ReadTrouble.
   if (kind == nullptr) {
     std::abort();
   }
   return {kind, at, {first, second}};
 }
 
+// What has a place and no time stays in the order in which it was told, behind all that has one.
 bool HappensBefore(const Trouble& a, const Trouble& b) {
   const auto key = [](const Trouble& trouble) {
     return trouble.kind->place == FaultPlace::Time ? trouble.at : ~u64{0};
@@ -107,6 +112,7 @@ std::string ReadTrouble(const std::string& text, Trouble& trouble) {
       return std::string(kind->name) + " takes the name of a status, as in error:errWRITE@block3";
     }
   }
+  // Some faults have a length that will do for most people.
   if (order.numbers.empty() && kind->traits.usual != 0) {
     order.numbers.assign(kind->numberCount, 0);
     order.numbers[0] = kind->traits.usual;
@@ -116,6 +122,7 @@ std::string ReadTrouble(const std::string& text, Trouble& trouble) {
   }
   trouble = {kind, order.at, {}};
   for (std::size_t i = 0; i < order.numbers.size(); ++i) {
+    // Larger ones mean nothing to what takes them.
     if (order.numbers[i] > kind->most) {
       return std::string(kind->name) + " takes numbers up to " + std::to_string(kind->most);
     }

@@ -53,6 +53,7 @@ void SlowKeyboardDown(Stage& stage, const Trouble& trouble) {
   stage.keyboard.Change([&](KeyboardOptions& options) { options.silentMs = First(trouble); });
 }
 
+// As when another program holds the device.
 void RefuseOpens(Stage& stage, const Trouble&) {
   stage.RefuseOpens();
 }
@@ -85,11 +86,13 @@ void ChangeCharge(Stage& stage, const Trouble& trouble) {
   stage.machine().power.SetBatteryPercent(static_cast<u8>(trouble.numbers[0]));
 }
 
+// The next answer to GETSTATUS, whatever the device was about to say.
 void ReportError(Stage& stage, const Trouble& trouble) {
   stage.keyboard.ScriptStatus(
       {static_cast<u8>(trouble.numbers[0]), 0, static_cast<u8>(trouble.numbers[1])});
 }
 
+// Only says so; the work is done as ever.
 void SayBusy(Stage& stage, const Trouble& trouble) {
   stage.keyboard.ScriptStatus({dfuOK, First(trouble), dfuDNBUSY});
 }

@@ -13,6 +13,7 @@ namespace simulator {
 
 namespace {
 
+// The service's own comparison is asked, in its own record.
 FirmwareVersion ServiceVersion(const KeyboardVersion& version) {
   return {version.major, version.minor, version.modelId, version.hwRev};
 }
@@ -190,6 +191,7 @@ std::string AddressText(u32 address) {
   return text;
 }
 
+// People read byte counts of six digits more easily in groups.
 std::string CountText(u64 count) {
   std::string text = std::to_string(count);
   for (std::size_t at = text.size(); at > 3; at -= 3) {
