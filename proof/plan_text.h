@@ -1,6 +1,6 @@
 // A plan as text: the scenario's lines (see simulator/scenario.h), and these of its own.
 //
-//     fault = unplug@22.500s 1500    a trouble (see trouble.h)
+//     fault = unplug@22.500s 1500    a trouble (see simulator/trouble.h)
 //     second-listed-first = yes
 //     quiet-at = 90s
 //     expects-update = no

@@ -23,9 +23,7 @@ void AddRun(const Package& package, const CheckOptions& options, Json& plan) {
   const Json result = AskChild([&](const std::string& driveFolder) {
     run.driveFolder = driveFolder;
     SplitConsole(true, false);
-    const UpdateResult update = RunUpdate(run, std::fopen("/dev/null", "w"));
-    return Json{
-        {"exitCode", update.exitCode}, {"result", update.reason}, {"updateMs", update.updateMs}};
+    return RunUpdate(run, std::fopen("/dev/null", "w"));
   });
   plan["result"] = result["result"];
   if (result["exitCode"] == ExitDone) {
@@ -58,12 +56,15 @@ void AddPlan(const Package& package, const CheckOptions& options, const Json& vi
   check["plan"] = plan;
 }
 
+// A refused file has a reason and nothing else: what could be read of it would look like a promise.
 Json Refuse(Json& check, const PackageRefusal& refusal) {
   check["exitCode"] = refusal.exitCode;
   check["reason"] = refusal.reason;
   return check;
 }
 
+// The last address of an element is shown, not the one behind it: it is what people compare with a
+// linker's map.
 void PrintTarget(const Json& target, std::FILE* out) {
   const Json& elements = target["elements"];
   std::fprintf(out, "target for alternate setting %u, %zu element%s\n",

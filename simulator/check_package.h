@@ -12,6 +12,7 @@
 
 namespace simulator {
 
+// Which keyboard to think of, and how strict to be.
 struct CheckOptions {
   KeyboardOptions keyboard;
   std::string mapText;  // of its alternate setting 0; without it there is no plan

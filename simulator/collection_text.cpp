@@ -29,6 +29,7 @@ constexpr CollectionWord Word(const char* word, u64 most) {
 
 using Collection = HidCollectionOptions;
 
+// What is not told is as by itself, so the usual collections are short lines.
 constexpr CollectionWord CollectionWords[] = {
     Word<&Collection::inputReportBytes>("in", 65'535),
     Word<&Collection::outputReportBytes>("out", 65'535),

@@ -8,6 +8,7 @@
 
 namespace simulator {
 
+// Tells only what is other than by itself.
 std::string CollectionText(const HidCollectionOptions& collection);
 
 // False when the text is no collection; the collection is of no use then.

@@ -11,8 +11,6 @@ using platform::UsbResult;
 
 namespace {
 
-constexpr u8 SetAddressCommand = 0x21;
-constexpr u8 EraseCommand = 0x41;
 constexpr std::size_t AddressedCommandBytes = 5;
 constexpr std::size_t MassEraseBytes = 1;
 constexpr u16 FirstDataBlock = 2;
@@ -23,6 +21,8 @@ u32 AddressOf(const Bytes& command) {
 
 }  // namespace
 
+// A bootloader keeps nothing over a restart: neither the error that it was in nor the address that
+// was set.
 void DfuBootloader::Reset() {
   state_ = dfuIDLE;
   status_ = dfuOK;
@@ -32,6 +32,8 @@ void DfuBootloader::Reset() {
   leaving_ = false;
 }
 
+// A part that loses its power in the midst of an erase or a write keeps what was done so far. The
+// flash has it all already (see Execute), so the rest is put back.
 void DfuBootloader::LosePower(u64 nowMs) {
   Settle(nowMs);
   if (state_ == dfuDNBUSY) {
@@ -78,6 +80,8 @@ void DfuBootloader::Settle(u64 nowMs) {
   }
 }
 
+// A device has one way to say no to a request: it stalls the pipe. Why, it tells when it is asked
+// for its status.
 UsbReply DfuBootloader::Refuse(u8 status) {
   Fail(status);
   return {UsbResult::Stalled, {}};
@@ -90,6 +94,8 @@ u32 DfuBootloader::Fail(u8 status) {
   return 0;
 }
 
+// The request only hands the block over. The device begins to work on it when it is asked for its
+// status, as the standard has it.
 UsbReply DfuBootloader::Download(const WINUSB_SETUP_PACKET& setup, const Bytes& data) {
   if ((state_ != dfuIDLE && state_ != dfuDNLOADIDLE) || data.size() > options_.transferSize) {
     return Refuse();
@@ -98,6 +104,7 @@ UsbReply DfuBootloader::Download(const WINUSB_SETUP_PACKET& setup, const Bytes& 
     spoilt_ = {};
     return Refuse();
   }
+  // A block without bytes ends the download, whatever its number is.
   if (data.empty()) {
     // The device is to leave DFU mode.
     state_ = dfuMANIFESTSYNC;
@@ -113,6 +120,7 @@ UsbReply DfuBootloader::Download(const WINUSB_SETUP_PACKET& setup, const Bytes& 
   return {};
 }
 
+// The way out of dfuERROR, and out of nothing else.
 UsbReply DfuBootloader::ClearStatus() {
   if (state_ != dfuERROR) {
     return Refuse();
@@ -122,11 +130,13 @@ UsbReply DfuBootloader::ClearStatus() {
   return {};
 }
 
+// Between two blocks it leads back to dfuIDLE. While the device works it cannot be told to stop.
 UsbReply DfuBootloader::Abort() {
   switch (state_) {
     case dfuIDLE:
     case dfuDNLOADSYNC:
     case dfuDNLOADIDLE:
+    // Manifestation is where this part leaves: it does not come back to dfuIDLE, it restarts.
     case dfuMANIFESTSYNC:
       state_ = dfuIDLE;
       hasBlock_ = false;
@@ -144,6 +154,8 @@ UsbReply DfuBootloader::ReportStatus(u64 nowMs) {
     scripted_.pop_front();
     state_ = reply.state;
     status_ = reply.status;
+    // A scripted answer is believed for as long as it says, so that a device that claims to be busy
+    // is.
     busyUntilMs_ = nowMs + reply.pollTimeoutMs;
     outcome_ = dfuOK;
     kept_.clear();
@@ -165,6 +177,8 @@ u32 DfuBootloader::AdvanceForStatus(u64 nowMs) {
       }
       state_ = dfuDNLOADIDLE;
       return 0;
+    // Asked too early it tells what is left; it never counts that as an error, though the standard
+    // lets it.
     case dfuDNBUSY:
       return static_cast<u32>(std::min<u64>(pollMs_, busyUntilMs_ - nowMs));
     case dfuMANIFESTSYNC:
@@ -182,6 +196,8 @@ u32 DfuBootloader::Execute(u64 nowMs) {
   hasBlock_ = false;
   kept_.clear();
   const DeviceFault fault = std::exchange(spoilt_, {});
+  // What was ordered to go wrong takes its time as if it had gone well: the error is told when the
+  // work would be done.
   if (fault.status != dfuOK) {
     outcome_ = fault.status;
     pollMs_ = options_.writeMs;
@@ -201,6 +217,8 @@ u32 DfuBootloader::Execute(u64 nowMs) {
 }
 
 u32 DfuBootloader::ExecuteCommand() {
+  // Without an address everything is erased that can be. The service does not send that; other
+  // tools do.
   if (block_[0] == EraseCommand && block_.size() == MassEraseBytes) {
     for (const FlashSector& sector : flash_.sectors()) {
       if (sector.isErasable()) {
@@ -216,6 +234,8 @@ u32 DfuBootloader::ExecuteCommand() {
   switch (block_[0]) {
     case EraseCommand:
       return ExecuteErase(address);
+    // An address where there is no memory is refused at once, as parts do, and not at the first
+    // block.
     case SetAddressCommand:
       if (flash_.FindSector(address) == nullptr) {
         return Fail(errADDRESS);
@@ -249,6 +269,8 @@ u32 DfuBootloader::ExecuteWrite() {
   if (blockNumber_ < FirstDataBlock) {
     return Fail(errUNKNOWN);
   }
+  // Blocks count from 2 behind the address that was set, each as long as the device said its blocks
+  // are. So a block that is shorter than that and not the last one leaves a gap.
   const u64 first =
       u64{addressPointer_} + u64{blockNumber_ - u32{FirstDataBlock}} * options_.transferSize;
   for (u64 at = first; at < first + block_.size();) {
@@ -263,6 +285,7 @@ u32 DfuBootloader::ExecuteWrite() {
     at = u64{sector->address} + sector->sizeBytes;
   }
   KeepForPowerLoss(static_cast<u32>(first), block_.size());
+  // Parts read back what they wrote. A sector that was not erased shows up here.
   outcome_ = flash_.Program(static_cast<u32>(first), block_) ? dfuOK : errVERIFY;
   ++counts_.blocksWritten;
   counts_.bytesWritten += block_.size();

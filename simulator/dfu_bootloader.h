@@ -13,6 +13,15 @@
 
 namespace simulator {
 
+// Which kind of request a RequestType tells.
+inline constexpr u8 TypeMask = 0x60;
+inline constexpr u8 ClassType = 0x20;
+
+// The first byte of a block 0; the address follows, its lowest byte first.
+inline constexpr u8 SetAddressCommand = 0x21;
+inline constexpr u8 EraseCommand = 0x41;
+
+// Those that this device can be in, with the numbers of the standard.
 enum DfuState : u8 {
   dfuIDLE = 2,
   dfuDNLOADSYNC = 3,
@@ -23,6 +32,7 @@ enum DfuState : u8 {
   dfuERROR = 10,
 };
 
+// Those that it tells by itself; a script or a fault may tell any other.
 enum DfuStatusCode : u8 {
   dfuOK = 0x00,
   errTARGET = 0x01,
@@ -34,6 +44,7 @@ enum DfuStatusCode : u8 {
   errSTALLEDPKT = 0x0F,
 };
 
+// bRequest of the class; there is no upload, so that one is refused.
 enum DfuRequest : u8 {
   DfuDetach = 0,
   DfuDnload = 1,

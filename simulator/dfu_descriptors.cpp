@@ -28,6 +28,7 @@ void Append(Bytes& bytes, const Record& record) {
   std::memcpy(&bytes[at], &record, sizeof(record));
 }
 
+// In DFU mode it is another device for Windows: the same vendor, another product.
 Bytes DeviceDescriptor(const KeyboardOptions& options) {
   USB_DEVICE_DESCRIPTOR device{};
   device.bLength = sizeof(device);
@@ -51,6 +52,8 @@ Bytes DeviceDescriptor(const KeyboardOptions& options) {
 Bytes ConfigurationSet(const KeyboardOptions& options) {
   const std::size_t settings = options.alternateSettings.size();
   const u16 transferSize = options.bootloader.transferSize;
+  // Length, type, attributes, detach time-out, transfer size and version, the numbers with their
+  // lower byte first.
   const Bytes functional = {9,
                             0x21,
                             0x09,
@@ -79,6 +82,7 @@ Bytes ConfigurationSet(const KeyboardOptions& options) {
   return bytes;
 }
 
+// Its length is one byte and its characters take two, so there is an end to what a map can tell.
 Bytes StringDescriptor(const std::string& text) {
   const std::size_t chars = std::min(text.size(), LongestStringChars);
   Bytes bytes = {static_cast<u8>(2 + chars * 2), USB_STRING_DESCRIPTOR_TYPE};
@@ -94,6 +98,8 @@ std::string MapStringOf(const KeyboardOptions& options, std::size_t setting) {
       MemoryMapText(options.flashName, options.flash));
 }
 
+// String 0 lists the languages; there is English. The others are told whatever language is asked
+// for, as small devices do.
 UsbReply AnswerString(const KeyboardOptions& options, u8 index) {
   switch (index) {
     case 0:
@@ -129,6 +135,7 @@ platform::Device MakeDfuDevice(const KeyboardOptions& options,
   dfu.classGuid = DfuModeInterfaceGuid;
   dfu.path = options.dfuPath.value_or(InterfacePath(device.instanceId, dfu.classGuid));
   dfu.openError = options.dfuOpenError;
+  // The driver package binds WinUSB to this device, so no driver of Windows' own stands in between.
   dfu.usb = std::move(backEnd);
   return device;
 }
@@ -139,6 +146,7 @@ UsbReply AnswerDescriptor(const KeyboardOptions& options, const WINUSB_SETUP_PAC
   switch (type) {
     case USB_DEVICE_DESCRIPTOR_TYPE:
       return {UsbResult::Done, DeviceDescriptor(options)};
+    // All interface descriptors come with their configuration; nobody can ask for one alone.
     case USB_CONFIGURATION_DESCRIPTOR_TYPE:
       return index == 0 ? UsbReply{UsbResult::Done, ConfigurationSet(options)}
                         : UsbReply{UsbResult::Stalled, {}};
@@ -158,6 +166,7 @@ std::optional<USB_INTERFACE_DESCRIPTOR> SettingDescriptor(const KeyboardOptions&
   setting.bLength = sizeof(setting);
   setting.bDescriptorType = USB_INTERFACE_DESCRIPTOR_TYPE;
   setting.bAlternateSetting = options.alternateSettings[index].number;
+  // Application specific, device firmware upgrade, in DFU mode.
   setting.bInterfaceClass = 0xFE;
   setting.bInterfaceSubClass = 0x01;
   setting.bInterfaceProtocol = 0x02;

@@ -8,6 +8,7 @@
 
 namespace simulator {
 
+// As the field writes them; a device that tells a number beyond the standard gets it shown.
 inline std::string NameOfDfuStatus(u8 status) {
   constexpr std::array Names = {"OK",         "errTARGET",       "errFILE",     "errWRITE",
                                 "errERASE",   "errCHECK_ERASED", "errPROG",     "errVERIFY",
@@ -16,6 +17,7 @@ inline std::string NameOfDfuStatus(u8 status) {
   return status < Names.size() ? Names[status] : "status " + std::to_string(status);
 }
 
+// The states that this bootloader never enters have names as well: a device of another kind may.
 inline std::string NameOfDfuState(u8 state) {
   constexpr std::array Names = {"appIDLE",          "appDETACH",   "dfuIDLE",
                                 "dfuDNLOAD-SYNC",   "dfuDNBUSY",   "dfuDNLOAD-IDLE",

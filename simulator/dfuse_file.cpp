@@ -40,6 +40,8 @@ u32 ElementBytes(const DfuSeTarget& target) {
   return static_cast<u32>(size);
 }
 
+// Numbers have their lowest byte first throughout the file. The name fills its place to the last
+// byte.
 void AppendTarget(std::vector<u8>& bytes, const DfuSeTarget& target) {
   Append(bytes, "Target");
   bytes.push_back(target.alternateSetting);
@@ -108,11 +110,15 @@ bool ReadTarget(Reader& reader, DfuSeFile& file, std::string& reason) {
   if (reader.at - elementsBegin != Read32(prefix + 266)) {
     file.notes.push_back("a target's size does not match its elements" + AtOffset(begin + 266));
   }
+  // The service goes to the next target by the size that is stated, so this reader must, too; a
+  // wrong one loses the targets behind it.
   reader.at = elementsBegin + Read32(prefix + 266);
   file.targets.push_back(std::move(target));
   return true;
 }
 
+// In the order in which the service looks, so that the reason is the one for which it refuses the
+// file.
 bool CheckEnds(const std::vector<u8>& bytes, std::string& reason) {
   if (bytes.size() < DfuSePrefixBytes + DfuSeSuffixBytes) {
     reason = "the file is too short to be a DfuSe file" + AtOffset(bytes.size());
@@ -136,6 +142,7 @@ bool CheckEnds(const std::vector<u8>& bytes, std::string& reason) {
 }  // namespace
 
 u32 DfuCrc(const u8* bytes, std::size_t count) {
+  // Made by the compiler. A table of 256 steps is enough for files of this size.
   static constexpr auto Steps = [] {
     std::array<u32, 256> steps{};
     for (u32 i = 0; i < steps.size(); ++i) {
@@ -177,6 +184,7 @@ std::vector<u8> BuildDfuSe(const DfuSeFile& file) {
     bytes[6 + i] = static_cast<u8>(imageSize >> (8 * i));
   }
 
+  // The suffix reads from the end of the file backwards, hence the order of its fields.
   Append16(bytes, file.deviceVersion);
   Append16(bytes, file.productId);
   Append16(bytes, file.vendorId);
@@ -198,6 +206,7 @@ std::optional<DfuSeFile> ReadDfuSe(const std::vector<u8>& bytes, std::string& re
   file.productId = static_cast<u16>(Read16(suffix + 2));
   file.vendorId = static_cast<u16>(Read16(suffix + 4));
   Reader reader(bytes);
+  // What lies behind a broken target cannot be found. The service takes what stands in front of it.
   for (int i = 0; i < bytes[10]; ++i) {
     if (!ReadTarget(reader, file, reason)) {
       file.notes.push_back(reason);

@@ -10,6 +10,7 @@
 
 namespace simulator {
 
+// Bytes for one place in the memory; elements say where, the file has no addresses else.
 struct DfuSeElement {
   u32 address = 0;
   std::vector<u8> data;

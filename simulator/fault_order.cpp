@@ -8,6 +8,7 @@ namespace simulator {
 
 namespace {
 
+// A word and a number behind it, counted from 1.
 constexpr struct {
   FaultPlace place;
   const char* word;
@@ -17,6 +18,7 @@ constexpr struct {
     {FaultPlace::Erase, "erase"},
 };
 
+// Places that a run comes to once, so that no number is needed.
 constexpr struct {
   FaultPlace place;
   const char* word;
@@ -25,6 +27,7 @@ constexpr struct {
     {FaultPlace::Return, "return"},
 };
 
+// What is written reads back as the same order: the soak prints its plans with it.
 std::string PlaceText(const FaultOrder& order) {
   for (const auto& counted : CountedPlaces) {
     if (order.place == counted.place) {
@@ -39,6 +42,7 @@ std::string PlaceText(const FaultOrder& order) {
   return TimeText(order.at);
 }
 
+// A word that names a place wins; all else must be a time.
 bool ReadPlace(const std::string& text, FaultOrder& order) {
   for (const auto& counted : CountedPlaces) {
     if (text.starts_with(counted.word)) {
@@ -74,6 +78,7 @@ bool ReadFaultOrder(const std::string& text, FaultOrder& order) {
   if (sign == std::string::npos || !ReadPlace(words[0].substr(sign + 1), order)) {
     return false;
   }
+  // Behind a colon stands which one of its kind it is to be, as with the status of an error.
   const std::string kind = words[0].substr(0, sign);
   const std::size_t colon = std::min(kind.find(':'), kind.size());
   order.kind = kind.substr(0, colon);

@@ -19,6 +19,8 @@
 
 namespace simulator {
 
+// A time is that of the machine's clock. A transfer, a call and a request count over the whole run;
+// a block and an erase count in the keyboard.
 enum class FaultPlace : u8 { Time, Transfer, Call, Request, Block, Erase, Report, Return };
 
 struct FaultOrder {

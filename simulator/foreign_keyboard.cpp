@@ -7,6 +7,8 @@
 
 namespace simulator {
 
+// It takes every report and does nothing about it, as a device does with reports that it does not
+// know. What counts is whether any came: the service must ask no keyboard but its own.
 class ForeignKeyboard::Collection : public platform::HidBackEnd {
  public:
   explicit Collection(ForeignKeyboard& keyboard) : keyboard_(keyboard) {}
@@ -15,6 +17,7 @@ class ForeignKeyboard::Collection : public platform::HidBackEnd {
     text = keyboard_.options_.productString;
     return true;
   }
+  // Counted, because a report to it is a mistake of the service whatever is in it.
   bool TakeOutputReport(const platform::Bytes&) override {
     ++keyboard_.reports_;
     return true;
@@ -24,6 +27,7 @@ class ForeignKeyboard::Collection : public platform::HidBackEnd {
   ForeignKeyboard& keyboard_;
 };
 
+// Another maker's ids, so the paths do not carry those that the service looks for.
 void ForeignKeyboard::Attach() {
   const std::vector<platform::Device> devices =
       MakeHidDevices({options_.vendorId, options_.productId, options_.unit}, options_.collections,

@@ -9,6 +9,7 @@
 
 namespace simulator {
 
+// Another maker's keyboard at the same tablet, which must be left alone.
 struct ForeignKeyboardOptions {
   std::u16string unit = u"8&2b3c4d5e";
   u16 vendorId = 0x1234;

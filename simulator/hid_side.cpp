@@ -18,6 +18,8 @@ std::u16string GuidText(const GUID& guid) {
   return Widen(text);
 }
 
+// Windows numbers the collections of an interface from 01 and gives each a device of its own; the
+// last part tells instances of the same parent apart.
 std::u16string HidInstanceId(const HidIdentity& identity, std::size_t index) {
   char device[64];
   char instance[32];
@@ -33,6 +35,8 @@ std::u16string Widen(const std::string& text) {
   return {text.begin(), text.end()};
 }
 
+// Windows makes the path of an interface from the instance id: in small letters, each backslash a
+// "#", and the class behind it. The service gets to see it that way.
 std::u16string InterfacePath(const std::u16string& instanceId, const GUID& classGuid) {
   std::u16string path = instanceId;
   std::transform(path.begin(), path.end(), path.begin(), [](char16_t each) {
@@ -44,6 +48,7 @@ std::u16string InterfacePath(const std::u16string& instanceId, const GUID& class
   return u"\\\\?\\" + path + u"#" + GuidText(classGuid);
 }
 
+// The service takes the digits from fixed places of this string, counted in characters.
 std::u16string ProductStringOf(const KeyboardVersion& version) {
   std::u16string text = u"Keyboard v";
   for (const u8 digit : {version.major, version.minor, version.modelId, version.hwRev}) {
@@ -69,6 +74,8 @@ std::vector<platform::Device> MakeHidDevices(
     hid.path = InterfacePath(device.instanceId, hid.classGuid);
     hid.openError = options.openError;
     hid.readWriteError = options.readWriteError;
+    // What the collection tells of itself comes from its report descriptor. There is no feature
+    // report.
     hid.collection = {options.usagePage,
                       options.usage,
                       identity.vendorId,
@@ -84,6 +91,8 @@ std::vector<platform::Device> MakeHidDevices(
       platform::DeviceInterface keyboard;
       keyboard.classGuid = KeyboardInterfaceGuid;
       keyboard.path = InterfacePath(device.instanceId, keyboard.classGuid);
+      // One device has one interface of a class as a rule. More of them need a reference string,
+      // which Windows puts behind the path.
       keyboard.path += n == 0 ? u"" : u"\\" + Widen(std::to_string(n));
       device.interfaces.push_back(keyboard);
     }
@@ -96,6 +105,7 @@ std::vector<std::u16string> HoldBackInterfaces(std::vector<platform::Device>& de
   std::vector<std::u16string> counted;
   for (platform::Device& device : devices) {
     for (platform::DeviceInterface& each : device.interfaces) {
+      // Windows registers an interface before it enables it, and tells nobody in between.
       each.enabled = false;
       counted.push_back(each.path);
     }

@@ -11,6 +11,7 @@
 
 namespace simulator {
 
+// The class that Windows gives to devices with keys; the service asks to be told of its arrivals.
 inline constexpr GUID KeyboardInterfaceGuid = {
     0x884B96C3, 0x56EF, 0x11D1, {0xBC, 0x8C, 0x00, 0xA0, 0xC9, 0x14, 0x05, 0xDD}};
 
@@ -23,6 +24,7 @@ std::u16string Widen(const std::string& text);
 // The product string of firmware of that version.
 std::u16string ProductStringOf(const KeyboardVersion& version);
 
+// What the paths of a keyboard's collections have in common.
 struct HidIdentity {
   u16 vendorId = 0;
   u16 productId = 0;

@@ -19,6 +19,8 @@ namespace fs = std::filesystem;
 constexpr char NameBegin[] = "vantrel-";
 
 // The folder, locked for this process; -1 while another one has it, or when it is none of ours.
+// A lock of the file system goes with the process that holds it, however that ends; no file has to
+// be cleared away for it.
 int Lock(const std::string& path) {
   const int folder = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   if (folder >= 0 && flock(folder, LOCK_EX | LOCK_NB) != 0) {
@@ -34,6 +36,7 @@ void Remove(const std::string& path, int lock) {
   close(lock);
 }
 
+// Whoever was killed could not clear up. The next run does it, so that nothing piles up.
 void RemoveLeftovers(const fs::path& parent) {
   std::error_code error;
   for (fs::directory_iterator at(parent, error), end; !error && at != end; at.increment(error)) {

@@ -21,6 +21,7 @@ namespace {
 volatile std::sig_atomic_t childId = 0;
 volatile std::sig_atomic_t interruptedBy = 0;
 
+// Called in the midst of anything, so it does nothing that is not allowed there.
 void EndChild(int signal) {
   interruptedBy = signal;
   kill(childId, SIGKILL);
@@ -62,6 +63,7 @@ class Interruption {
   sigset_t before_{};
 };
 
+// A pipe takes as much as it has room for, and a signal may come in between.
 void WriteAll(int file, const std::string& text) {
   for (std::size_t done = 0; done < text.size();) {
     const ssize_t written = write(file, text.data() + done, text.size() - done);
@@ -72,6 +74,7 @@ void WriteAll(int file, const std::string& text) {
   }
 }
 
+// Until the child closes its end: by its answer's end, or by its own.
 std::string ReadAll(int file) {
   std::string text;
   char chunk[4096];
@@ -88,6 +91,7 @@ std::string ReadAll(int file) {
 // Threads of the simulated machine still stand where its end left them: no destructor may run.
 [[noreturn]] void Answer(const std::function<Json(const std::string&)>& work,
                          const std::string& folder, int file) {
+  // Whoever ends the command with a signal that cannot be caught ends the child with it.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   Json answer;
   try {
@@ -100,6 +104,7 @@ std::string ReadAll(int file) {
   _exit(0);
 }
 
+// Read before the child is waited for: an answer longer than the pipe would hold it up for ever.
 std::string AnswerOfChild(const std::function<Json(const std::string&)>& work,
                           const std::string& folder) {
   int ends[2];
@@ -121,6 +126,7 @@ std::string AnswerOfChild(const std::function<Json(const std::string&)>& work,
   }
   const std::string text = ReadAll(ends[0]);
   close(ends[0]);
+  // A signal may come in between; the child must be gone before its folder is.
   while (child > 0 && waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
   }
   std::error_code ignored;
@@ -179,6 +185,8 @@ Json AskChild(const std::function<Json(const std::string& driveFolder)>& work) {
 
 std::FILE* SplitConsole(bool toErrors, bool keepServiceOutput) {
   std::FILE* const console = fdopen(dup(toErrors ? STDERR_FILENO : STDOUT_FILENO), "w");
+  // The service prints lines of its own to standard output, on a tablet for nobody. They would end
+  // up in the midst of the JSON.
   if (!keepServiceOutput) {
     SilenceStandardOutput();
   } else if (toErrors) {

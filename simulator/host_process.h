@@ -22,6 +22,8 @@ namespace simulator {
 // Runs the body in a child process, which ends when the body returns; neither destructors nor exit
 // handlers run then and no stream is flushed, because threads of a machine may still stand in its
 // calls, with a stream locked. -1 when the host gives no child.
+// A child has a copy of everything up to here, so the keyboard's flash can be handed to it by
+// simply being there.
 pid_t StartChild(const std::function<void()>& body);
 
 // Waits for the child. Empty when its body returned, else how it ended, for instance "killed by

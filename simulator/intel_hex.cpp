@@ -18,6 +18,8 @@ enum RecordType : u8 {
 };
 
 // The bytes of a line such as ":0300300002337A1E"; empty when it is none or its checksum is wrong.
+// Each line carries a count, an address of 16 bits, a type, its bytes and a checksum that makes the
+// sum zero.
 std::vector<u8> BytesOfLine(const std::string& line) {
   std::vector<u8> bytes;
   u8 sum = 0;
@@ -48,6 +50,7 @@ struct HexReader {
     switch (record[3]) {
       case Data:
         for (u32 i = 0; i < count; ++i) {
+          // Two values for one byte: one of them would be lost without a word.
           if (!memory.emplace(base + offset + i, record[4 + i]).second) {
             return false;
           }
@@ -56,12 +59,15 @@ struct HexReader {
       case EndOfFile:
         ended = true;
         return count == 0;
+      // Two ways to tell the upper part of an address: the older one in units of 16 bytes, the
+      // newer one in units of 64 KiB.
       case SegmentBase:
         base = value << 4;
         return count == 2;
       case LinearBase:
         base = value << 16;
         return count == 2;
+      // Where a program begins means something to a debugger and nothing to a bootloader.
       case SegmentStart:
       case LinearStart:
         return true;
@@ -96,6 +102,8 @@ std::optional<std::vector<DfuSeElement>> ReadIntelHex(const std::string& text,
     reason = reader.ended ? "it holds no bytes" : "it has no record that ends it";
     return std::nullopt;
   }
+  // Linkers leave holes where sections are aligned. Every run of bytes becomes an element, so that
+  // the holes are not written.
   std::vector<DfuSeElement> elements;
   for (const auto& [address, byte] : reader.memory) {
     if (elements.empty() || elements.back().address + elements.back().data.size() != address) {

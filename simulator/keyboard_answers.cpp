@@ -20,8 +20,6 @@ constexpr u8 EnterDfuReportId = 0x17;
 constexpr u8 EnterDfuCommand = 0x01;
 
 constexpr u8 ToHost = 0x80;
-constexpr u8 TypeMask = 0x60;
-constexpr u8 ClassType = 0x20;
 constexpr u8 GetDescriptorRequest = 6;
 constexpr u8 SetInterfaceRequest = 11;
 
@@ -29,6 +27,8 @@ constexpr u8 SetInterfaceRequest = 11;
 
 // ---- What the machine sees ----
 
+// The machine holds the back-ends as long as a path or a handle leads to them, which may be longer
+// than the keyboard is attached. So each asks the keyboard what it is now.
 class VirtualKeyboard::Collection : public platform::HidBackEnd {
  public:
   Collection(VirtualKeyboard& keyboard, std::size_t index) : keyboard_(keyboard), index_(index) {}
@@ -71,6 +71,7 @@ std::vector<Device> VirtualKeyboard::MakeDevices() {
 
 // ---- What it answers ----
 
+// Asked over the wire each time: a handle to a keyboard that has left gets nothing.
 bool VirtualKeyboard::ReadProductString(std::size_t collection, std::u16string& text) {
   const std::scoped_lock lock(lock_);
   if (!running_.has_value() || collection >= options_.collections.size() ||
@@ -88,6 +89,8 @@ bool VirtualKeyboard::TakeOutputReport(std::size_t collection, const Bytes& repo
     if (mode_ != KeyboardMode::Normal || collection >= options_.collections.size()) {
       return false;
     }
+    // Windows hands a report to the collection whose handle was used. Firmware listens at the
+    // vendor's one.
     const HidCollectionOptions& taker = options_.collections[collection];
     if (taker.usagePage != 1 || taker.usage != 0 || report.size() < 2 ||
         report[0] != EnterDfuReportId || report[1] != EnterDfuCommand) {
@@ -98,6 +101,7 @@ bool VirtualKeyboard::TakeOutputReport(std::size_t collection, const Bytes& repo
       --options_.refusedReports;
       return false;
     }
+    // The answer to the report is on its way before the keyboard leaves, unless the delay is 0.
     detachDelayMs = options_.detachDelayMs;
   }
   Restart(detachDelayMs, true);
@@ -108,7 +112,6 @@ bool VirtualKeyboard::TakeOutputReport(std::size_t collection, const Bytes& repo
 // the bootloader alone can do about it is left to it.
 std::optional<DeviceFault> VirtualKeyboard::MeetFault(const WINUSB_SETUP_PACKET& setup,
                                                       const Bytes& data) {
-  constexpr u8 EraseCommand = 0x41;
   const bool isDownload = mode_ == KeyboardMode::Dfu &&
                           (setup.RequestType & TypeMask) == ClassType &&
                           setup.Request == DfuDnload && !data.empty();
@@ -133,6 +136,7 @@ UsbReply VirtualKeyboard::Transfer(const WINUSB_SETUP_PACKET& setup, const Bytes
     const std::scoped_lock lock(lock_);
     interceptor = interceptor_;
   }
+  // Without the lock: the interceptor may pull the keyboard.
   if (interceptor) {
     if (std::optional<UsbReply> reply = interceptor(setup, data)) {
       return *reply;
@@ -166,6 +170,8 @@ UsbReply VirtualKeyboard::Answer(const WINUSB_SETUP_PACKET& setup, const Bytes& 
   UsbReply reply{UsbResult::Stalled, {}};
   const bool isClassRequest = (setup.RequestType & TypeMask) == ClassType;
   if (mode_ != KeyboardMode::Dfu) {
+    // Requests of the DFU class that reach a keyboard in normal mode are somebody's mistake; it
+    // refuses them and counts.
     strayDfuRequests_ += (isClassRequest && mode_ == KeyboardMode::Normal) ? 1 : 0;
     return reply;
   }
@@ -174,6 +180,8 @@ UsbReply VirtualKeyboard::Answer(const WINUSB_SETUP_PACKET& setup, const Bytes& 
     reply = bootloader_.Request(setup, data, nowMs);
   } else if (setup.RequestType == ToHost && setup.Request == GetDescriptorRequest) {
     reply = AnswerDescriptor(options_, setup);
+    // WinUSB turns the selection of an alternate setting into this request. One that does not exist
+    // is stalled.
   } else if (setup.Request == SetInterfaceRequest) {
     const auto isSelected = [&](const AlternateSettingOptions& setting) {
       return setting.number == setup.Value;
@@ -183,6 +191,8 @@ UsbReply VirtualKeyboard::Answer(const WINUSB_SETUP_PACKET& setup, const Bytes& 
                        ? UsbResult::Done
                        : UsbResult::Stalled;
   }
+  // Enumeration is over and Windows has told everybody, but the bootloader is still busy with
+  // itself. A host waits for the answer.
   if (nowMs < silentUntilMs_) {
     reply.delayMs = static_cast<u32>(silentUntilMs_ - nowMs);
   }

@@ -7,6 +7,7 @@ namespace simulator {
 
 namespace {
 
+// Erased flash holds ones everywhere and cleared flash zeros, so neither looks like a record.
 constexpr u8 Magic[8] = {'K', 'B', 'I', 'M', 'A', 'G', 'E', '1'};
 constexpr std::size_t VersionAt = sizeof(Magic);
 constexpr std::size_t PartCountAt = VersionAt + 4;
@@ -56,6 +57,7 @@ std::vector<DfuSeElement> BuildKeyboardImage(const KeyboardVersion& version,
       element.data[i] = FirmwareByte(version, part.address + i);
     }
   }
+  // Too small for a record: plain bytes, which no bootloader starts. Some tests want just that.
   const std::size_t recordBytes = ImageRecordBytes(parts.size());
   if (elements.empty() || elements[0].data.size() < recordBytes || parts.size() > MostParts) {
     return elements;
@@ -79,6 +81,8 @@ std::optional<KeyboardVersion> FindKeyboardImage(const NorFlash& flash, u32 addr
   if (!head.has_value() || !std::equal(std::begin(Magic), std::end(Magic), head->begin())) {
     return std::nullopt;
   }
+  // A flash may hold anything, half of an old record and half of a new one included: nothing in it
+  // is believed before its CRC.
   const u32 partCount = Take(*head, PartCountAt);
   if (partCount == 0 || partCount > MostParts) {
     return std::nullopt;
@@ -90,6 +94,8 @@ std::optional<KeyboardVersion> FindKeyboardImage(const NorFlash& flash, u32 addr
     return std::nullopt;
   }
 
+  // An update that broke off leaves some parts old, some erased. One that does not fit is enough to
+  // stay in DFU mode.
   for (u32 i = 0; i < partCount; ++i) {
     const std::size_t entry = PartsAt + i * PartEntryBytes;
     const auto bytes = flash.Read(Take(*record, entry), Take(*record, entry + 4));

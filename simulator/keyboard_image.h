@@ -26,6 +26,7 @@ struct KeyboardVersion {
   bool operator==(const KeyboardVersion&) const = default;
 };
 
+// Firmware may lie in several places of the flash.
 struct ImagePart {
   u32 address = 0;
   u32 sizeBytes = 0;

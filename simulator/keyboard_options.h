@@ -18,6 +18,8 @@
 namespace simulator {
 
 // One collection of the keyboard in normal mode, as HID has it.
+// Windows opens each collection as a device of its own, and keeps those of keys and pointers to
+// itself.
 struct HidCollectionOptions {
   USAGE usagePage = 1;
   USAGE usage = 0;
@@ -48,11 +50,14 @@ inline std::vector<HidCollectionOptions> DefaultHidCollections() {
 }
 
 // One alternate setting of the DFU interface.
+// Bootloaders tell of several memories as alternate settings of one interface, each with a map in
+// its string.
 struct AlternateSettingOptions {
   u8 number = 0;                         // bAlternateSetting
   std::optional<std::string> mapString;  // instead of the flash's own; empty: has no string
 };
 
+// Where many parts have their flash.
 inline constexpr u32 DefaultFlashAddress = 0x08000000;
 
 struct KeyboardOptions {

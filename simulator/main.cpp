@@ -4,24 +4,26 @@
 #include <cstdio>
 #include <exception>
 #include <nlohmann/json.hpp>
-#include <span>
 #include <string>
 #include <vector>
 
 #include "simulator/check_package.h"
+#include "simulator/command_line.h"
 #include "simulator/decide.h"
 #include "simulator/exit_codes.h"
 #include "simulator/host_process.h"
 #include "simulator/nearest_option.h"
-#include "simulator/number_option.h"
 #include "simulator/pack.h"
 #include "simulator/product_memory.h"
+#include "simulator/report.h"
 #include "simulator/run_settings.h"
-#include "simulator/trouble.h"
 #include "simulator/update_run.h"
 
 namespace {
 
+using simulator::Arguments;
+using simulator::Commands;
+using simulator::IdNumber;
 using simulator::Json;
 
 // Says what is wrong with what was asked for.
@@ -30,209 +32,12 @@ Json Refuse(const simulator::PackageRefusal& refusal) {
   return {{"exitCode", refusal.exitCode}, {"result", refusal.reason}};
 }
 
-struct Arguments {
-  simulator::RunSources sources;
-  std::vector<std::string> packages;
-  bool realtime = false;
-  std::string trace;
-  bool strict = false;
-  std::vector<std::string> keyboardIds;
-  bool json = false;
-  std::string vendorId = "1209";
-  std::string productId = "0001";
-  std::string deviceVersion = "0000";
-  u32 alternateSetting = 0;
-  simulator::PackOptions pack;
-};
-
-std::string NeedText(const std::string& text) {
-  return text.empty() ? "must not be empty" : "";
-}
-
-std::string NeedId(const std::string& text) {
-  const bool shaped =
-      text.size() == 4 && text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
-  return shaped ? "" : "takes four hexadecimal digits such as 1209, not '" + text + "'";
-}
-
-std::string NeedKeyboardId(const std::string& text) {
-  const bool shaped = text.size() == 17 && text.starts_with("VID_") && text.substr(8, 5) == "&PID_";
-  return shaped && NeedId(text.substr(4, 4)).empty() && NeedId(text.substr(13)).empty()
-             ? ""
-             : "takes ids such as 'VID_1209&PID_0001', not '" + text + "'";
-}
-
-u16 IdNumber(const std::string& digits) {
-  return static_cast<u16>(std::stoul(digits, nullptr, 16));
-}
-
-void DescribeOutput(CLI::App& app, Arguments& arguments) {
-  app.add_flag("--json", arguments.json,
-               "One JSON object on standard output; people's text goes to standard error");
-}
-
-// An option that means what the scenario's setting of its name does.
-struct RunOption {
-  const char* name;
-  const char* type;
-  const char* help;
-  const char* usual = "";
-  bool repeats = false;
-};
-
-constexpr RunOption MemoryOptions[] = {
-    {"map", "MAP",
-     "The keyboard's memory, as the map string of its DFU interface tells it, such as \"@Internal "
-     "Flash  /0x08000000/04*016Kg\"; once for each alternate setting",
-     "", true},
-    {"transfer-size", "BYTES", "The most bytes of a block", "1024"},
-    {"erase-ms", "MS", "How long an erase takes, besides what its size takes", "150"},
-    {"erase-16k-ms", "MS", "How long each 16 KiB of a sector takes on top", "100"},
-    {"write-ms", "MS", "How long a block takes to write", "4"},
-    {"restart-ms", "MS", "From the keyboard's leaving to its return", "1200"},
-    {"leave-ms", "MS", "From the end of the update to the device's leaving", "20"},
-};
-
-constexpr RunOption DecisionOptions[] = {
-    {"keyboard", "M.m.model.rev", "The keyboard's firmware; by default older than the package's"},
-    {"installed", "OLD.dfu", "The package that its flash holds, and with it its firmware"},
-    {"battery", "N", "The battery's charge in percent (255: unknown)", "80"},
-};
-
-constexpr RunOption TroubleOptions[] = {
-    {"attach-at", "TIME", "When the keyboard is plugged in, such as 40s", "0s"},
-    {"fault", "KIND@WHEN",
-     "Something that goes wrong, such as stall@block7; as often as one likes. The list is below",
-     "", true},
-};
-
-void DescribeRun(CLI::App& app, std::span<const RunOption> options, Arguments& arguments) {
-  for (const RunOption& option : options) {
-    CLI::Option* const added =
-        app.add_option(std::string("--") + option.name, arguments.sources.options[option.name],
-                       option.help)
-            ->type_name(option.type)
-            ->expected(1)
-            ->check(NeedText)
-            ->multi_option_policy(option.repeats ? CLI::MultiOptionPolicy::TakeAll
-                                                 : CLI::MultiOptionPolicy::Throw);
-    if (*option.usual != '\0') {
-      added->default_str(option.usual);
-    }
-  }
-}
-
-void DescribeMemory(CLI::App& app, Arguments& arguments) {
-  DescribeRun(app, MemoryOptions, arguments);
-  app.get_option("--transfer-size")->transform(simulator::Number("8 to 4096", [](u64 n) {
-    return n >= 8 && n <= 4096;
-  }));
-}
-
-void DescribeKeyboard(CLI::App& app, Arguments& arguments) {
-  DescribeRun(app, DecisionOptions, arguments);
-  app.add_option("--package", arguments.packages,
-                 "A DfuSe package of your own; its name carries the version at the characters 10, "
-                 "12, 14 and 16, as in VantrelKb_1.2.3.4.dfu")
-      ->type_name("FILE.dfu")
-      ->expected(1)
-      ->check(NeedText);
-  app.add_option("--scenario", arguments.sources.scenarioFile,
-                 "The same settings as lines of a file; options come after them")
-      ->type_name("FILE")
-      ->check(NeedText);
-}
-
-void DescribeUpdate(CLI::App& app, Arguments& arguments) {
-  DescribeKeyboard(app, arguments);
-  DescribeMemory(app, arguments);
-  DescribeRun(app, TroubleOptions, arguments);
-  app.add_flag_callback(
-      "--in-dfu", [&arguments] { arguments.sources.options["in-dfu"] = {"yes"}; },
-      "The keyboard was left over in DFU mode");
-  DescribeOutput(app, arguments);
-  app.add_flag("--realtime", arguments.realtime, "Pace the run by the wall clock");
-  app.footer("Faults, by where they happen; some take a number behind a blank:\n" +
-             simulator::TroubleHelp());
-  app.add_option("--trace", arguments.trace,
-                 "Show more: wire (every transfer), calls (every platform call) or all (both, and "
-                 "the service's own standard output)")
-      ->type_name("WHAT")
-      ->check(NeedText);
-}
-
-// What is asked of a run means nothing to the subcommand, and would be passed over in silence.
-CLI::App* AddSubcommand(CLI::App& app, const char* name, const char* description) {
-  CLI::App* const subcommand = app.add_subcommand(name, description);
-  subcommand->set_help_flag("-h,--help", "Print this help and exit");
-  subcommand->set_version_flag("--version", VANTREL_VERSION, "Print the version and exit");
-  for (CLI::Option* const option : app.get_options()) {
-    if (option->get_name() != "--version") {
-      subcommand->excludes(option);
-    }
-  }
-  return subcommand;
-}
-
-CLI::Option* AddFiles(CLI::App& app, Arguments& arguments, const char* description) {
-  return app.add_option("file", arguments.packages, description)
-      ->type_name("FILE.dfu")
-      ->check(NeedText);
-}
-
-CLI::App* DescribeCheck(CLI::App& app, Arguments& arguments) {
-  CLI::App* const check = AddSubcommand(
-      app, "check", "What is in a firmware package; exit 1 when the service would refuse it");
-  AddFiles(*check, arguments, "The packages")->required();
-  DescribeMemory(*check, arguments);
-  DescribeOutput(*check, arguments);
-  check
-      ->add_option("--keyboard-id", arguments.keyboardIds,
-                   "What the suffix may name instead of this build's keyboard; once per mode")
-      ->type_name("VID_hhhh&PID_hhhh")
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-      ->check(NeedKeyboardId);
-  check->add_flag("--strict", arguments.strict, "A warning refuses the package, too");
-  return check;
-}
-
-CLI::App* DescribePack(CLI::App& app, Arguments& arguments) {
-  CLI::App* const pack =
-      AddSubcommand(app, "pack", "Makes a firmware package from binaries and Intel HEX files");
-  pack->add_option("parts", arguments.pack.parts, "0xADDRESS:FILE of a binary, or FILE.hex")
-      ->type_name("PART")
-      ->check(NeedText);
-  pack->add_option("-o,--output", arguments.pack.output, "The package; its name tells the version")
-      ->type_name("NAME.dfu")
-      ->required()
-      ->check(NeedText);
-  pack->add_option("--firmware", arguments.pack.firmware, "The version that its name must carry")
-      ->type_name("M.m.model.rev");
-  pack->add_option("--alt", arguments.alternateSetting, "The alternate setting that it is for")
-      ->type_name("N")
-      ->transform(simulator::Number("0 to 255", [](u64 number) { return number <= 255; }))
-      ->capture_default_str();
-  pack->add_option("--name", arguments.pack.target.name, "The target's name")
-      ->type_name("NAME")
-      ->capture_default_str();
-  const auto id = [&](const char* option, std::string& text, const char* description) {
-    pack->add_option(option, text, description)
-        ->type_name("HHHH")
-        ->check(NeedId)
-        ->capture_default_str();
-  };
-  id("--vid", arguments.vendorId, "The vendor id");
-  id("--pid", arguments.productId, "The product id");
-  id("--device", arguments.deviceVersion, "The device's version");
-  pack->add_flag("--sample", arguments.pack.sample, "Packs firmware of the simulated keyboard");
-  DescribeOutput(*pack, arguments);
-  return pack;
-}
-
+// The service's own output holds addresses of memory, which differ from run to run; so there is a
+// way to have both traces without it.
 bool ReadTrace(const std::string& trace, simulator::TimelineOptions& timeline) {
-  timeline.wire = trace == "wire" || trace == "all";
-  timeline.calls = trace == "calls" || trace == "all";
+  const bool both = trace == "wire,calls" || trace == "all";
+  timeline.wire = both || trace == "wire";
+  timeline.calls = both || trace == "calls";
   return trace.empty() || timeline.wire || timeline.calls;
 }
 
@@ -258,8 +63,13 @@ bool ReadRun(Arguments& arguments, simulator::UpdateRunOptions& options, Json& r
     return false;
   }
   if (!ReadTrace(arguments.trace, options.timeline)) {
-    result = Refuse({"--trace takes wire, calls or all, not '" + arguments.trace + "'",
+    result = Refuse({"--trace takes wire, calls, wire,calls or all, not '" + arguments.trace + "'",
                      simulator::ExitBadArguments});
+    return false;
+  }
+  std::string reason;
+  if (!arguments.report.empty() && !simulator::CanWriteReport(arguments.report, reason)) {
+    result = Refuse({"--report " + arguments.report + " " + reason, simulator::ExitBadArguments});
     return false;
   }
   options.realtime = arguments.realtime;
@@ -274,20 +84,17 @@ int Update(Arguments& arguments) {
     result = simulator::AskChild([&](const std::string& driveFolder) {
       options.driveFolder = driveFolder;
       std::FILE* const console = simulator::SplitConsole(arguments.json, arguments.trace == "all");
-      const simulator::UpdateResult update = simulator::RunUpdate(options, console);
-      Json told{{"exitCode", update.exitCode},
-                {"result", update.reason},
-                {"updateMs", update.updateMs},
-                {"account", simulator::DescribeAccount(update.account)}};
-      if (!options.expected.empty()) {
-        told["expected"] = options.expected;
-      }
-      return told;
+      return simulator::RunUpdate(options, console);
     });
+    std::string reason;
+    if (!arguments.report.empty() && !simulator::WriteReport(arguments.report, result, reason)) {
+      result = Refuse({"--report " + arguments.report + " " + reason, simulator::ExitBadArguments});
+    }
   }
   return Finish(arguments, "update", result);
 }
 
+// The service runs in a child, and dies there at its first word.
 int Decide(Arguments& arguments) {
   simulator::UpdateRunOptions options;
   Json result;
@@ -298,6 +105,7 @@ int Decide(Arguments& arguments) {
   return Finish(arguments, "decide", result);
 }
 
+// Each file is looked at, however the one before it came out; the worst of them is the exit code.
 int Check(const Arguments& arguments) {
   simulator::CheckOptions options;
   options.strict = arguments.strict;
@@ -377,21 +185,7 @@ int RefuseCommandLine(const CLI::App& app, const std::string& why, int argc, cha
 int main(int argc, char** argv) {
   CLI::App app("Runs a whole keyboard firmware update on a simulated tablet.", "vantrel-sim");
   Arguments arguments;
-  app.set_help_flag("-h,--help", "Print this help and exit");
-  app.set_version_flag("--version", VANTREL_VERSION, "Print the version and exit");
-  DescribeUpdate(app, arguments);
-  CLI::App* const update =
-      AddSubcommand(app, "update", "A whole update, which is also what runs without a command");
-  DescribeUpdate(*update, arguments);
-  AddFiles(*update, arguments, "The package")->expected(0, 1);
-  CLI::App* const decide =
-      AddSubcommand(app, "decide", "What the service would decide; exit 0 when it would update");
-  DescribeKeyboard(*decide, arguments);
-  DescribeOutput(*decide, arguments);
-  AddFiles(*decide, arguments, "The package")->expected(0, 1);
-  const CLI::App* const check = DescribeCheck(app, arguments);
-  const CLI::App* const pack = DescribePack(app, arguments);
-  app.require_subcommand(0, 1);
+  const Commands commands = DescribeCommands(app, arguments);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& success) {
@@ -400,12 +194,19 @@ int main(int argc, char** argv) {
     return RefuseCommandLine(app, error.what(), argc, argv);
   }
   try {
-    return check->parsed()    ? Check(arguments)
-           : pack->parsed()   ? Pack(arguments)
-           : decide->parsed() ? Decide(arguments)
-                              : Update(arguments);
+    return commands.check->parsed()    ? Check(arguments)
+           : commands.pack->parsed()   ? Pack(arguments)
+           : commands.decide->parsed() ? Decide(arguments)
+                                       : Update(arguments);
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "vantrel-sim: %s\n", error.what());
-    return simulator::ExitFailed;
+    const char* const command = commands.check->parsed()    ? "check"
+                                : commands.pack->parsed()   ? "pack"
+                                : commands.decide->parsed() ? "decide"
+                                                            : "update";
+    Json result = Refuse({error.what(), simulator::ExitFailed});
+    if (commands.check->parsed()) {
+      result["files"] = Json::array();
+    }
+    return Finish(arguments, command, result);
   }
 }

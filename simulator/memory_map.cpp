@@ -15,6 +15,7 @@ constexpr u32 Megabyte = 1024 * 1024;
 constexpr u64 MostBytes = u64{64} * Megabyte;
 constexpr u64 AddressSpaceBytes = u64{1} << 32;
 
+// Count and size have a fixed width in the maps of real parts, and a blank stands for bytes.
 std::string RunText(const SectorRun& run) {
   u32 size = run.sectorBytes;
   char unit = ' ';
@@ -30,6 +31,7 @@ std::string RunText(const SectorRun& run) {
   return text;
 }
 
+// Two separators in a row have an empty piece between them, which no reader takes for a number.
 std::vector<std::string> Split(const std::string& text, char separator) {
   std::vector<std::string> pieces;
   for (std::size_t begin = 0; begin <= text.size();) {
@@ -70,6 +72,7 @@ u64 BytesOf(const FlashRegion& region) {
   return bytes;
 }
 
+// Memory that is told twice at one address could be erased by one sector and written by another.
 bool LieApart(const std::vector<FlashRegion>& regions) {
   u64 bytes = 0;
   for (const FlashRegion& region : regions) {
@@ -87,6 +90,7 @@ bool LieApart(const std::vector<FlashRegion>& regions) {
   return true;
 }
 
+// The name comes first; from then on an address and its runs take turns.
 bool ReadText(const std::string& text, KeyboardMemory& memory) {
   const std::vector<std::string> pieces = Split(text, '/');
   if (!text.starts_with('@') || pieces.size() < 3 || pieces.size() % 2 == 0) {
@@ -108,11 +112,14 @@ bool ReadText(const std::string& text, KeyboardMemory& memory) {
 }
 
 // Whether the service's own parser makes the same sectors of the text, one by one.
+// A map means what the service makes of it. Where the two readers differ, a run would show memory
+// that the service does not see.
 bool ServiceReadsTheSame(const KeyboardMemory& memory) {
   MemoryMap map{};
   if (ParseMemoryMap(memory.text.data(), memory.text.size(), map) != 1) {
     return false;
   }
+  // Laid out sector by sector, because the service keeps no runs.
   const NorFlash flash(memory.flash);
   const std::vector<FlashSector>& sectors = flash.sectors();
   const bool same =

@@ -16,12 +16,15 @@ namespace simulator {
 inline constexpr std::size_t LongestStringChars = 126;
 
 // What a map tells of a keyboard.
+// The text stays as it was told: the service is to read that, not something that means the same.
 struct KeyboardMemory {
   std::string text;
   std::string name;
   std::vector<FlashRegion> flash;
 };
 
+// A count of two digits and a size of three at the least, as in the maps of real parts; sizes in
+// the largest unit that divides them.
 std::string MemoryMapText(const std::string& name, const std::vector<FlashRegion>& regions);
 
 // Empty when the text is no map, or when its sectors overlap, have no bytes, go beyond the address

@@ -8,10 +8,13 @@ namespace simulator {
 
 namespace {
 
+// NOR cells read as ones when they are erased; programming pulls single bits down.
 constexpr u8 Erased = 0xFF;
 
 }  // namespace
 
+// One array holds all sectors one behind the other, however far apart their addresses are: a map
+// may tell of flash at one end of the address space and of option bytes at the other.
 NorFlash::NorFlash(const std::vector<FlashRegion>& regions) {
   std::size_t offset = 0;
   for (const FlashRegion& region : regions) {
@@ -34,6 +37,8 @@ const FlashSector* NorFlash::FindSector(u32 address) const {
   return found == sectors_.end() ? nullptr : &*found;
 }
 
+// A sector is the least that a part can erase, so what the package does not write in it is lost as
+// well.
 void NorFlash::Erase(const FlashSector& sector) {
   const auto first = bytes_.begin() + static_cast<std::ptrdiff_t>(sector.offset);
   std::fill_n(first, sector.sizeBytes, Erased);
@@ -43,6 +48,9 @@ void NorFlash::EraseAll() {
   std::fill(bytes_.begin(), bytes_.end(), Erased);
 }
 
+// A block may reach from one sector into the next, which lies elsewhere in the array, and its end
+// may lie beyond the last address. So every range is gone through piece by piece, with addresses of
+// 64 bits.
 const FlashSector* NorFlash::FindPiece(u64 address, std::size_t most, std::size_t& offset,
                                        std::size_t& count) const {
   const FlashSector* const sector =
@@ -65,6 +73,8 @@ bool NorFlash::Program(u32 address, const std::vector<u8>& data) {
       return false;
     }
     for (std::size_t i = 0; i < count; ++i) {
+      // A bit that is to become one stays zero. The part does not complain by itself: only who
+      // reads back notices, and the bootloader does.
       u8& cell = bytes_[offset + i];
       cell = static_cast<u8>(cell & data[done + i]);
       holdsData = holdsData && cell == data[done + i];
@@ -74,6 +84,8 @@ bool NorFlash::Program(u32 address, const std::vector<u8>& data) {
   return holdsData;
 }
 
+// What a part holds after a power loss is nothing that could be programmed: bits may have come
+// back.
 void NorFlash::Overwrite(u32 address, const std::vector<u8>& data) {
   std::size_t done = 0;
   std::size_t offset = 0;
@@ -110,6 +122,7 @@ bool NorFlash::Save(const std::string& path) const {
 
 bool NorFlash::Load(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
+  // A file of another size belongs to another keyboard.
   const std::vector<u8> loaded{std::istreambuf_iterator<char>(file), {}};
   if (file.bad() || loaded.size() != bytes_.size()) {
     return false;

@@ -23,11 +23,13 @@ struct SectorRun {
   char access = 'g';
 };
 
+// A stretch of memory without holes; a map tells one address for it.
 struct FlashRegion {
   u32 address = 0;
   std::vector<SectorRun> runs;
 };
 
+// What is erased at once.
 struct FlashSector {
   u32 address = 0;
   u32 sizeBytes = 0;
@@ -38,6 +40,7 @@ struct FlashSector {
   bool isWritable() const { return (access & 4) != 0; }
 };
 
+// Copying one copies all of its bytes: that is how a run keeps what was there before.
 class NorFlash {
  public:
   // All of it erased.

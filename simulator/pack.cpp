@@ -38,6 +38,7 @@ bool IsHexFile(const std::string& path) {
 }
 
 // Splits "0x08000000:app.bin"; a HEX file carries its addresses itself.
+// A path may hold a colon; an address does not, so the first one divides.
 bool SplitPart(const std::string& part, u32& address, std::string& path) {
   const std::size_t colon = part.find(':');
   if (colon == std::string::npos) {
@@ -86,6 +87,7 @@ PackResult MakeTarget(const PackOptions& options, DfuSeTarget& target) {
       return result;
     }
   }
+  // As other tools write them; whoever checks the package is warned of any other order.
   std::stable_sort(
       target.elements.begin(), target.elements.end(),
       [](const DfuSeElement& one, const DfuSeElement& two) { return one.address < two.address; });

@@ -9,6 +9,7 @@
 
 namespace simulator {
 
+// What the command line says. The output's name is where the service reads the version.
 struct PackOptions {
   std::string output;
   std::vector<std::string> parts;  // ADDRESS:FILE of a binary, or FILE.hex

@@ -18,6 +18,7 @@ namespace simulator {
 
 namespace {
 
+// The service counts characters of the name and does not look what stands between the digits.
 constexpr std::size_t VersionPositions[] = {MajorPosition, MinorPosition, ModelIdPosition,
                                             HwRevPosition};
 
@@ -29,6 +30,7 @@ bool IsDigit(char character) {
   return character >= '0' && character <= '9';
 }
 
+// One digit each: a 12 is read as a 1.
 std::optional<KeyboardVersion> VersionOfName(const std::string& name) {
   u8 digits[4];
   for (std::size_t i = 0; i < 4; ++i) {
@@ -41,6 +43,7 @@ std::optional<KeyboardVersion> VersionOfName(const std::string& name) {
   return KeyboardVersion{digits[0], digits[1], digits[2], digits[3]};
 }
 
+// Windows does not tell small letters from capitals when it looks for "*.dfu".
 bool EndsWithDfu(const std::string& name) {
   std::string ending = name.size() < 4 ? name : name.substr(name.size() - 4);
   std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char character) {
@@ -49,6 +52,7 @@ bool EndsWithDfu(const std::string& name) {
   return ending == ".dfu";
 }
 
+// On Linux a folder opens like a file; only reading it fails.
 bool FindFile(const std::string& path, std::string& reason) {
   std::error_code error;
   const std::filesystem::file_status status = std::filesystem::status(path, error);
@@ -97,6 +101,7 @@ bool ReadName(Package& package, std::string& reason) {
   return true;
 }
 
+// In pieces, up to the end or to what cannot be read.
 bool ReadBytes(const std::string& path, Package& package, std::string& reason) {
   std::ifstream stream(path, std::ios::binary);
   char chunk[16 * 1024];
@@ -129,6 +134,7 @@ bool Holds(const NorFlash& flash, const std::vector<DfuSeElement>& elements) {
   });
 }
 
+// The filled elements belong to no image; the others together are one, in their order.
 DfuSeTarget MakeTarget(const KeyboardVersion& version, const TargetDraft& draft) {
   std::vector<ImagePart> parts;
   for (const ElementDraft& element : draft.elements) {
@@ -154,6 +160,7 @@ DfuSeTarget MakeTarget(const KeyboardVersion& version, const TargetDraft& draft)
 
 }  // namespace
 
+// The name is the only place where a package tells its version to the service.
 Package MakePackage(const PackageDraft& draft) {
   Package package;
   package.fileName = "VantrelKb_" + VersionText(draft.version) + ".dfu";
@@ -177,6 +184,7 @@ std::function<std::optional<KeyboardVersion>(const NorFlash&)> VersionFinder(
   };
 }
 
+// Asked before it is put there: what is not in the flash cannot be booted.
 bool FitsFlash(const Package& package, const std::vector<FlashRegion>& flash) {
   const NorFlash memory(flash);
   const std::vector<DfuSeElement>& elements = TargetForUpdate(package.contents)->elements;
@@ -187,6 +195,7 @@ bool FitsFlash(const Package& package, const std::vector<FlashRegion>& flash) {
 
 // Sectors of two sizes. A package that was made elsewhere gets memory around its elements, sectors
 // side by side in one region: the text of the memory map has little room.
+// The usual memory comes first, so that a package for it gets no other.
 std::vector<FlashRegion> FlashFor(const std::vector<Package>& packages) {
   std::vector<FlashRegion> flash = {{DefaultFlashAddress, {{4, 16 * 1024}, {3, 64 * 1024}}}};
   constexpr u64 SectorBytes = u64{64} * 1024;
@@ -245,6 +254,7 @@ bool ReadPackageContents(Package& package, PackageRefusal& refusal) {
   return ReadContents(package, refusal.reason);
 }
 
+// A minor version is one digit, so 9 comes before the next major one.
 KeyboardVersion OlderThan(KeyboardVersion version) {
   if (version.minor > 0) {
     --version.minor;

@@ -21,12 +21,14 @@ struct Package {
 };
 
 // What a package is made of, for who makes one.
+// A place that gets firmware, or bytes that are all the same.
 struct ElementDraft {
   u32 address = 0;
   u32 sizeBytes = 0;
   std::optional<u8> fill;  // of every byte; empty: firmware of the package's version
 };
 
+// The service writes the target for alternate setting 0 and no other.
 struct TargetDraft {
   u8 alternateSetting = 0;
   std::vector<ElementDraft> elements;
@@ -64,6 +66,7 @@ struct PackageRefusal {
 };
 
 // No keyboard's flash is as large as that, and none of it is read.
+// Found out from the size alone, so that a mistaken file costs no time.
 inline constexpr u64 LargestPackageBytes = u64{256} << 20;
 
 // Reads the user's own package. Empty when the service would refuse it.

@@ -17,10 +17,13 @@ constexpr u16 AnyId = 0xFFFF;
 
 using Lines = std::vector<std::string>;
 
+// The name may end before that place.
 bool IsDigitAt(const std::string& name, std::size_t position) {
   return position < name.size() && std::isdigit(static_cast<unsigned char>(name[position])) != 0;
 }
 
+// The service does not compare these ids. Other tools refuse a file that is not for the device at
+// hand.
 void LookAtIds(const DfuSeFile& file, const std::vector<KeyboardId>& ids, Lines& lines) {
   const bool fits = std::any_of(ids.begin(), ids.end(), [&](const KeyboardId& id) {
     return (file.vendorId == id.vendorId || file.vendorId == AnyId) &&
@@ -33,6 +36,7 @@ void LookAtIds(const DfuSeFile& file, const std::vector<KeyboardId>& ids, Lines&
   }
 }
 
+// The service writes what it finds, in the order in which it finds it.
 void LookAtElements(const DfuSeTarget& target, Lines& lines) {
   const std::string overlap = OverlapText(target.elements);
   if (!overlap.empty()) {
@@ -52,6 +56,7 @@ void LookAtElements(const DfuSeTarget& target, Lines& lines) {
   }
 }
 
+// The service stops at the first one that fits.
 void LookAtTargets(const DfuSeFile& file, Lines& lines) {
   if (std::count_if(file.targets.begin(), file.targets.end(),
                     [](const DfuSeTarget& target) { return target.alternateSetting == 0; }) > 1) {

@@ -8,6 +8,7 @@
 
 namespace simulator {
 
+// As the suffix of a package has them. FFFF stands for any.
 struct KeyboardId {
   u16 vendorId = 0;
   u16 productId = 0;

@@ -28,6 +28,8 @@ struct alignas(__STDCPP_DEFAULT_NEW_ALIGNMENT__) Header {
   bool isArray;
 };
 
+// The product asks for memory with the form that returns null, everybody else with the form that
+// throws. So the two can be told apart by who is called.
 bool Refuses() {
   ++requests;
   if (requestsLeft.load() <= 0 || requestsLeft.fetch_sub(1) != 1) {
@@ -68,6 +70,7 @@ void Free(void* block, bool isArray) {
     return;
   }
   Header* const header = static_cast<Header*>(block) - 1;
+  // On Windows such a mix goes wrong only with some allocators, so it would come to light late.
   if (header->isArray != isArray) {
     std::fputs("a block was asked for with one of new and new[], and freed with the other\n",
                stderr);
@@ -80,6 +83,7 @@ void Free(void* block, bool isArray) {
   std::free(header);
 }
 
+// There is nothing that a simulator without memory could still show.
 void* AllocateOrEnd(std::size_t bytes, bool isArray) {
   void* const block = Allocate(bytes, isArray, false);
   if (block == nullptr) {

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 #include <set>
+#include <utility>
 
 #include "simulator/exit_codes.h"
 #include "simulator/memory_map.h"
@@ -19,6 +20,7 @@ using Texts = std::vector<std::string>;
 constexpr char FaultName[] = "fault";
 constexpr char MapName[] = "map";
 
+// The scenario's settings, and what a run has on top of them.
 struct RunSettings : Scenario {
   std::string installedFile;
   bool startsInDfuMode = false;
@@ -37,7 +39,7 @@ constexpr Setting<RunSettings> Line(const char* name, const char* takes) {
           }};
 }
 
-constexpr Setting<RunSettings> RunTable[] = {
+constexpr Setting<RunSettings> RunLines[] = {
     Line<&RunSettings::installedFile>("installed", "a file such as VantrelKb_1.1.2.1.dfu"),
     Line<&RunSettings::expected>("expect", "the verdict's result"),
     {"in-dfu", "yes or no",
@@ -80,12 +82,12 @@ class LineTaker {
 
  private:
   RunSettings& settings_;
-  SettingReader<RunSettings> own_{RunTable};
+  SettingReader<RunSettings> own_{RunLines};
   SettingReader<Scenario> scenario_{ScenarioSettings()};
   bool hasFaults_ = false;
 };
 
-bool ReadText(const std::string& path, std::string& text) {
+bool ReadScenarioText(const std::string& path, std::string& text) {
   std::ifstream file(path, std::ios::binary);
   if (!file || !fs::is_regular_file(path)) {
     return false;
@@ -101,9 +103,10 @@ void FindBeside(const std::string& scenarioFile, std::string& file) {
   }
 }
 
+// The first line that is wrong is told with its number, and nothing is run.
 bool TakeScenario(const std::string& path, RunSettings& settings, PackageRefusal& refusal) {
   std::string text;
-  if (!ReadText(path, text)) {
+  if (!ReadScenarioText(path, text)) {
     return Refuse(path + ": cannot be read", refusal);
   }
   std::vector<SettingLine> lines;
@@ -157,6 +160,7 @@ bool TakeMaps(const Texts& maps, RunSettings& settings, PackageRefusal& refusal)
   return true;
 }
 
+// In the order of their names; the settings do not depend on each other.
 bool TakeOptions(const RunSources& sources, RunSettings& settings, PackageRefusal& refusal) {
   LineTaker taker(settings);
   for (const auto& [name, values] : sources.options) {
@@ -181,6 +185,7 @@ bool TakeAll(const RunSources& sources, RunSettings& settings, PackageRefusal& r
          TakeOptions(sources, settings, refusal);
 }
 
+// Read as it would be for an update: the service refuses it here or nowhere.
 bool ReadNamedPackage(const std::string& file, Package& package, PackageRefusal& refusal) {
   std::optional<Package> read = ReadPackage(file, refusal);
   if (!read.has_value()) {
@@ -215,6 +220,8 @@ void PlaceFirmware(const std::set<std::string>& told, KeyboardOptions& keyboard)
   }
 }
 
+// The old package is read by the same rules as the new one: what the service could not have
+// installed cannot be there.
 bool Install(const RunSettings& settings, UpdateRunOptions& run, PackageRefusal& refusal) {
   if (settings.installedFile.empty()) {
     return true;
@@ -243,6 +250,7 @@ bool ReadRun(const RunSources& sources, UpdateRunOptions& run, PackageRefusal& r
                                                    : FlashFor({run.package});
   }
   PlaceFirmware(settings.told, run.keyboard);
+  // One version older, so that there is something to do.
   if (!settings.told.contains("keyboard")) {
     run.keyboard.version =
         run.installed.has_value() ? run.installed->version : OlderThan(run.package.version);
@@ -253,6 +261,7 @@ bool ReadRun(const RunSources& sources, UpdateRunOptions& run, PackageRefusal& r
   run.schedulerSeed = settings.schedulerSeed;
   run.startsInDfuMode = settings.startsInDfuMode;
   run.troubles = settings.troubles;
+  // The hand goes through those of a time one after the other.
   std::stable_sort(run.troubles.begin(), run.troubles.end(), HappensBefore);
   run.expected = settings.expected;
   return !run.installed.has_value() || FitsFlash(*run.installed, run.keyboard.flash) ||

@@ -82,6 +82,7 @@ constexpr Setting<Scenario> Version(const char* name) {
 
 // --- The map, and what lies in the flash ---
 
+// From the flash, so that a drawn keyboard tells a map as well.
 Texts WriteMap(const Scenario& scenario) {
   const KeyboardOptions& keyboard = scenario.keyboard;
   return {QuotedText(MemoryMapText(keyboard.flashName, keyboard.flash))};
@@ -100,6 +101,8 @@ bool ReadMap(Scenario& scenario, const std::string& value) {
   return memory.has_value();
 }
 
+// An end beyond the last address could be meant, to see what comes of it; but no keyboard has such
+// memory.
 bool ReadSpan(const Texts& words, u32& address, u32& sizeBytes) {
   return words.size() >= 2 && ReadNumber(words[0], 0, MostU32, address) &&
          ReadNumber(words[1], 0, std::min(MostElementBytes, (u64{1} << 32) - address), sizeBytes);
@@ -109,6 +112,7 @@ std::string SpanText(u32 address, u32 sizeBytes) {
   return HexText(address) + " " + std::to_string(sizeBytes);
 }
 
+// The parts of the image that the keyboard came with.
 Texts WriteFirmware(const Scenario& scenario) {
   Texts values;
   for (const ImagePart& part : scenario.keyboard.firmware) {
@@ -146,6 +150,8 @@ Texts WriteAlternateSettings(const Scenario& scenario) {
   return values;
 }
 
+// A setting without a map of its own tells that of the flash, as most bootloaders with one memory
+// do.
 bool ReadAlternateSetting(Scenario& scenario, const std::string& value) {
   const Texts words = WordsOf(value);
   AlternateSettingOptions setting;
@@ -182,6 +188,7 @@ Texts WriteArrivalOrder(const Scenario& scenario) {
   return text.empty() ? Texts{} : Texts{text};
 }
 
+// Numbers of interfaces that are left out come last, so any list makes sense.
 bool ReadArrivalOrder(Scenario& scenario, const std::string& value) {
   std::vector<std::size_t>& order = scenario.keyboard.arrivalOrder;
   for (const std::string& word : WordsOf(value)) {
@@ -223,6 +230,8 @@ Texts WriteTargets(const Scenario& scenario) {
   return values;
 }
 
+// With "fill" the bytes are all the same: a place that no firmware needs, and yet the service must
+// write it.
 bool ReadElement(const std::string& text, ElementDraft& element) {
   const Texts words = WordsOf(text);
   if (!ReadSpan(words, element.address, element.sizeBytes)) {
@@ -255,10 +264,12 @@ Texts WriteAttachTime(const Scenario& scenario) {
   return {TimeText(scenario.attachMs)};
 }
 
+// With its unit: a bare number could be either.
 bool ReadAttachTime(Scenario& scenario, const std::string& value) {
   return ReadTime(value, scenario.attachMs);
 }
 
+// Windows tells 255 when it does not know the charge; nothing lies between 100 and that.
 bool ReadBattery(Scenario& scenario, const std::string& value) {
   u8 percent = 0;
   if (!ReadNumber(value, 0, 255, percent) || (percent > 100 && percent != 255)) {

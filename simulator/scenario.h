@@ -34,6 +34,7 @@ struct Scenario {
   u64 schedulerSeed = 0;
 };
 
+// The table of all names, in the order in which they are told. It lives as long as the program.
 std::span<const Setting<Scenario>> ScenarioSettings();
 
 }  // namespace simulator

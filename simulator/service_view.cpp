@@ -17,6 +17,8 @@ namespace simulator {
 
 namespace {
 
+// From the service's own records of the image, not from the file: a wrong reading of the service
+// would show here.
 Json DescribeTarget(const DfuImage& image) {
   Json elements = Json::array();
   for (u32 i = 0; i < image.Elements.size(); ++i) {
@@ -35,6 +37,7 @@ u64 BytesOf(const DfuImage& image) {
   return bytes;
 }
 
+// Each element begins a block of its own.
 u64 BlocksOf(const DfuImage& image, u16 transferSize) {
   u64 blocks = 0;
   for (u32 i = 0; i < image.Elements.size(); ++i) {
@@ -56,6 +59,7 @@ u64 BytesWithin(const DfuImage& image, const MemorySector& sector) {
 }
 
 // The target's two cuts, in the order in which the preparation makes them.
+// The preparation cuts the image twice, once for writing and once into whole sectors for the erase.
 Json PlanFor(DfuImage* target, const MemoryMap& map, u16 transferSize) {
   const u64 inAll = BytesOf(*target);
   DfuImage* written = CloneImage(target);
@@ -109,6 +113,7 @@ Json ReadAsService(const std::string& driveFolder, const std::string& fileName,
                    const std::vector<u8>& bytes, const std::string& mapText, u16 transferSize) {
   Tablet tablet({.scheduler = {}, .driveFolder = driveFolder});
   tablet.InstallPackage(fileName, bytes);
+  // The same calls in the same order as at start-up, on a drive that holds this one package.
   SelectPackageFolder();
   Json view{{"accepted", false}};
   DfuFile* file = nullptr;

@@ -9,6 +9,7 @@ namespace simulator {
 
 namespace {
 
+// Files that were written on Windows end their lines with a return as well.
 constexpr char Blanks[] = " \t\r";
 
 std::string Trimmed(const std::string& text) {
@@ -34,6 +35,7 @@ bool SplitSettings(const std::string& text, std::vector<SettingLine>& lines, std
     if (line.empty() || line[0] == '#') {
       continue;
     }
+    // The first sign divides: a map's name may hold another.
     const std::size_t sign = line.find('=');
     SettingLine setting;
     if (sign != std::string::npos) {
@@ -48,6 +50,7 @@ bool SplitSettings(const std::string& text, std::vector<SettingLine>& lines, std
   return true;
 }
 
+// Map strings hold blanks, so a quoted text is one word, its quotes included.
 std::vector<std::string> WordsOf(const std::string& value) {
   std::vector<std::string> words;
   std::string word;
@@ -69,6 +72,7 @@ std::vector<std::string> WordsOf(const std::string& value) {
   return words;
 }
 
+// All of the text must be the number: "12 " or "12k" is a mistake that had better be told.
 bool ReadNumber(const std::string& text, u64 least, u64 most, u64& number) {
   const bool isHex = text.starts_with("0x");
   const char* const begin = text.data() + (isHex ? 2 : 0);
@@ -82,6 +86,7 @@ bool ReadNumber(const std::string& text, u64 least, u64 most, u64& number) {
   return true;
 }
 
+// Two words and no others: "true" or "1" would be guesses.
 bool ReadYesNo(const std::string& text, bool& yes) {
   if (text != "yes" && text != "no") {
     return false;
@@ -90,6 +95,8 @@ bool ReadYesNo(const std::string& text, bool& yes) {
   return true;
 }
 
+// In whole milliseconds, which the clock of the machine counts in; so there are no fractions to
+// round.
 bool ReadTime(const std::string& text, u64& milliseconds) {
   constexpr u64 MostSeconds = 1'000'000'000;
   if (text.find('x') != std::string::npos) {
@@ -122,6 +129,7 @@ bool ReadTime(const std::string& text, u64& milliseconds) {
   return true;
 }
 
+// There is no way to write a quote inside; no map and no product string has one.
 bool ReadQuoted(const std::string& text, std::string& inside) {
   if (text.size() < 2 || text.front() != '"' || text.find('"', 1) != text.size() - 1) {
     return false;
@@ -140,6 +148,7 @@ std::string YesNoText(bool yes) {
   return yes ? "yes" : "no";
 }
 
+// With all its places, so that plans line up and read back to the millisecond.
 std::string TimeText(u64 milliseconds) {
   char text[32];
   std::snprintf(text, sizeof(text), "%" PRIu64 ".%03" PRIu64 "s", milliseconds / 1000,

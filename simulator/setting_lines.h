@@ -15,6 +15,7 @@
 
 namespace simulator {
 
+// As it stands in the text, with blanks at both ends cut off.
 struct SettingLine {
   u32 number = 0;  // counted from 1; 0 for an option of the command line
   std::string name;
@@ -50,6 +51,7 @@ bool ReadTime(const std::string& text, u64& milliseconds);
 // Text between quotes, without them. It may hold any character but a quote and the line's end.
 bool ReadQuoted(const std::string& text, std::string& inside);
 
+// The way back: what these write, the readers above take.
 std::string HexText(u32 number);
 std::string YesNoText(bool yes);
 std::string TimeText(u64 milliseconds);  // "22.500s"

@@ -24,10 +24,12 @@ struct Deliveries {
 };
 
 // What the hand behind a trouble does and the machine does not tell.
+// A judge needs them: what the service owes depends on who was logged on and whether it was told to
+// stop.
 enum class StageEvent : u8 { UserCame, UserLeft, StopSent, OpenRefused, Ended };
 
-// What troubles act on. Lives as long as its host process. Its verbs tell what the machine by itself
-// would not. Any thread may use them.
+// What troubles act on. Lives as long as its host process. Its verbs tell what the machine by
+// itself would not. Any thread may use them.
 struct Stage {
   Tablet& tablet;
   VirtualKeyboard& keyboard;
@@ -35,12 +37,13 @@ struct Stage {
   ForeignKeyboard& foreign;
   Deliveries& deliveries;
 
-  // Told of each event before it happens, on the thread on which it does.
+  // Told of each event, on the thread on which it happens.
   std::function<void(StageEvent)> note;
 
   // Makes the service's request for memory with that number fail; 0: none.
   void (*refuseMemory)(u64 number) = nullptr;
 
+  // Set by the hand, read by the script on another thread.
   std::atomic<bool> secondCame = false;
   std::atomic<bool> killed = false;  // a trouble ended the service's process
 

@@ -33,14 +33,20 @@ std::string Narrow(const std::u16string& text) {
 Tablet::Tablet(const TabletOptions& options)
     : driveFolder_(options.driveFolder.empty() ? ownFolder_.emplace().path() : options.driveFolder),
       machine_(SwitchOn(options, driveFolder_)) {
+  // What every Windows has before anybody logs on. The service looks for its package folder and its
+  // user here.
   machine_.drive.MakeFolder(FileRepository);
   machine_.registry.MakeKey(LogonUiKey);
   machine_.registry.MakeKey(SessionDataKey);
+  // The system's own process lets nobody in; the services hold the debug privilege, and vantrel.exe
+  // is among them.
   machine_.processes.Add({.id = 4, .moduleName = u"System", .accessible = false});
   machine_.processes.Add({.id = 812, .moduleName = u"services.exe", .holdsDebugPrivilege = true});
   machine_.processes.Add({.id = 2044, .moduleName = u"vantrel.exe", .holdsDebugPrivilege = true});
 }
 
+// The driver store keeps a package in a folder whose name ends in a hash; the service finds it by
+// how the name begins.
 void Tablet::InstallPackage(const std::string& fileName, const std::vector<u8>& bytes,
                             const std::string& folder) {
   const std::string path = FileRepository + folder + "\\";
@@ -50,6 +56,8 @@ void Tablet::InstallPackage(const std::string& fileName, const std::vector<u8>& 
   }
 }
 
+// Windows keeps who is at the screen in these keys. The shell's process carries the session and a
+// token to start programs with.
 void Tablet::LogOnUser() {
   machine_.registry.SetString(LogonUiKey, u"SelectedUserSID", UserSid);
   machine_.registry.SetString(FirstSessionKey, u"LoggedOnUserSID", UserSid);
@@ -88,6 +96,7 @@ void Tablet::Remove() {
 std::size_t LongLivedHandles(platform::HandleKind kind) {
   switch (kind) {
     case platform::HandleKind::Mutex:
+      // Opened at start-up and left to the end of the process, as a service may.
       return 3;  // decisions, the update, the order of reports
     case platform::HandleKind::Event:
       return 1;  // of the tick thread

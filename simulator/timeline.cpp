@@ -14,6 +14,9 @@ namespace {
 constexpr u64 ProgressStepPercent = 10;
 constexpr u8 HidSetReport = 9;
 
+// Back to the line's beginning, and away with what stands there.
+constexpr char EraseLine[] = "\r\033[K";
+
 const char* NameOfState(DWORD state) {
   switch (state) {
     case SERVICE_STOPPED:
@@ -72,6 +75,8 @@ std::string DescribeDownload(const platform::TransferRecord& record) {
   return Format("DNLOAD block %u, %u bytes", record.setup.Value, record.setup.Length);
 }
 
+// Status, a poll time-out of three bytes, and the state; the string's index behind them is of no
+// use to anybody.
 std::string DescribeStatus(const platform::TransferRecord& record) {
   if (record.data.size() < 6) {
     return "GETSTATUS";
@@ -94,6 +99,8 @@ std::string DescribeClassRequest(const platform::TransferRecord& record) {
       return record.data.empty() ? "GETSTATE" : "GETSTATE: " + NameOfDfuState(record.data[0]);
     case DfuAbort:
       return "ABORT";
+    // HidD_SetOutputReport goes over the control pipe as this request, with the report's id in the
+    // lower byte.
     case HidSetReport:
       return Format("SET_REPORT 0x%02X, %u bytes", record.setup.Value & 0xFF, record.setup.Length);
     default:
@@ -139,22 +146,58 @@ void Timeline::WatchMachine() {
         Write("user", "is told " + platform::Utf8FromWide(launch.commandLine));
       }),
   };
+  // These are many, so they come only when somebody asked for them.
   if (options_.wire) {
-    watching_.push_back(machine_.transfers.Observe([this](const platform::TransferRecord& record) {
-      Write("wire", DescribeTransfer(record));
-    }));
+    watching_.push_back(machine_.transfers.Observe(
+        [this](const platform::TransferRecord& record) { WriteTransfer(record); }));
   }
   if (options_.calls) {
-    watching_.push_back(machine_.gate.Observe(
-        [this](platform::Call call) { Write("call", platform::NameOf(call)); }));
+    watching_.push_back(machine_.gate.ObserveFinished([this](const platform::FinishedCall& call) {
+      Write("call", "thread " + std::to_string(call.threadId) + ": " + call.name + "(" +
+                        call.arguments + ")" +
+                        (call.error == 0 ? " -> done" : " -> error " + std::to_string(call.error)));
+    }));
   }
 }
 
+// From whichever thread it happens on. Flushed line by line: who watches in real time wants to see
+// it now.
 void Timeline::Write(const char* speaker, const std::string& text) {
-  const std::string time = SecondsText(machine_.scheduler.NowMs());
+  const u64 nowMs = machine_.scheduler.NowMs();
+  const std::string time = SecondsText(nowMs);
   const std::scoped_lock lock(lock_);
-  std::fprintf(stream_, "%12s  %-9s %s\n", time.c_str(), speaker, text.c_str());
+  lines_.push_back({nowMs, speaker, text});
+  std::fprintf(stream_, "%s%12s  %-9s %s\n%s", status_.empty() ? "" : EraseLine, time.c_str(),
+               speaker, text.c_str(), status_.c_str());
   std::fflush(stream_);
+}
+
+void Timeline::ShowStatus(const std::string& text) {
+  const std::scoped_lock lock(lock_);
+  if (text != status_) {
+    std::fprintf(stream_, "%s%s", EraseLine, text.c_str());
+    std::fflush(stream_);
+    status_ = text;
+  }
+}
+
+std::vector<TimelineLine> Timeline::lines() const {
+  const std::scoped_lock lock(lock_);
+  return lines_;
+}
+
+// A block's request tells its number alone; where it goes follows from what went before.
+void Timeline::WriteTransfer(const platform::TransferRecord& record) {
+  std::optional<WireWork> work;
+  {
+    const std::scoped_lock lock(lock_);
+    work = reader_.Read(record);
+  }
+  std::string text = DescribeTransfer(record);
+  if (work.has_value() && work->kind == WireWork::Kind::Block) {
+    text += Format(" to 0x%08X", work->address, 0);
+  }
+  Write("wire", text);
 }
 
 void Timeline::WriteProgress(u64 bytesDone, u64 bytesInAll) {

@@ -11,12 +11,21 @@
 
 #include "common/types.h"
 #include "platform/machine/machine.h"
+#include "simulator/wire_reader.h"
 
 namespace simulator {
 
+// What only somebody who asks for it wants to read.
 struct TimelineOptions {
   bool wire = false;   // every transfer between the service and a device
   bool calls = false;  // every platform call
+};
+
+// A line that was written, for whoever shows it in another way.
+struct TimelineLine {
+  u64 timeMs;
+  std::string speaker;
+  std::string text;
 };
 
 class Timeline {
@@ -30,18 +39,29 @@ class Timeline {
   // One line of the run's own: who speaks, and what.
   void Write(const char* speaker, const std::string& text);
 
+  // All that was written so far.
+  std::vector<TimelineLine> lines() const;
+
+  // A line that stays below the others and is written over by the next one; empty: none. Only on a
+  // terminal that can.
+  void ShowStatus(const std::string& text);
+
   // The download's progress as the keyboard sees it; written when the number changes by ten.
   void WriteProgress(u64 bytesDone, u64 bytesInAll);
 
  private:
+  void WriteTransfer(const platform::TransferRecord& record);
   void WriteDebugLine(const platform::DebugLine& line);
 
   platform::Machine& machine_;
   std::FILE* const stream_;
   const TimelineOptions options_;
   std::vector<platform::Observation> watching_;
-  std::mutex lock_;
+  mutable std::mutex lock_;  // guards the rest
+  std::vector<TimelineLine> lines_;
+  WireReader reader_;
   u64 lastTens_ = 0;
+  std::string status_;
 };
 
 // "12.345 s".

@@ -3,292 +3,18 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "simulator/dfu_descriptors.h"
 #include "simulator/dfu_names.h"
 
 namespace simulator {
 
 namespace {
 
-constexpr u64 MostMs = 0xFFFFFF;  // the longest that the protocol can tell
-constexpr u64 MostNotices = 1000;
-constexpr u64 MostByte = 255;
-constexpr char AwayMs[] = "for how many milliseconds";
-constexpr char HowMany[] = "how many";
-
-u32 First(const Trouble& trouble) {
-  return static_cast<u32>(trouble.numbers[0]);
-}
-
-// --- At a time ---
-
-// Pulled out in DFU mode it comes back in DFU mode: its firmware may be gone.
-void Unplug(Stage& stage, const Trouble& trouble) {
-  if (trouble.numbers[1] != 0) {
-    stage.deliveries.apart = static_cast<u32>(trouble.numbers[1]);
-  }
-  stage.keyboard.PullFor(trouble.numbers[0], stage.keyboard.mode() == KeyboardMode::Dfu);
-}
-
-void DropArrivals(Stage& stage, const Trouble& trouble) {
-  stage.deliveries.drop = First(trouble);
-}
-
-void DoubleNotices(Stage& stage, const Trouble& trouble) {
-  stage.deliveries.twice = First(trouble);
-}
-
-void DelayNotices(Stage& stage, const Trouble& trouble) {
-  stage.deliveries.delayMs = First(trouble);
-}
-
-void TellNoticesApart(Stage& stage, const Trouble& trouble) {
-  stage.deliveries.apart = First(trouble);
-}
-
-void KeepKeyboardAway(Stage& stage, const Trouble&) {
-  stage.keyboard.Change([](KeyboardOptions& options) { options.returnsAfterReport = false; });
-}
-
-void SlowKeyboardDown(Stage& stage, const Trouble& trouble) {
-  stage.keyboard.Change([&](KeyboardOptions& options) { options.silentMs = First(trouble); });
-}
-
-void RefuseOpens(Stage& stage, const Trouble&) {
-  stage.RefuseOpens();
-}
-
-void AttachForeign(Stage& stage, const Trouble&) {
-  stage.foreign.Attach();
-}
-
-void AttachSecond(Stage& stage, const Trouble&) {
-  stage.AttachSecond();
-}
-
-void PauseService(Stage& stage, const Trouble&) {
-  stage.machine().services.SendControl(SERVICE_CONTROL_PAUSE);
-}
-
-void SendOtherControl(Stage& stage, const Trouble& trouble) {
-  stage.machine().services.SendControl(First(trouble));
-}
-
-void StopService(Stage& stage, const Trouble&) {
-  stage.StopService();
-}
-
-void LogUserOff(Stage& stage, const Trouble&) {
-  stage.LogOffUser();
-}
-
-void ChangeCharge(Stage& stage, const Trouble& trouble) {
-  stage.machine().power.SetBatteryPercent(static_cast<u8>(trouble.numbers[0]));
-}
-
-void ReportError(Stage& stage, const Trouble& trouble) {
-  stage.keyboard.ScriptStatus(
-      {static_cast<u8>(trouble.numbers[0]), 0, static_cast<u8>(trouble.numbers[1])});
-}
-
-void SayBusy(Stage& stage, const Trouble& trouble) {
-  stage.keyboard.ScriptStatus({dfuOK, First(trouble), dfuDNBUSY});
-}
-
-void BeBusy(Stage& stage, const Trouble& trouble) {
-  stage.keyboard.Change([&](KeyboardOptions& options) {
-    options.bootloader.eraseBaseMs = First(trouble);
-    options.bootloader.writeMs = First(trouble);
-  });
-}
-
-void AnswerNothing(Stage& stage, const Trouble&) {
-  stage.keyboard.Intercept([](const WINUSB_SETUP_PACKET&, const platform::Bytes&) {
-    return platform::UsbReply{platform::UsbResult::TimedOut, {}, 0};
-  });
-}
-
-// --- In front of a transfer or a call ---
-
-// No device did anything; Windows only says so once more, under another path.
-void AnnounceAgain(Stage& stage, const Trouble&) {
-  stage.machine().notifications.Announce(
-      {CM_NOTIFY_ACTION_DEVICEINTERFACEARRIVAL, DfuModeInterfaceGuid, u"once more"});
-}
-
-// Does not return when a thread of the service does it to itself.
-void KillService(Stage& stage, const Trouble&) {
-  stage.killed = true;
-  stage.note(StageEvent::Ended);
-  stage.machine().KillServiceProcess();
-}
-
-// --- At a place in the keyboard's own work ---
-
-DeviceFault FaultFrom(const Trouble& trouble) {
-  DeviceFault fault;
-  fault.atErase = trouble.kind->place == FaultPlace::Erase;
-  fault.number = trouble.at;
-  return fault;
-}
-
-void PullAtWork(Stage& stage, const Trouble& trouble) {
-  DeviceFault fault = FaultFrom(trouble);
-  fault.isPulled = true;
-  fault.milliseconds = First(trouble);
-  stage.keyboard.AddFault(fault);
-}
-
-void StallWork(Stage& stage, const Trouble& trouble) {
-  DeviceFault fault = FaultFrom(trouble);
-  fault.stalls = true;
-  stage.keyboard.AddFault(fault);
-}
-
-void SpoilWork(Stage& stage, const Trouble& trouble) {
-  DeviceFault fault = FaultFrom(trouble);
-  fault.status = static_cast<u8>(trouble.numbers[0]);
-  stage.keyboard.AddFault(fault);
-}
-
-void DrawOutWork(Stage& stage, const Trouble& trouble) {
-  DeviceFault fault = FaultFrom(trouble);
-  fault.milliseconds = First(trouble);
-  stage.keyboard.AddFault(fault);
-}
-
-// It leaves as it was asked, and the machine never sees its DFU device.
-void LeaveForGood(Stage& stage, const Trouble& trouble) {
-  KeepKeyboardAway(stage, trouble);
-}
-
-// The device is there, but its bootloader takes a while before it answers requests.
-void ReturnSlowly(Stage& stage, const Trouble& trouble) {
-  SlowKeyboardDown(stage, trouble);
-}
-
-// --- Orders to the machine ---
-
-void FailCall(Stage& stage, const Trouble& trouble) {
-  stage.machine().gate.FailNumber(trouble.at, First(trouble), trouble.numbers[1] != 0);
-}
-
-void HoldCall(Stage& stage, const Trouble& trouble) {
-  stage.machine().gate.HoldNumber(trouble.at, trouble.numbers[0]);
-}
-
-void RefuseMemory(Stage& stage, const Trouble& trouble) {
-  stage.refuseMemory(trouble.at);
-}
-
 using enum FaultPlace;
 
-constexpr char Status[] = "which status, as in error:errWRITE";
-// Longer than any sector takes to erase.
-constexpr u64 LongMs = 20'000;
-
-constexpr TroubleKind::Traits ForBench = {.isOrder = true, .isForBench = true};
-constexpr TroubleKind::Traits StatusForBench = {
-    .isOrder = true, .namesStatus = true, .isForBench = true};
-
-constexpr TroubleKind Kinds[] = {
-    {"unplug", Time, "keyboard pulled", 1, AwayMs, MostMs, Unplug, {.usual = MostMs}},
-    {"drop", Time, "arrivals to be dropped", 1, HowMany, MostNotices, DropArrivals},
-    {"double", Time, "notices to come twice", 1, HowMany, MostNotices, DoubleNotices},
-    {"late", Time, "notices to come late", 1, AwayMs, MostMs, DelayNotices},
-    {"apart", Time, "notices to come apart", 1, HowMany, MostNotices, TellNoticesApart},
-    {"no-return", Time, "keyboard not to return", 0, "", 0, KeepKeyboardAway},
-    {"slow", Time, "keyboard slow to answer", 1, AwayMs, MostMs, SlowKeyboardDown},
-    {"no-open", Time, "DFU device not to be opened", 0, "", 0, RefuseOpens},
-    {"foreign", Time, "foreign keyboard attached", 0, "", 0, AttachForeign},
-    {"second", Time, "second keyboard attached", 0, "", 0, AttachSecond},
-    {"pause", Time, "service paused", 0, "", 0, PauseService},
-    {"control", Time, "other control sent", 1, "which", MostByte, SendOtherControl},
-    {"stop", Time, "service stopped", 0, "", 0, StopService},
-    {"log-off", Time, "user logged off", 0, "", 0, LogUserOff},
-    {"battery", Time, "battery changed", 1, "the charge in percent", MostByte, ChangeCharge},
-    {"error", Time, "device reports an error", 2, "bStatus and bState", MostByte, ReportError},
-    {"say-busy", Time, "device says that it is busy for long", 1, AwayMs, MostMs, SayBusy},
-    {"busy", Time, "device busy for long", 1, AwayMs, MostMs, BeBusy},
-    {"silent", Time, "device answers nothing", 0, "", 0, AnswerNothing},
-    {"unplug",
-     Transfer,
-     "pulled at a transfer",
-     2,
-     "for how many milliseconds, and how many notices come apart then",
-     MostMs,
-     Unplug,
-     {.usual = MostMs}},
-    {"second", Transfer, "second keyboard attached", 0, "", 0, AttachSecond},
-    {"announce", Transfer, "announced again", 0, "", 0, AnnounceAgain, {.needsDfuMode = true}},
-    {"kill", Call, "killed at a call", 0, "", 0, KillService},
-    {"fail",
-     Call,
-     "call failed",
-     2,
-     "which documented error, and 1 for all calls from then on",
-     MostByte,
-     FailCall,
-     {.isOrder = true, .isSingle = true, .mayNeedNewStart = true}},
-    {"hold", Call, "thread held up", 1, AwayMs, MostMs, HoldCall, {.isOrder = true}},
-    {"refuse",
-     Request,
-     "memory refused",
-     0,
-     "",
-     0,
-     RefuseMemory,
-     {.isOrder = true, .isSingle = true, .mayNeedNewStart = true}},
-    {"unplug",
-     Block,
-     "pulled at a block",
-     1,
-     AwayMs,
-     MostMs,
-     PullAtWork,
-     {.isOrder = true, .usual = MostMs, .isForBench = true}},
-    {"stall", Block, "block refused", 0, "", 0, StallWork, ForBench},
-    {"error", Block, "block goes wrong", 1, Status, MostByte, SpoilWork, StatusForBench},
-    {"busy",
-     Block,
-     "busy with a block",
-     1,
-     AwayMs,
-     MostMs,
-     DrawOutWork,
-     {.isOrder = true, .usual = LongMs, .isForBench = true}},
-    {"unplug",
-     Erase,
-     "pulled at an erase",
-     1,
-     AwayMs,
-     MostMs,
-     PullAtWork,
-     {.isOrder = true, .usual = MostMs, .isForBench = true}},
-    {"stall", Erase, "erase refused", 0, "", 0, StallWork, ForBench},
-    {"error", Erase, "erase goes wrong", 1, Status, MostByte, SpoilWork, StatusForBench},
-    {"busy",
-     Erase,
-     "busy with an erase",
-     1,
-     AwayMs,
-     MostMs,
-     DrawOutWork,
-     {.isOrder = true, .usual = LongMs, .isForBench = true}},
-    {"gone", Report, "keyboard not to return", 0, "", 0, LeaveForGood, ForBench},
-    {"slow",
-     Return,
-     "DFU device silent at first",
-     1,
-     AwayMs,
-     MostMs,
-     ReturnSlowly,
-     {.isOrder = true, .usual = 3000, .isForBench = true}},
-};
-
+// In the order of the table, so that help and complaints list them alike.
 std::string KindNames(FaultPlace place) {
   std::string names;
-  for (const TroubleKind& kind : Kinds) {
+  for (const TroubleKind& kind : TroubleKinds()) {
     if (kind.place == place) {
       names += (names.empty() ? "" : ", ") + std::string(kind.name);
     }
@@ -296,6 +22,7 @@ std::string KindNames(FaultPlace place) {
   return names;
 }
 
+// Part of a sentence that tells somebody what his line lacks.
 std::string NumbersText(const TroubleKind& kind) {
   if (kind.numberCount == 0) {
     return "no number";
@@ -332,26 +59,27 @@ std::string TroubleHelp() {
   return text;
 }
 
-std::span<const TroubleKind> TroubleKinds() {
-  return Kinds;
-}
-
+// The same name means another thing at another place: pulled at a time, or with a block on its way.
 const TroubleKind* FindTroubleKind(const std::string& name, FaultPlace place) {
-  const auto* const found = std::find_if(
-      std::begin(Kinds), std::end(Kinds),
-      [&](const TroubleKind& kind) { return kind.place == place && name == kind.name; });
-  return found == std::end(Kinds) ? nullptr : found;
+  for (const TroubleKind& kind : TroubleKinds()) {
+    if (kind.place == place && name == kind.name) {
+      return &kind;
+    }
+  }
+  return nullptr;
 }
 
 // A name that is not in the table is a mistake in the program.
 Trouble MakeTrouble(const char* name, FaultPlace place, u64 at, u64 first, u64 second) {
   const TroubleKind* const kind = FindTroubleKind(name, place);
+  // Only code asks for kinds by name here, and it is tested. A file's names go through ReadTrouble.
   if (kind == nullptr) {
     std::abort();
   }
   return {kind, at, {first, second}};
 }
 
+// What has a place and no time stays in the order in which it was told, behind all that has one.
 bool HappensBefore(const Trouble& a, const Trouble& b) {
   const auto key = [](const Trouble& trouble) {
     return trouble.kind->place == FaultPlace::Time ? trouble.at : ~u64{0};
@@ -385,6 +113,7 @@ std::string ReadTrouble(const std::string& text, Trouble& trouble) {
       return std::string(kind->name) + " takes the name of a status, as in error:errWRITE@block3";
     }
   }
+  // Some faults have a length that will do for most people.
   if (order.numbers.empty() && kind->traits.usual != 0) {
     order.numbers.assign(kind->numberCount, 0);
     order.numbers[0] = kind->traits.usual;
@@ -394,6 +123,7 @@ std::string ReadTrouble(const std::string& text, Trouble& trouble) {
   }
   trouble = {kind, order.at, {}};
   for (std::size_t i = 0; i < order.numbers.size(); ++i) {
+    // Larger ones mean nothing to what takes them.
     if (order.numbers[i] > kind->most) {
       return std::string(kind->name) + " takes numbers up to " + std::to_string(kind->most);
     }

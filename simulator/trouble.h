@@ -11,13 +11,15 @@ namespace simulator {
 
 struct TroubleKind;
 
+// Small and without pointers to anything but the table, so plans can be copied and shrunk.
 struct Trouble {
   const TroubleKind* kind = nullptr;
   u64 at = 0;  // milliseconds for what happens at a time, else a number counted from 1
   u64 numbers[2] = {};
 };
 
-// A row of the table: all that the rest of the proof knows of a kind. A new one needs nothing else.
+// A row of the table. A function that makes it happen is called on the thread where its place was
+// met.
 struct TroubleKind {
   const char* name;  // in a plan's text
   FaultPlace place;

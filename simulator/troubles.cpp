@@ -63,6 +63,8 @@ void Troubles::End(const KeyboardOptions& peace) {
   stage_.machine().power.SetBatteryPercent(FullEnoughPercent);
 }
 
+// Windows calls back on threads of its own and promises little: notices may be late, and nothing
+// keeps two callbacks apart.
 platform::DeliveryPlan Troubles::PlanDelivery(const platform::Notice& notice) {
   platform::DeliveryPlan delivery;
   delivery.delayMs = stage_.deliveries.delayMs;

@@ -6,6 +6,7 @@
 
 #include "dfuengine/dfu_protocol.h"
 #include "simulator/timeline.h"
+#include "simulator/update_verdict.h"
 
 namespace simulator {
 
@@ -168,6 +169,31 @@ AccountFigures UpdateAccount::Close(u64 fromMs, u64 toMs) const {
   figures.deviceOpens = deviceOpens_;
   figures.platformCalls = platformCalls_;
   return figures;
+}
+
+void WriteAccount(const AccountFigures& figures, std::FILE* stream) {
+  const auto write = [&](const char* what, u64 milliseconds) {
+    std::fprintf(stream, "    %12s  %s\n", SecondsText(milliseconds).c_str(), what);
+  };
+  std::fprintf(stream, "  where the time went\n");
+  write("delays that the service always makes", figures.delayMs);
+  write("keyboard erasing and writing, as it asked for", figures.pollMs);
+  write("transfers on the wire", figures.wireMs);
+  write("keyboard away, restarting", figures.awayMs);
+  write("anything else", figures.elseMs);
+  std::string transfers;
+  for (const auto& [request, count] : figures.transfers) {
+    transfers += (transfers.empty() ? "" : ", ") + std::to_string(count) + " " + request;
+  }
+  std::fprintf(stream, "  what it took\n    %s\n", transfers.c_str());
+  if (figures.dataBlocks != 0) {
+    std::fprintf(
+        stream, "    %.2f transfers for each of %s data blocks\n",
+        static_cast<double>(figures.dataBlockTransfers) / static_cast<double>(figures.dataBlocks),
+        CountText(figures.dataBlocks).c_str());
+  }
+  std::fprintf(stream, "    %s opens of the device, %s platform calls\n",
+               CountText(figures.deviceOpens).c_str(), CountText(figures.platformCalls).c_str());
 }
 
 Json DescribeAccount(const AccountFigures& figures) {

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstdio>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -91,7 +92,8 @@ class UpdateAccount {
   AccountFigures counts_;
 };
 
-// As it stands in what the commands print for programs.
+// For people, and as it stands in what the commands print for programs.
+void WriteAccount(const AccountFigures& figures, std::FILE* stream);
 Json DescribeAccount(const AccountFigures& figures);
 
 }  // namespace simulator

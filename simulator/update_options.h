@@ -14,6 +14,7 @@
 
 namespace simulator {
 
+// All that a run depends on. The same options give the same run, to the millisecond.
 struct UpdateRunOptions {
   Package package;
   KeyboardOptions keyboard;

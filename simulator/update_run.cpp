@@ -2,11 +2,15 @@
 
 #include <algorithm>
 #include <atomic>
+#include <nlohmann/json.hpp>
 
 #include "simulator/exit_codes.h"
+#include "simulator/gates.h"
+#include "simulator/hand.h"
 #include "simulator/memory_map.h"
 #include "simulator/tablet.h"
-#include "simulator/troubles.h"
+#include "simulator/terminal.h"
+#include "simulator/update_picture.h"
 #include "simulator/update_verdict.h"
 #include "simulator/virtual_keyboard.h"
 
@@ -46,23 +50,16 @@ class UpdateRun {
         timeline_(*new Timeline(tablet_.machine(), stream, options.timeline)),
         account_(*new UpdateAccount(tablet_.machine())),
         second_(*new VirtualKeyboard(tablet_.machine(), SecondFor(options))),
-        foreign_(*new ForeignKeyboard(tablet_.machine(), {})),
-        stage_{tablet_,
-               keyboard_,
-               second_,
-               foreign_,
-               deliveries_,
-               [](StageEvent) {},
-               options_.refuseMemory},
-        troubles_(stage_, options_.troubles) {}
+        hand_(*new Hand(tablet_, keyboard_, second_, timeline_, options_)),
+        picture_(keyboard_.ReadFlash()) {}
 
-  UpdateResult Run() {
+  Json Run() {
     SetUp();
     Follow();
     StopService();
     const UpdateResult result = WriteVerdict();
     tablet_.Remove();
-    return result;
+    return Tell(result);
   }
 
  private:
@@ -80,6 +77,7 @@ class UpdateRun {
 
   static KeyboardOptions SecondFor(const UpdateRunOptions& options) {
     KeyboardOptions second = KeyboardFor(options);
+    // Another place at the tablet. Windows makes other paths of it, and the ids stay the same.
     second.unit = u"8&5e6f7a8b";
     return second;
   }
@@ -108,82 +106,19 @@ class UpdateRun {
     }
     FillFlash(options_, keyboard_);
     FillFlash(options_, second_);
+    // A keyboard that has it all already would look updated from the first moment on.
     cameUpdated_ = !options_.startsInDfuMode && options_.installed.has_value() &&
                    options_.installed->version == options_.package.version &&
                    keyboard_.FlashHolds(elements());
-    ArmTroubles();
-    if (options_.attachMs == 0) {
-      PlugIn();
-    }
-    LetTimePass();
+    hand_.Begin();
     tablet_.StartService();
   }
 
-  void PlugIn() {
-    timeline_.Write("keyboard",
-                    options_.startsInDfuMode
-                        ? "is attached in DFU mode"
-                        : "is attached with firmware " + VersionText(options_.keyboard.version));
-    if (options_.startsInDfuMode) {
-      keyboard_.AttachInDfuMode();
-    } else {
-      keyboard_.Attach();
-    }
-  }
-
-  void ArmTroubles() {
-    if (options_.troubles.empty()) {
-      return;
-    }
-    troubles_.Arm();
-    tablet_.machine().notifications.PlanDeliveries(
-        [this](const platform::Notice& notice) { return troubles_.PlanDelivery(notice); });
-  }
-
-  // The hand that plugs in late and makes troubles at their times is a thread of the machine.
-  void LetTimePass() {
-    for (const Trouble& trouble : options_.troubles) {
-      if (trouble.kind->place == FaultPlace::Time) {
-        plannedUntilMs_ = std::max(plannedUntilMs_, trouble.at);
-      }
-    }
-    plannedUntilMs_ = std::max(plannedUntilMs_, options_.attachMs);
-    if (plannedUntilMs_ == 0) {
-      return;
-    }
-    tablet_.machine().scheduler.Spawn("hand", platform::ThreadOwner::Machine, false,
-                                      [this]() -> u32 {
-                                        MoveHand();
-                                        return 0;
-                                      });
-  }
-
-  void MoveHand() {
-    bool attached = options_.attachMs == 0;
-    const auto attach = [&] {
-      PassUntil(options_.attachMs);
-      PlugIn();
-      attached = true;
-    };
-    for (const Trouble& trouble : options_.troubles) {
-      if (trouble.kind->place != FaultPlace::Time) {
-        continue;
-      }
-      if (!attached && options_.attachMs <= trouble.at) {
-        attach();
-      }
-      PassUntil(trouble.at);
-      timeline_.Write("trouble", trouble.kind->told);
-      troubles_.Happen(trouble);
-    }
-    if (!attached) {
-      attach();
-    }
-  }
-
-  void PassUntil(u64 timeMs) {
-    if (timeMs > tablet_.nowMs()) {
-      tablet_.PassTime(timeMs - tablet_.nowMs());
+  // What the service had compared when it first told the user something. A keyboard in DFU mode is
+  // not compared with anything.
+  void NoteGates() {
+    if (gates_.is_null() && !options_.startsInDfuMode) {
+      gates_ = DescribeGates();
     }
   }
 
@@ -195,11 +130,37 @@ class UpdateRun {
     completes_ = tablet_.machine().processes.launches.Observe(
         [this](const platform::LaunchedProcess& launch) {
           completesTold_ += launch.commandLine == u"COMPLETE" ? 1 : 0;
+          NoteGates();
         });
-    wire_ = tablet_.machine().transfers.Observe([&, inAll](const platform::TransferRecord& record) {
-      errors_.Note(record);
-      timeline_.WriteProgress(keyboard_.counts().bytesWritten, inAll);
-    });
+    wire_ =
+        tablet_.machine().transfers.Observe([this, inAll](const platform::TransferRecord& record) {
+          errors_.Note(record);
+          picture_.Note(record);
+          if (!moves_) {
+            timeline_.WriteProgress(keyboard_.counts().bytesWritten, inAll);
+          }
+        });
+    ShowProgress(inAll);
+  }
+
+  // One line that moves, while somebody watches in real time.
+  void ShowProgress(u64 bytesInAll) {
+    const Terminal terminal = TerminalAt(stream_);
+    moves_ = options_.realtime && terminal.canRewrite;
+    if (!moves_) {
+      return;
+    }
+    constexpr u64 StepMs = 100;
+    tablet_.machine().scheduler.Spawn(
+        "progress", platform::ThreadOwner::Machine, false,
+        [this, bytesInAll, hasColours = terminal.hasColours]() -> u32 {
+          while (moves_) {
+            timeline_.ShowStatus(ProgressText(picture_.PhaseName(), keyboard_.counts().bytesWritten,
+                                              bytesInAll, tablet_.nowMs(), hasColours));
+            tablet_.PassTime(StepMs);
+          }
+          return 0;
+        });
   }
 
   // Lets time pass until the keyboard has been updated, telling when it changes its mode.
@@ -210,12 +171,15 @@ class UpdateRun {
     while (moved && !IsUpdated() && !IsBackUnchanged(mode)) {
       const u64 transfers = tablet_.machine().transfers.total();
       tablet_.PassTimeUntil([&] { return keyboard_.mode() != mode; }, PatienceMs);
+      // A long erase shows on the wire alone, and a long silence may be planned.
       moved = keyboard_.mode() != mode || keyboard_.counts().bytesWritten != written ||
-              tablet_.machine().transfers.total() != transfers || tablet_.nowMs() < plannedUntilMs_;
+              tablet_.machine().transfers.total() != transfers ||
+              tablet_.nowMs() < hand_.plannedUntilMs();
       TellMode(mode);
       written = keyboard_.counts().bytesWritten;
     }
     returnedMs_ = tablet_.nowMs();
+    NoteGates();
     if (!IsBackUnchanged(mode)) {
       tablet_.PassTime(AfterglowMs);
     }
@@ -233,6 +197,9 @@ class UpdateRun {
     }
     mode = keyboard_.mode();
     account_.NoteMode(mode, tablet_.nowMs());
+    if (mode == KeyboardMode::Normal || mode == KeyboardMode::Dfu) {
+      picture_.NoteReturn(tablet_.nowMs());
+    }
     const std::optional<KeyboardVersion> version = keyboard_.runningVersion();
     timeline_.Write("keyboard",
                     std::string(NameOfMode(mode)) +
@@ -240,11 +207,17 @@ class UpdateRun {
   }
 
   void StopService() {
-    if (tablet_.machine().processExitCode().has_value()) {
+    if (moves_.exchange(false)) {
+      tablet_.PassTime(1'000);  // the thread that shows it has ended by then
+      timeline_.ShowStatus("");
+    }
+    serviceEnded_ = hand_.killedService() || tablet_.machine().processExitCode().has_value();
+    if (serviceEnded_) {
       timeline_.Write("tablet", "the service's process has ended before");
       return;
     }
     timeline_.Write("tablet", "stops the service");
+    // As at a shutdown. A service that does not stop is left behind; the host process ends it.
     tablet_.machine().services.SendControl(SERVICE_CONTROL_STOP);
     tablet_.PassTimeUntil([&] { return tablet_.machine().processExitCode().has_value(); },
                           AfterglowMs);
@@ -266,20 +239,27 @@ class UpdateRun {
                    "  memory           made up where the package writes: no map was told\n");
     }
     WriteWords();
-    const AccountFigures account = WriteAccount();
+    const AccountFigures account = CloseAccount();
+    if (account_.firstTransferMs() != 0) {
+      WriteAccount(account, stream_);
+    }
     UpdateEnd end;
+    // Mistakes in calls of Windows count more than anything the keyboard says: a real Windows would
+    // have crashed, or leaked.
     end.faultless = WriteFaults();
     end.updated = IsUpdated();
     end.completesTold = completesTold_;
     end.reportsTaken = keyboard_.enterDfuReports();
     end.deviceError = errors_.Text();
     end.mode = keyboard_.mode();
-    WriteUnmetTroubles();
-    UpdateResult result = JudgeUpdate(options_, keyboard_.ReadFlash(), end);
+    end.serviceEnded = serviceEnded_;
+    hand_.WriteUnmet(stream_);
+    UpdateResult result = JudgeUpdate(options_, end);
     result.updateMs = returnedMs_ - account_.firstTransferMs();
     result.account = account;
     std::fprintf(stream_, "  result           %s\n", result.reason.c_str());
     if (!options_.expected.empty()) {
+      // Who expects a failure has what he wanted when it comes, so the exit code says that.
       const bool isMet = result.reason == options_.expected;
       std::fprintf(stream_, "  expected         %s\n",
                    isMet ? "just that" : options_.expected.c_str());
@@ -288,21 +268,35 @@ class UpdateRun {
     return result;
   }
 
-  // A fault whose place never came has shown nothing.
-  void WriteUnmetTroubles() {
-    for (const Trouble& trouble : options_.troubles) {
-      const FaultPlace place = trouble.kind->place;
-      const bool isMet = place == FaultPlace::Block    ? keyboard_.blocksSent() >= trouble.at
-                         : place == FaultPlace::Erase  ? keyboard_.erasesSent() >= trouble.at
-                         : place == FaultPlace::Report ? keyboard_.enterDfuReports() > 0
-                         : place == FaultPlace::Call ? tablet_.machine().gate.total() >= trouble.at
-                         : place == FaultPlace::Transfer
-                             ? tablet_.machine().transfers.total() >= trouble.at
-                             : true;
-      if (!isMet) {
-        std::fprintf(stream_, "  never met        %s\n", TroubleText(trouble).c_str());
-      }
+  Json Tell(const UpdateResult& result) const {
+    const NorFlash flash = MemoryForUpdate(options_.keyboard);
+    Json told{{"exitCode", result.exitCode}, {"result", result.reason}};
+    if (!options_.expected.empty()) {
+      told["expected"] = options_.expected;
     }
+    told["updateMs"] = result.updateMs;
+    told["account"] = DescribeAccount(result.account);
+    told["package"] = options_.package.fileName;
+    told["firmwareBefore"] = VersionText(options_.keyboard.version);
+    const std::optional<KeyboardVersion> after = keyboard_.runningVersion();
+    told["firmwareAfter"] = after.has_value() ? VersionText(*after) : "";
+    told["memoryIsMadeUp"] = options_.memoryIsMadeUp;
+    told["gates"] = gates_.is_null() ? Json::array() : gates_;
+    picture_.Describe(tablet_.nowMs(), told);
+    told["dropped"] = Json::array();
+    for (const DroppedSpan& span : DroppedSpans(elements(), flash)) {
+      told["dropped"].push_back({{"address", span.address}, {"bytes", span.bytes}});
+    }
+    told["words"] = Json::array();
+    for (const ToldWord& word : tablet_.WordsTold()) {
+      told["words"].push_back({{"word", word.word}, {"timeMs", word.timeMs}});
+    }
+    told["log"] = Json::array();
+    for (const TimelineLine& line : timeline_.lines()) {
+      told["log"].push_back(
+          {{"timeMs", line.timeMs}, {"speaker", line.speaker}, {"text", line.text}});
+    }
+    return told;
   }
 
   void WriteWords() {
@@ -315,37 +309,9 @@ class UpdateRun {
 
   // From the service's start, or the keyboard's arrival, to the keyboard's return. A run that
   // failed has no end; what comes after its last transfer is patience.
-  AccountFigures WriteAccount() {
+  AccountFigures CloseAccount() const {
     const u64 endMs = IsUpdated() ? returnedMs_ : account_.lastTransferMs();
-    const AccountFigures figures =
-        account_.Close(options_.attachMs, std::max(options_.attachMs, endMs));
-    if (account_.firstTransferMs() == 0) {
-      return figures;
-    }
-    std::fprintf(stream_, "  where the time went\n");
-    WriteTime("delays that the service always makes", figures.delayMs);
-    WriteTime("keyboard erasing and writing, as it asked for", figures.pollMs);
-    WriteTime("transfers on the wire", figures.wireMs);
-    WriteTime("keyboard away, restarting", figures.awayMs);
-    WriteTime("anything else", figures.elseMs);
-    std::string transfers;
-    for (const auto& [request, count] : figures.transfers) {
-      transfers += (transfers.empty() ? "" : ", ") + std::to_string(count) + " " + request;
-    }
-    std::fprintf(stream_, "  what it took\n    %s\n", transfers.c_str());
-    if (figures.dataBlocks != 0) {
-      std::fprintf(
-          stream_, "    %.2f transfers for each of %s data blocks\n",
-          static_cast<double>(figures.dataBlockTransfers) / static_cast<double>(figures.dataBlocks),
-          CountText(figures.dataBlocks).c_str());
-    }
-    std::fprintf(stream_, "    %s opens of the device, %s platform calls\n",
-                 CountText(figures.deviceOpens).c_str(), CountText(figures.platformCalls).c_str());
-    return figures;
-  }
-
-  void WriteTime(const char* what, u64 milliseconds) {
-    std::fprintf(stream_, "    %12s  %s\n", SecondsText(milliseconds).c_str(), what);
+    return account_.Close(options_.attachMs, std::max(options_.attachMs, endMs));
   }
 
   bool WriteFaults() {
@@ -363,15 +329,15 @@ class UpdateRun {
   Timeline& timeline_;
   UpdateAccount& account_;
   VirtualKeyboard& second_;
-  ForeignKeyboard& foreign_;
-  Deliveries deliveries_;
-  Stage stage_;
-  Troubles troubles_;
+  Hand& hand_;
+  std::atomic<bool> moves_ = false;  // a line on the terminal
   bool cameUpdated_ = false;
-  u64 plannedUntilMs_ = 0;  // until then more is to come, however still it is
+  bool serviceEnded_ = false;  // before it was asked to stop
   platform::Observation wire_;
   platform::Observation completes_;
   DeviceErrors errors_;
+  UpdatePicture picture_;
+  Json gates_;
   std::atomic<u32> completesTold_ = 0;
   u64 returnedMs_ = 0;
 };
@@ -399,7 +365,7 @@ void FillFlash(const UpdateRunOptions& options, VirtualKeyboard& keyboard) {
   keyboard.WriteFlash(flash);
 }
 
-UpdateResult RunUpdate(const UpdateRunOptions& options, std::FILE* stream) {
+Json RunUpdate(const UpdateRunOptions& options, std::FILE* stream) {
   // Threads of the machine may still hold on to it when the host process ends.
   return (new UpdateRun(options, stream))->Run();
 }

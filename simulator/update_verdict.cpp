@@ -3,21 +3,24 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "dfuengine/dfu_protocol.h"
 #include "service/update_gates.h"
 #include "simulator/dfu_bootloader.h"
 #include "simulator/dfu_names.h"
 #include "simulator/exit_codes.h"
+#include "simulator/memory_map.h"
 
 namespace simulator {
 
 namespace {
 
+// The service's own comparison is asked, in its own record.
 FirmwareVersion ServiceVersion(const KeyboardVersion& version) {
   return {version.major, version.minor, version.modelId, version.hwRev};
 }
 
 // Where the sector ends that holds the address, or the next one begins.
+// Bytes are counted stretch by stretch, from one border of a sector to the next: byte by byte takes
+// long for large packages.
 u64 NextBorder(const NorFlash& flash, const FlashSector* sector, u64 at) {
   u64 next = u64{1} << 32;
   for (const FlashSector& other : flash.sectors()) {
@@ -29,26 +32,19 @@ u64 NextBorder(const NorFlash& flash, const FlashSector* sector, u64 at) {
 // How many of the bytes no writable sector takes, and the first address of them. Empty when all
 // have a place.
 std::string DroppedText(const std::vector<DfuSeElement>& elements, const NorFlash& flash) {
+  const std::vector<DroppedSpan> spans = DroppedSpans(elements, flash);
   u64 dropped = 0;
-  u64 first = 0;
-  for (const DfuSeElement& element : elements) {
-    const u64 end = u64{element.address} + element.data.size();
-    for (u64 at = element.address; at < end;) {
-      const bool exists = at < u64{1} << 32;
-      const FlashSector* const sector = exists ? flash.FindSector(static_cast<u32>(at)) : nullptr;
-      const bool takes = sector != nullptr && sector->isWritable();
-      first = !takes && dropped == 0 ? at : first;
-      const u64 next = exists ? std::min(NextBorder(flash, sector, at), end) : end;
-      dropped += takes ? 0 : next - at;
-      at = next;
-    }
+  for (const DroppedSpan& span : spans) {
+    dropped += span.bytes;
   }
   return dropped == 0 ? ""
-                      : CountText(dropped) + " bytes for " + AddressText(static_cast<u32>(first)) +
+                      : CountText(dropped) + " bytes for " +
+                            AddressText(static_cast<u32>(spans[0].address)) +
                             " fell outside the keyboard's memory";
 }
 
 // Why a keyboard that took the whole package does not run it.
+// The service has told the user that it is done, so the reason is one that it cannot see.
 std::string WhyNotRunning(const std::vector<DfuSeElement>& elements, const NorFlash& flash) {
   const std::string dropped = DroppedText(elements, flash);
   if (!dropped.empty()) {
@@ -61,30 +57,15 @@ std::string WhyNotRunning(const std::vector<DfuSeElement>& elements, const NorFl
 }  // namespace
 
 void DeviceErrors::Note(const platform::TransferRecord& record) {
-  if ((record.setup.RequestType & 0x60) != 0x20) {
-    return;
-  }
   const std::scoped_lock hold(lock_);
-  if (record.setup.Request == DFU_DNLOAD) {
-    NoteDownload(record);
-    if (record.result == platform::UsbResult::Stalled && first_.empty()) {
-      first_ = NameOfDfuStatus(errSTALLEDPKT) + " at " + AddressText(address_);
-    }
-  } else if (record.setup.Request == DFU_GETSTATUS && !record.data.empty() && record.data[0] != 0 &&
-             first_.empty()) {
-    first_ = NameOfDfuStatus(record.data[0]) + " at " + AddressText(address_);
+  const std::optional<WireStatus> status = ReadStatus(record);
+  u8 error = status.has_value() ? status->status : u8{dfuOK};
+  if (const std::optional<WireWork> work = reader_.Read(record)) {
+    address_ = work->address;
+    error = record.result == platform::UsbResult::Stalled ? u8{errSTALLEDPKT} : u8{dfuOK};
   }
-}
-
-void DeviceErrors::NoteDownload(const platform::TransferRecord& record) {
-  const platform::Bytes& data = record.data;
-  if (record.setup.Value == CommandBlock && data.size() == CommandBlockBytes) {
-    base_ = u32{data[1]} | u32{data[2]} << 8 | u32{data[3]} << 16 | u32{data[4]} << 24;
-    address_ = base_;
-  } else if (record.setup.Value >= FirstDataBlock && !data.empty()) {
-    // A short block is the last one, so what went before tells how long the others are.
-    address_ = record.setup.Value == FirstDataBlock ? base_ : address_ + blockBytes_;
-    blockBytes_ = static_cast<u32>(data.size());
+  if (error != dfuOK && first_.empty()) {
+    first_ = NameOfDfuStatus(error) + " at " + AddressText(address_);
   }
 }
 
@@ -93,8 +74,39 @@ std::string DeviceErrors::Text() const {
   return first_;
 }
 
-UpdateResult JudgeUpdate(const UpdateRunOptions& options, const NorFlash& flash,
-                         const UpdateEnd& end) {
+std::vector<DroppedSpan> DroppedSpans(const std::vector<DfuSeElement>& elements,
+                                      const NorFlash& flash) {
+  std::vector<DroppedSpan> spans;
+  for (const DfuSeElement& element : elements) {
+    const u64 end = u64{element.address} + element.data.size();
+    for (u64 at = element.address; at < end;) {
+      const bool exists = at < AddressSpaceEnd;
+      const FlashSector* const sector = exists ? flash.FindSector(static_cast<u32>(at)) : nullptr;
+      const u64 next = exists ? std::min(NextBorder(flash, sector, at), end) : end;
+      if (sector == nullptr || !sector->isWritable()) {
+        if (spans.empty() || spans.back().address + spans.back().bytes != at) {
+          spans.push_back({at, 0});
+        }
+        spans.back().bytes += next - at;
+      }
+      at = next;
+    }
+  }
+  return spans;
+}
+
+NorFlash MemoryForUpdate(const KeyboardOptions& keyboard) {
+  for (const AlternateSettingOptions& setting : keyboard.alternateSettings) {
+    const std::optional<KeyboardMemory> memory =
+        setting.number == 0 ? ReadMemoryMap(setting.mapString.value_or("")) : std::nullopt;
+    if (memory.has_value()) {
+      return NorFlash(memory->flash);
+    }
+  }
+  return NorFlash(keyboard.flash);
+}
+
+UpdateResult JudgeUpdate(const UpdateRunOptions& options, const UpdateEnd& end) {
   if (!end.faultless) {
     return {ExitFailed, "failed: the service misused a call, see the faults"};
   }
@@ -102,6 +114,8 @@ UpdateResult JudgeUpdate(const UpdateRunOptions& options, const NorFlash& flash,
     return {ExitDone, "updated"};
   }
   const std::vector<DfuSeElement>& elements = TargetForUpdate(options.package.contents)->elements;
+  const NorFlash flash = MemoryForUpdate(options.keyboard);
+  // A keyboard that tells its old version again is updated again, at every arrival.
   if (end.completesTold > 1) {
     return {ExitFailed, "installed over and over: " + WhyNotRunning(elements, flash)};
   }
@@ -126,6 +140,9 @@ UpdateResult JudgeUpdate(const UpdateRunOptions& options, const NorFlash& flash,
                                                 options.batteryPercent);
   if (end.reportsTaken == 0 && !gate.empty()) {
     return {ExitNothingToDo, gate};
+  }
+  if (end.serviceEnded) {
+    return {ExitFailed, "failed: the service ended in the midst of it"};
   }
   return {ExitFailed, "failed: the update came to no end"};
 }
@@ -174,6 +191,7 @@ std::string AddressText(u32 address) {
   return text;
 }
 
+// People read byte counts of six digits more easily in groups.
 std::string CountText(u64 count) {
   std::string text = std::to_string(count);
   for (std::size_t at = text.size(); at > 3; at -= 3) {

@@ -9,10 +9,13 @@
 #include "simulator/nor_flash.h"
 #include "simulator/update_options.h"
 #include "simulator/virtual_keyboard.h"
+#include "simulator/wire_reader.h"
 
 namespace simulator {
 
 // Watches the wire for the first error that the device reports. Any thread.
+// The service may have repaired it, by clearing the error and sending the block again; so it counts
+// only for a run that has failed.
 class DeviceErrors {
  public:
   void Note(const platform::TransferRecord& record);
@@ -21,12 +24,9 @@ class DeviceErrors {
   std::string Text() const;
 
  private:
-  void NoteDownload(const platform::TransferRecord& record);
-
   mutable std::mutex lock_;  // guards the rest
-  u32 base_ = 0;             // as the last command set it
-  u32 address_ = 0;          // what the last request was for
-  u32 blockBytes_ = 0;       // of the last block
+  WireReader reader_;
+  u32 address_ = 0;  // what the last request was for
   std::string first_;
 };
 
@@ -38,15 +38,27 @@ struct UpdateEnd {
   u32 reportsTaken = 0;  // so often the keyboard was asked into DFU mode
   std::string deviceError;
   KeyboardMode mode = KeyboardMode::Normal;
+  bool serviceEnded = false;  // before it was asked to stop
 };
 
-UpdateResult JudgeUpdate(const UpdateRunOptions& options, const NorFlash& flash,
-                         const UpdateEnd& end);
+UpdateResult JudgeUpdate(const UpdateRunOptions& options, const UpdateEnd& end);
 
 // Which gate of the service's decision is closed for the keyboard and the package, with the values
 // of both sides; empty when all are open.
 std::string ClosedGateText(const KeyboardVersion& keyboard, const KeyboardVersion& package,
                            u8 batteryPercent);
+
+// A stretch of the package that no writable sector takes.
+struct DroppedSpan {
+  u64 address = 0;
+  u64 bytes = 0;
+};
+std::vector<DroppedSpan> DroppedSpans(const std::vector<DfuSeElement>& elements,
+                                      const NorFlash& flash);
+
+// The memory of which alternate setting 0 tells: the service writes nothing elsewhere, whatever
+// else the keyboard has.
+NorFlash MemoryForUpdate(const KeyboardOptions& keyboard);
 
 // Where two of the elements overlap, as part of a sentence; empty when none do.
 std::string OverlapText(const std::vector<DfuSeElement>& elements);

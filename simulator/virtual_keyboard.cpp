@@ -27,6 +27,7 @@ VirtualKeyboard::VirtualKeyboard(platform::Machine& machine, const KeyboardOptio
       options_(options),
       flash_(options.flash),
       bootloader_(flash_, options_.bootloader) {
+  // As it left the factory: firmware in an otherwise erased flash.
   for (const DfuSeElement& element : BuildKeyboardImage(options.version, options.firmware)) {
     flash_.Program(element.address, element.data);
   }
@@ -66,6 +67,7 @@ void VirtualKeyboard::Boot(bool intoDfu, std::optional<u64> onlyInLife) {
     life = ++life_;
     bootloader_.LosePower(nowMs);
     bootloader_.Reset();
+    // A bootloader starts the firmware that it finds whole, and else waits to be given one.
     running_ = intoDfu ? std::nullopt : FindVersion();
     mode_ = running_.has_value() ? KeyboardMode::Normal : KeyboardMode::Dfu;
     silentUntilMs_ = nowMs + options_.silentMs;
@@ -76,6 +78,7 @@ void VirtualKeyboard::Boot(bool intoDfu, std::optional<u64> onlyInLife) {
     }
     replaced = std::exchange(attached_, InstanceIdsOf(devices));
   }
+  // Outside the lock: Windows calls the service back on the way, which asks the keyboard.
   machine_.devices.Detach(replaced);
   machine_.devices.Attach(devices);
   EnableInOrder(heldBack, gapMs, life);
@@ -127,6 +130,7 @@ std::optional<u64> VirtualKeyboard::Unplug(KeyboardMode mode, std::optional<u64>
     life = ++life_;
     mode_ = mode;
     bootloader_.LosePower(nowMs);
+    // Without power nothing runs; what the flash holds stays.
     running_ = std::nullopt;
     left = std::exchange(attached_, {});
   }
@@ -156,6 +160,8 @@ void VirtualKeyboard::Restart(u64 detachAfterMs, bool intoDfu) {
     leave();
     return;
   }
+  // The answer to the last request goes out first. What takes its time in the keyboard is a thread
+  // of the machine, for whom it is virtual time.
   machine_.scheduler.Spawn("keyboard leaving", platform::ThreadOwner::Machine, false,
                            [this, detachAfterMs, leave]() -> u32 {
                              machine_.scheduler.SleepMs(detachAfterMs);
@@ -164,6 +170,8 @@ void VirtualKeyboard::Restart(u64 detachAfterMs, bool intoDfu) {
                            });
 }
 
+// Between its leaving and its return lie the reset and what Windows needs to enumerate it. Who
+// pulls it meanwhile has begun another life, and this return does not happen.
 void VirtualKeyboard::BootAfter(u64 milliseconds, bool intoDfu, u64 life) {
   machine_.scheduler.Spawn("keyboard starting", platform::ThreadOwner::Machine, false,
                            [this, milliseconds, intoDfu, life]() -> u32 {

@@ -19,6 +19,7 @@
 
 namespace simulator {
 
+// What a person at the tablet could tell about it.
 enum class KeyboardMode {
   Detached,    // not plugged in
   Restarting,  // plugged in, but the machine does not see it

@@ -76,6 +76,11 @@ const std::vector<std::uint32_t>& DocumentedErrors(Call call) {
   return found == Table.end() ? None : found->second;
 }
 
+void CallGate::Finish(FinishedCall call) {
+  call.threadId = Scheduler::Current()->id();
+  finished_.Tell(call);
+}
+
 // The lock is let go before anything that may block or act: an action may come back through this
 // gate, and a thread that is held up must not hold up others.
 std::uint32_t CallGate::Enter(Call call) {

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -120,6 +121,14 @@ struct CallTrouble {
   std::uint64_t untilMs;
 };
 
+// A call that has returned, for who traces the calls.
+struct FinishedCall {
+  const char* name;
+  std::string arguments;
+  std::uint32_t error;  // in the call's own numbers; 0: it did what it was asked for
+  std::uint32_t threadId = 0;
+};
+
 // Observers are told of every call as it enters. An observer runs on the calling thread, before the
 // call does anything. Any thread.
 class CallGate : public Observers<Call> {
@@ -155,6 +164,16 @@ class CallGate : public Observers<Call> {
   std::uint64_t total() const;
   std::uint64_t CountOf(Call call) const;
 
+  // Calls are traced from the first observer on.
+  [[nodiscard]] Observation ObserveFinished(Observers<FinishedCall>::Observer observer) {
+    isTraced_ = true;
+    return finished_.Observe(std::move(observer));
+  }
+  bool isTraced() const { return isTraced_; }
+
+  // For a call, on its thread.
+  void Finish(FinishedCall call);
+
   // Each is added before it happens.
   RecordLog<CallTrouble> troubles;
 
@@ -173,7 +192,9 @@ class CallGate : public Observers<Call> {
   std::uint32_t ErrorFor(Call call);
 
   Scheduler& scheduler_;
-  mutable std::mutex lock_;
+  std::atomic<bool> isTraced_ = false;
+  Observers<FinishedCall> finished_;
+  mutable std::mutex lock_;  // guards the rest
   std::array<std::uint64_t, CallCount> counts_{};
   std::uint64_t total_ = 0;
   std::multimap<Call, Order> orders_;

@@ -26,6 +26,7 @@ VOID WINAPI SetLastError(DWORD dwErrCode) {
 // finding anyone. So a caller who writes first and asks for the last error then gets a wrong one.
 VOID WINAPI OutputDebugStringW(LPCWSTR lpOutputString) {
   const SureCall call(Call::OutputDebugStringW);
+  call.Note(lpOutputString);
   if (lpOutputString == nullptr) {
     call.AddFault("null");
     return;

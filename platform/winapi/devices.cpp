@@ -71,29 +71,31 @@ bool SameKey(const DEVPROPKEY& left, const DEVPROPKEY& right) {
 CONFIGRET WINAPI CM_Get_Device_Interface_List_SizeW(PULONG pulLen, LPGUID InterfaceClassGuid,
                                                     DEVINSTID_W pDeviceID, ULONG ulFlags) {
   const ConfigCall call(Call::CM_Get_Device_Interface_List_SizeW);
+  call.Note(pulLen, InterfaceClassGuid, pDeviceID, ulFlags);
   if (call.fails()) {
     return call.Fail();
   }
   if (pulLen == nullptr || InterfaceClassGuid == nullptr) {
-    return CR_INVALID_POINTER;
+    return call.Return(CR_INVALID_POINTER);
   }
   if (pDeviceID != nullptr || !IsListFlag(ulFlags)) {
     return call.Refuse("this selection is");
   }
   *pulLen = ListChars(TheMachine().devices.ListInterfaces(
       *InterfaceClassGuid, ulFlags == CM_GET_DEVICE_INTERFACE_LIST_PRESENT));
-  return CR_SUCCESS;
+  return call.Return(CR_SUCCESS);
 }
 
 // Nothing is written when the list does not fit.
 CONFIGRET WINAPI CM_Get_Device_Interface_ListW(LPGUID InterfaceClassGuid, DEVINSTID_W pDeviceID,
                                                PWCHAR Buffer, ULONG BufferLen, ULONG ulFlags) {
   const ConfigCall call(Call::CM_Get_Device_Interface_ListW);
+  call.Note(InterfaceClassGuid, pDeviceID, Buffer, BufferLen, ulFlags);
   if (call.fails()) {
     return call.Fail();
   }
   if (InterfaceClassGuid == nullptr || Buffer == nullptr || BufferLen == 0) {
-    return CR_INVALID_POINTER;
+    return call.Return(CR_INVALID_POINTER);
   }
   if (pDeviceID != nullptr || !IsListFlag(ulFlags)) {
     return call.Refuse("this selection is");
@@ -101,14 +103,14 @@ CONFIGRET WINAPI CM_Get_Device_Interface_ListW(LPGUID InterfaceClassGuid, DEVINS
   const std::vector<std::u16string> paths = TheMachine().devices.ListInterfaces(
       *InterfaceClassGuid, ulFlags == CM_GET_DEVICE_INTERFACE_LIST_PRESENT);
   if (BufferLen < ListChars(paths)) {
-    return CR_BUFFER_SMALL;
+    return call.Return(CR_BUFFER_SMALL);
   }
   for (const std::u16string& path : paths) {
     std::memcpy(Buffer, path.c_str(), (path.size() + 1) * sizeof(WCHAR));
     Buffer += path.size() + 1;
   }
   *Buffer = u'\0';
-  return CR_SUCCESS;
+  return call.Return(CR_SUCCESS);
 }
 
 // An interface is known by its path for as long as Windows knows the device, also when it has left.
@@ -118,52 +120,55 @@ CONFIGRET WINAPI CM_Get_Device_Interface_PropertyW(LPCWSTR pszDeviceInterface,
                                                    DEVPROPTYPE* PropertyType, PBYTE PropertyBuffer,
                                                    PULONG PropertyBufferSize, ULONG ulFlags) {
   const ConfigCall call(Call::CM_Get_Device_Interface_PropertyW);
+  call.Note(pszDeviceInterface, PropertyKey, PropertyType, PropertyBuffer, PropertyBufferSize,
+            ulFlags);
   if (call.fails()) {
     return call.Fail();
   }
   if (pszDeviceInterface == nullptr || PropertyKey == nullptr || PropertyType == nullptr ||
       PropertyBufferSize == nullptr) {
-    return CR_INVALID_POINTER;
+    return call.Return(CR_INVALID_POINTER);
   }
   if (ulFlags != 0 || !SameKey(*PropertyKey, DEVPKEY_Device_InstanceId)) {
     return call.Refuse("this property is");
   }
   const auto node = TheMachine().devices.FindNodeOfInterface(pszDeviceInterface);
   if (!node.has_value()) {
-    return CR_NO_SUCH_DEVICE_INTERFACE;
+    return call.Return(CR_NO_SUCH_DEVICE_INTERFACE);
   }
   if (!node->instanceIdReadable) {
     *PropertyType = DEVPROP_TYPE_EMPTY;
     *PropertyBufferSize = 0;
-    return CR_NO_SUCH_VALUE;
+    return call.Return(CR_NO_SUCH_VALUE);
   }
   *PropertyType = DEVPROP_TYPE_STRING;
-  return CopyText(node->instanceId, PropertyBuffer, *PropertyBufferSize);
+  return call.Return(CopyText(node->instanceId, PropertyBuffer, *PropertyBufferSize));
 }
 
 // With this flag a device is found whether it is plugged in or not. No id at all stands for the
 // root of the tree.
 CONFIGRET WINAPI CM_Locate_DevNodeW(PDEVINST pdnDevInst, DEVINSTID_W pDeviceID, ULONG ulFlags) {
   const ConfigCall call(Call::CM_Locate_DevNodeW);
+  call.Note(pdnDevInst, LPCWSTR{pDeviceID}, ulFlags);
   if (call.fails()) {
     return call.Fail();
   }
   if (pdnDevInst == nullptr) {
-    return CR_INVALID_POINTER;
+    return call.Return(CR_INVALID_POINTER);
   }
   if (ulFlags != CM_LOCATE_DEVNODE_PHANTOM) {
     return call.Refuse("a flag but CM_LOCATE_DEVNODE_PHANTOM is");
   }
   if (pDeviceID == nullptr || *pDeviceID == u'\0') {
     *pdnDevInst = RootNode;
-    return CR_SUCCESS;
+    return call.Return(CR_SUCCESS);
   }
   const auto node = TheMachine().devices.FindNode(std::u16string(pDeviceID));
   if (!node.has_value()) {
-    return CR_NO_SUCH_DEVNODE;
+    return call.Return(CR_NO_SUCH_DEVNODE);
   }
   *pdnDevInst = node->number;
-  return CR_SUCCESS;
+  return call.Return(CR_SUCCESS);
 }
 
 // The older family of properties: numbered, with the registry's types, and sizes in bytes.
@@ -171,27 +176,28 @@ CONFIGRET WINAPI CM_Get_DevNode_Registry_PropertyW(DEVINST dnDevInst, ULONG ulPr
                                                    PULONG pulRegDataType, PVOID Buffer,
                                                    PULONG pulLength, ULONG ulFlags) {
   const ConfigCall call(Call::CM_Get_DevNode_Registry_PropertyW);
+  call.Note(dnDevInst, ulProperty, pulRegDataType, Buffer, pulLength, ulFlags);
   if (call.fails()) {
     return call.Fail();
   }
   if (pulLength == nullptr) {
-    return CR_INVALID_POINTER;
+    return call.Return(CR_INVALID_POINTER);
   }
   if (ulFlags != 0 || ulProperty != CM_DRP_DEVICEDESC) {
     return call.Refuse("this property is");
   }
   const auto node = TheMachine().devices.FindNode(dnDevInst);
   if (!node.has_value() && dnDevInst != RootNode) {
-    return CR_INVALID_DEVNODE;
+    return call.Return(CR_INVALID_DEVNODE);
   }
   if (!node.has_value() || !node->description.has_value()) {
     *pulLength = 0;
-    return CR_NO_SUCH_VALUE;
+    return call.Return(CR_NO_SUCH_VALUE);
   }
   if (pulRegDataType != nullptr) {
     *pulRegDataType = REG_SZ;
   }
-  return CopyText(*node->description, Buffer, *pulLength);
+  return call.Return(CopyText(*node->description, Buffer, *pulLength));
 }
 
 // A filter of another size comes from a caller with another idea of the record. The handle is there
@@ -200,14 +206,15 @@ CONFIGRET WINAPI CM_Register_Notification(PCM_NOTIFY_FILTER pFilter, PVOID pCont
                                           PCM_NOTIFY_CALLBACK pCallback,
                                           PHCMNOTIFICATION pNotifyContext) {
   const ConfigCall call(Call::CM_Register_Notification);
+  call.Note(pFilter, pContext, pCallback, pNotifyContext);
   if (call.fails()) {
     return call.Fail();
   }
   if (pFilter == nullptr || pCallback == nullptr || pNotifyContext == nullptr) {
-    return CR_INVALID_POINTER;
+    return call.Return(CR_INVALID_POINTER);
   }
   if (pFilter->cbSize != sizeof(CM_NOTIFY_FILTER) || pFilter->Reserved != 0) {
-    return CR_INVALID_DATA;
+    return call.Return(CR_INVALID_DATA);
   }
   if (pFilter->Flags != 0 || pFilter->FilterType != CM_NOTIFY_FILTER_TYPE_DEVICEINTERFACE) {
     return call.Refuse("this filter is");
@@ -219,5 +226,5 @@ CONFIGRET WINAPI CM_Register_Notification(PCM_NOTIFY_FILTER pFilter, PVOID pCont
   registration->handle = static_cast<HCMNOTIFICATION>(TheMachine().handles.Open(registration));
   *pNotifyContext = registration->handle;
   TheMachine().notifications.Register(registration);
-  return CR_SUCCESS;
+  return call.Return(CR_SUCCESS);
 }

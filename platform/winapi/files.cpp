@@ -88,6 +88,8 @@ HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwSha
                           LPSECURITY_ATTRIBUTES lpSecurityAttributes, DWORD dwCreationDisposition,
                           DWORD dwFlagsAndAttributes, HANDLE hTemplateFile) {
   const LastErrorCall<HANDLE> call(Call::CreateFileW, INVALID_HANDLE_VALUE);
+  call.Note(lpFileName, dwDesiredAccess, dwShareMode, lpSecurityAttributes, dwCreationDisposition,
+            dwFlagsAndAttributes, hTemplateFile);
   if (call.fails()) {
     return call.Fail();
   }
@@ -112,6 +114,7 @@ HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwSha
 // Windows fails for a handle that is none, and under a debugger it stops there. Here it is a fault.
 BOOL WINAPI CloseHandle(HANDLE hObject) {
   const SureCall call(Call::CloseHandle);
+  call.Note(hObject);
   const bool closed = TheMachine().handles.CloseAny(hObject, call.name());
   return closed ? TRUE : call.Fail(ERROR_INVALID_HANDLE);
 }
@@ -120,6 +123,7 @@ BOOL WINAPI CloseHandle(HANDLE hObject) {
 // on Windows: there is no name to look for.
 HANDLE WINAPI FindFirstFileA(LPCSTR lpFileName, LPWIN32_FIND_DATAA lpFindFileData) {
   const LastErrorCall<HANDLE> call(Call::FindFirstFileA, INVALID_HANDLE_VALUE);
+  call.Note(lpFileName, lpFindFileData);
   if (call.fails()) {
     return call.Fail();
   }
@@ -139,6 +143,7 @@ HANDLE WINAPI FindFirstFileA(LPCSTR lpFileName, LPWIN32_FIND_DATAA lpFindFileDat
 // The record stays as it was when there are no more.
 BOOL WINAPI FindNextFileA(HANDLE hFindFile, LPWIN32_FIND_DATAA lpFindFileData) {
   const LastErrorCall<BOOL> call(Call::FindNextFileA);
+  call.Note(hFindFile, lpFindFileData);
   if (call.fails()) {
     return call.Fail();
   }
@@ -156,6 +161,7 @@ BOOL WINAPI FindNextFileA(HANDLE hFindFile, LPWIN32_FIND_DATAA lpFindFileData) {
 
 BOOL WINAPI FindClose(HANDLE hFindFile) {
   const SureCall call(Call::FindClose);
+  call.Note(hFindFile);
   return call.Close<SearchObject>(hFindFile) ? TRUE : call.Fail(ERROR_INVALID_HANDLE);
 }
 

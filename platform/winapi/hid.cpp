@@ -85,12 +85,13 @@ void NTAPI HidD_GetHidGuid(LPGUID HidGuid) {
 // The caller fills in Size beforehand; a wrong one is refused by some versions of Windows only.
 BOOLEAN NTAPI HidD_GetAttributes(HANDLE HidDeviceObject, PHIDD_ATTRIBUTES Attributes) {
   const LastErrorCall<BOOLEAN> call(Call::HidD_GetAttributes);
+  call.Note(HidDeviceObject, Attributes);
   if (call.fails()) {
     return call.Fail();
   }
   const auto target = GetPresentCollection(HidDeviceObject, call);
   if (target == nullptr) {
-    return FALSE;
+    return call.Fail(GetLastError());
   }
   if (Attributes->Size != sizeof(HIDD_ATTRIBUTES)) {
     call.AddFault("Size is not that of the record");
@@ -103,12 +104,13 @@ BOOLEAN NTAPI HidD_GetAttributes(HANDLE HidDeviceObject, PHIDD_ATTRIBUTES Attrib
 
 BOOLEAN NTAPI HidD_GetPreparsedData(HANDLE HidDeviceObject, PHIDP_PREPARSED_DATA* PreparsedData) {
   const LastErrorCall<BOOLEAN> call(Call::HidD_GetPreparsedData);
+  call.Note(HidDeviceObject, PreparsedData);
   if (call.fails()) {
     return call.Fail();
   }
   const auto target = GetPresentCollection(HidDeviceObject, call);
   if (target == nullptr) {
-    return FALSE;
+    return call.Fail(GetLastError());
   }
   auto preparsed = std::make_shared<PreparsedObject>();
   preparsed->collection = target->details().collection;
@@ -128,6 +130,7 @@ BOOLEAN NTAPI HidD_FreePreparsedData(PHIDP_PREPARSED_DATA PreparsedData) {
 // Only a parser: it asks no device and sets no last error.
 NTSTATUS NTAPI HidP_GetCaps(PHIDP_PREPARSED_DATA PreparsedData, PHIDP_CAPS Capabilities) {
   const PlatformCall call(Call::HidP_GetCaps);
+  call.Note(PreparsedData, Capabilities);
   if (call.fails()) {
     return HIDP_STATUS_INVALID_PREPARSED_DATA;
   }
@@ -147,12 +150,13 @@ NTSTATUS NTAPI HidP_GetCaps(PHIDP_PREPARSED_DATA PreparsedData, PHIDP_CAPS Capab
 // The string is read from the device every time, which takes time and can fail.
 BOOLEAN NTAPI HidD_GetProductString(HANDLE HidDeviceObject, PVOID Buffer, ULONG BufferLength) {
   const LastErrorCall<BOOLEAN> call(Call::HidD_GetProductString);
+  call.Note(HidDeviceObject, Buffer, BufferLength);
   if (call.fails()) {
     return call.Fail();
   }
   const auto target = GetCollection(HidDeviceObject, call);
   if (target == nullptr) {
-    return FALSE;
+    return call.Fail(GetLastError());
   }
   if (BufferLength > LongestStringBytes) {
     return call.Fail(ERROR_INVALID_PARAMETER);
@@ -182,12 +186,13 @@ BOOLEAN NTAPI HidD_GetProductString(HANDLE HidDeviceObject, PVOID Buffer, ULONG 
 BOOLEAN NTAPI HidD_SetOutputReport(HANDLE HidDeviceObject, PVOID ReportBuffer,
                                    ULONG ReportBufferLength) {
   const LastErrorCall<BOOLEAN> call(Call::HidD_SetOutputReport);
+  call.Note(HidDeviceObject, ReportBuffer, ReportBufferLength);
   if (call.fails()) {
     return call.Fail();
   }
   const auto target = GetCollection(HidDeviceObject, call);
   if (target == nullptr) {
-    return FALSE;
+    return call.Fail(GetLastError());
   }
   const USHORT reportBytes = target->details().collection.outputReportBytes;
   if (reportBytes == 0 || ReportBuffer == nullptr) {

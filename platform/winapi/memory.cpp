@@ -23,6 +23,7 @@ HANDLE WINAPI GetProcessHeap() {
 
 LPVOID WINAPI HeapAlloc(HANDLE hHeap, DWORD dwFlags, SIZE_T dwBytes) {
   const PlatformCall call(Call::HeapAlloc);
+  call.Note(hHeap, dwFlags, dwBytes);
   if (call.fails()) {
     return nullptr;
   }
@@ -36,6 +37,7 @@ LPVOID WINAPI HeapAlloc(HANDLE hHeap, DWORD dwFlags, SIZE_T dwBytes) {
 // Windows lets null pass or not, depending on its version; here it is a fault.
 BOOL WINAPI HeapFree(HANDLE hHeap, DWORD dwFlags, LPVOID lpMem) {
   const SureCall call(Call::HeapFree);
+  call.Note(hHeap, dwFlags, lpMem);
   if (hHeap != &processHeap || dwFlags != 0) {
     return call.Refuse("another heap or a flag is");
   }

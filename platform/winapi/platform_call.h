@@ -11,6 +11,7 @@
 #include <string>
 
 #include "platform/machine/machine.h"
+#include "platform/winapi/argument_text.h"
 
 namespace platform {
 
@@ -19,7 +20,28 @@ class PlatformCall {
  public:
   // Takes the call's name for its faults, and its turn: other threads may run before it returns.
   explicit PlatformCall(Call call)
-      : name_(NameOf(call)), orderedError_(TheMachine().gate.Enter(call)) {}
+      : name_(NameOf(call)),
+        orderedError_(TheMachine().gate.Enter(call)),
+        error_(orderedError_),
+        isTraced_(TheMachine().gate.isTraced()) {}
+
+  // Tells those who trace the calls how it went. A call in whose midst the process ends tells
+  // nothing.
+  ~PlatformCall() {
+    if (isTraced_) {
+      TheMachine().gate.Finish({name_, arguments_, error_});
+    }
+  }
+  PlatformCall(const PlatformCall&) = delete;
+  PlatformCall& operator=(const PlatformCall&) = delete;
+
+  // The arguments, for those who trace the calls.
+  template <class... Arguments>
+  void Note(const Arguments&... arguments) const {
+    if (isTraced_) {
+      ((arguments_ += (arguments_.empty() ? "" : ", ") + ArgumentText(arguments)), ...);
+    }
+  }
 
   // Whether a test ordered that this use of the call fails; with that error then.
   bool fails() const { return orderedError_ != 0; }
@@ -53,9 +75,16 @@ class PlatformCall {
   // As Windows spells it.
   const char* name() const { return name_; }
 
+ protected:
+  // What the call fails with; 0 when it does not.
+  void NoteError(DWORD error) const { error_ = error; }
+
  private:
   const char* const name_;
   const DWORD orderedError_;
+  mutable DWORD error_;
+  const bool isTraced_;
+  mutable std::string arguments_;
 };
 
 // For a call that sets the last error and returns a value that says no more than "failed": FALSE,
@@ -70,6 +99,7 @@ class LastErrorCall : public PlatformCall {
   // itself finds, and for the one that was ordered.
   Result Fail(DWORD error) const {
     SetLastError(error);
+    NoteError(error);
     return failed_;
   }
   Result Fail() const { return Fail(orderedError()); }
@@ -93,6 +123,12 @@ class StatusCall : public PlatformCall {
   StatusCall(Call call, Status notSupported) : PlatformCall(call), notSupported_(notSupported) {}
 
   Status Fail() const { return static_cast<Status>(orderedError()); }
+
+  // What the call returns, 0 for success.
+  Status Return(Status status) const {
+    NoteError(static_cast<DWORD>(status));
+    return status;
+  }
 
   Status Refuse(const std::string& what) const {
     NoteRefusal(what);

@@ -11,6 +11,7 @@ using platform::TheMachine;
 // A failed reading is noted, too: the service decides by it as well as by a number.
 BOOL WINAPI GetSystemPowerStatus(LPSYSTEM_POWER_STATUS lpSystemPowerStatus) {
   const LastErrorCall<BOOL> call(Call::GetSystemPowerStatus);
+  call.Note(lpSystemPowerStatus);
   platform::PowerReading reading{TheMachine().scheduler.NowMs(), Scheduler::Current()->id(), {}};
   if (!call.fails()) {
     *lpSystemPowerStatus = TheMachine().power.Status();

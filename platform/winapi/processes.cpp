@@ -93,6 +93,7 @@ PROCESS_INFORMATION Launch(LaunchedProcess launch, const TokenObject& token) {
 // Says nothing of processes that found no room: a caller learns of them only when the list is full.
 BOOL WINAPI K32EnumProcesses(DWORD* lpidProcess, DWORD cb, LPDWORD lpcbNeeded) {
   const LastErrorCall<BOOL> call(Call::K32EnumProcesses);
+  call.Note(lpidProcess, cb, lpcbNeeded);
   if (call.fails()) {
     return call.Fail();
   }
@@ -106,6 +107,7 @@ BOOL WINAPI K32EnumProcesses(DWORD* lpidProcess, DWORD cb, LPDWORD lpcbNeeded) {
 // Process 0 is the idle process, which Windows treats as a wrong parameter.
 HANDLE WINAPI OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle, DWORD dwProcessId) {
   const LastErrorCall<HANDLE> call(Call::OpenProcess);
+  call.Note(dwDesiredAccess, bInheritHandle, dwProcessId);
   if (call.fails()) {
     return call.Fail();
   }
@@ -127,12 +129,13 @@ HANDLE WINAPI OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle, DWORD dwPr
 BOOL WINAPI K32EnumProcessModules(HANDLE hProcess, HMODULE* lphModule, DWORD cb,
                                   LPDWORD lpcbNeeded) {
   const LastErrorCall<BOOL> call(Call::K32EnumProcessModules);
+  call.Note(hProcess, lphModule, cb, lpcbNeeded);
   if (call.fails()) {
     return call.Fail();
   }
   const auto open = GetAllowed<OpenProcessObject>(call, hProcess, QueryInformation | ReadMemory);
   if (open == nullptr) {
-    return FALSE;
+    return call.Fail(GetLastError());
   }
   if (cb < sizeof(HMODULE)) {
     return call.Refuse("a list without room for one module is");
@@ -148,12 +151,13 @@ BOOL WINAPI K32EnumProcessModules(HANDLE hProcess, HMODULE* lphModule, DWORD cb,
 DWORD WINAPI K32GetModuleBaseNameW(HANDLE hProcess, HMODULE hModule, LPWSTR lpBaseName,
                                    DWORD nSize) {
   const LastErrorCall<DWORD> call(Call::K32GetModuleBaseNameW);
+  call.Note(hProcess, hModule, lpBaseName, nSize);
   if (call.fails()) {
     return call.Fail();
   }
   const auto open = GetAllowed<OpenProcessObject>(call, hProcess, QueryInformation | ReadMemory);
   if (open == nullptr) {
-    return 0;
+    return call.Fail(GetLastError());
   }
   if (hModule != nullptr && hModule != FirstModuleOf(open->process)) {
     return call.Refuse("any but the first module is");
@@ -166,6 +170,7 @@ DWORD WINAPI K32GetModuleBaseNameW(HANDLE hProcess, HMODULE hModule, LPWSTR lpBa
 
 BOOL WINAPI ProcessIdToSessionId(DWORD dwProcessId, DWORD* pSessionId) {
   const LastErrorCall<BOOL> call(Call::ProcessIdToSessionId);
+  call.Note(dwProcessId, pSessionId);
   if (call.fails()) {
     return call.Fail();
   }
@@ -179,6 +184,7 @@ BOOL WINAPI ProcessIdToSessionId(DWORD dwProcessId, DWORD* pSessionId) {
 
 BOOL WINAPI OpenProcessToken(HANDLE ProcessHandle, DWORD DesiredAccess, PHANDLE TokenHandle) {
   const LastErrorCall<BOOL> call(Call::OpenProcessToken);
+  call.Note(ProcessHandle, DesiredAccess, TokenHandle);
   if (call.fails()) {
     return call.Fail();
   }
@@ -187,7 +193,7 @@ BOOL WINAPI OpenProcessToken(HANDLE ProcessHandle, DWORD DesiredAccess, PHANDLE 
   }
   const auto open = GetAllowed<OpenProcessObject>(call, ProcessHandle, QueryLimitedInformation);
   if (open == nullptr) {
-    return FALSE;
+    return call.Fail(GetLastError());
   }
   *TokenHandle =
       TheMachine().handles.Open(std::make_shared<TokenObject>(open->process, DesiredAccess));
@@ -196,6 +202,7 @@ BOOL WINAPI OpenProcessToken(HANDLE ProcessHandle, DWORD DesiredAccess, PHANDLE 
 
 BOOL WINAPI LookupPrivilegeValueW(LPCWSTR lpSystemName, LPCWSTR lpName, PLUID lpLuid) {
   const LastErrorCall<BOOL> call(Call::LookupPrivilegeValueW);
+  call.Note(lpSystemName, lpName, lpLuid);
   if (call.fails()) {
     return call.Fail();
   }
@@ -211,6 +218,8 @@ BOOL WINAPI DuplicateTokenEx(HANDLE hExistingToken, DWORD dwDesiredAccess,
                              SECURITY_IMPERSONATION_LEVEL ImpersonationLevel, TOKEN_TYPE TokenType,
                              PHANDLE phNewToken) {
   const LastErrorCall<BOOL> call(Call::DuplicateTokenEx);
+  call.Note(hExistingToken, dwDesiredAccess, lpTokenAttributes, ImpersonationLevel, TokenType,
+            phNewToken);
   if (call.fails()) {
     return call.Fail();
   }
@@ -221,7 +230,7 @@ BOOL WINAPI DuplicateTokenEx(HANDLE hExistingToken, DWORD dwDesiredAccess,
   }
   const auto token = GetAllowed<TokenObject>(call, hExistingToken, TOKEN_DUPLICATE);
   if (token == nullptr) {
-    return FALSE;
+    return call.Fail(GetLastError());
   }
   *phNewToken = TheMachine().handles.Open(std::make_shared<TokenObject>(*token, dwDesiredAccess));
   return TRUE;
@@ -232,6 +241,7 @@ BOOL WINAPI AdjustTokenPrivileges(HANDLE TokenHandle, BOOL DisableAllPrivileges,
                                   PTOKEN_PRIVILEGES NewState, DWORD BufferLength,
                                   PTOKEN_PRIVILEGES PreviousState, PDWORD ReturnLength) {
   const LastErrorCall<BOOL> call(Call::AdjustTokenPrivileges);
+  call.Note(TokenHandle, DisableAllPrivileges, NewState, BufferLength, PreviousState, ReturnLength);
   if (call.fails()) {
     return call.Fail();
   }
@@ -242,7 +252,7 @@ BOOL WINAPI AdjustTokenPrivileges(HANDLE TokenHandle, BOOL DisableAllPrivileges,
   }
   const auto token = GetAllowed<TokenObject>(call, TokenHandle, TOKEN_ADJUST_PRIVILEGES);
   if (token == nullptr) {
-    return FALSE;
+    return call.Fail(GetLastError());
   }
   const LUID& wanted = NewState->Privileges[0].Luid;
   const bool isDebug =
@@ -257,6 +267,7 @@ BOOL WINAPI AdjustTokenPrivileges(HANDLE TokenHandle, BOOL DisableAllPrivileges,
 // system's own environment.
 BOOL WINAPI CreateEnvironmentBlock(LPVOID* lpEnvironment, HANDLE hToken, BOOL bInherit) {
   const LastErrorCall<BOOL> call(Call::CreateEnvironmentBlock);
+  call.Note(lpEnvironment, hToken, bInherit);
   if (call.fails()) {
     return call.Fail();
   }
@@ -265,7 +276,7 @@ BOOL WINAPI CreateEnvironmentBlock(LPVOID* lpEnvironment, HANDLE hToken, BOOL bI
   }
   if (hToken != nullptr &&
       GetAllowed<TokenObject>(call, hToken, TOKEN_QUERY | TOKEN_DUPLICATE) == nullptr) {
-    return FALSE;
+    return call.Fail(GetLastError());
   }
   *lpEnvironment = TheMachine().handles.Open(std::make_shared<EnvironmentObject>());
   return TRUE;
@@ -274,6 +285,7 @@ BOOL WINAPI CreateEnvironmentBlock(LPVOID* lpEnvironment, HANDLE hToken, BOOL bI
 // The started program has a copy: the block may go as soon as the launch has returned.
 BOOL WINAPI DestroyEnvironmentBlock(LPVOID lpEnvironment) {
   const LastErrorCall<BOOL> call(Call::DestroyEnvironmentBlock);
+  call.Note(lpEnvironment);
   if (call.fails()) {
     return call.Fail();
   }
@@ -287,6 +299,8 @@ BOOL WINAPI CreateProcessAsUserW(HANDLE hToken, LPCWSTR lpApplicationName, LPWST
                                  LPCWSTR lpCurrentDirectory, LPSTARTUPINFOW lpStartupInfo,
                                  LPPROCESS_INFORMATION lpProcessInformation) {
   const LastErrorCall<BOOL> call(Call::CreateProcessAsUserW);
+  call.Note(hToken, lpApplicationName, LPCWSTR{lpCommandLine}, bInheritHandles, dwCreationFlags,
+            lpEnvironment, lpCurrentDirectory);
   if (call.fails()) {
     return call.Fail();
   }
@@ -302,7 +316,7 @@ BOOL WINAPI CreateProcessAsUserW(HANDLE hToken, LPCWSTR lpApplicationName, LPWST
   const auto token =
       GetAllowed<TokenObject>(call, hToken, TOKEN_QUERY | TOKEN_DUPLICATE | TOKEN_ASSIGN_PRIMARY);
   if (token == nullptr) {
-    return FALSE;
+    return call.Fail(GetLastError());
   }
   if (lpEnvironment != nullptr && call.Get<EnvironmentObject>(lpEnvironment) == nullptr) {
     return call.Fail(ERROR_INVALID_PARAMETER);

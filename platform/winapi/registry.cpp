@@ -84,6 +84,7 @@ LSTATUS CopyValue(const std::vector<BYTE>& bytes, PVOID data, LPDWORD count) {
 LSTATUS WINAPI RegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD ulOptions, REGSAM samDesired,
                              PHKEY phkResult) {
   const RegistryCall call(Call::RegOpenKeyExW);
+  call.Note(hKey, lpSubKey, ulOptions, samDesired, phkResult);
   if (call.fails()) {
     return call.Fail();
   }
@@ -92,20 +93,21 @@ LSTATUS WINAPI RegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD ulOptions, REGSA
   }
   std::shared_ptr<RegistryKeyNode> from;
   if (const LSTATUS status = KeyOf(call, hKey, 0, from)) {
-    return status;
+    return call.Return(status);
   }
   const auto key = TheMachine().registry.Find(from, TextOrEmpty(lpSubKey));
   if (key == nullptr) {
-    return ERROR_FILE_NOT_FOUND;
+    return call.Return(ERROR_FILE_NOT_FOUND);
   }
   *phkResult = static_cast<HKEY>(TheMachine().handles.Open(
       std::make_shared<OpenRegistryKey>(key, Access(samDesired, KEY_ALL_ACCESS))));
-  return ERROR_SUCCESS;
+  return call.Return(ERROR_SUCCESS);
 }
 
 // The predefined keys may be closed, and stay open.
 LSTATUS WINAPI RegCloseKey(HKEY hKey) {
   const SureCall call(Call::RegCloseKey);
+  call.Note(hKey);
   if (hKey == HKEY_LOCAL_MACHINE) {
     return ERROR_SUCCESS;
   }
@@ -119,6 +121,9 @@ LSTATUS WINAPI RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD lpcchClass, L
                                 LPDWORD lpcbMaxValueNameLen, LPDWORD lpcbMaxValueLen,
                                 LPDWORD lpcbSecurityDescriptor, PFILETIME lpftLastWriteTime) {
   const RegistryCall call(Call::RegQueryInfoKeyW);
+  call.Note(hKey, lpClass, lpcchClass, lpReserved, lpcSubKeys, lpcbMaxSubKeyLen, lpcbMaxClassLen,
+            lpcValues, lpcbMaxValueNameLen, lpcbMaxValueLen, lpcbSecurityDescriptor,
+            lpftLastWriteTime);
   if (call.fails()) {
     return call.Fail();
   }
@@ -131,12 +136,12 @@ LSTATUS WINAPI RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD lpcchClass, L
   }
   std::shared_ptr<RegistryKeyNode> key;
   if (const LSTATUS status = KeyOf(call, hKey, QueryValue, key)) {
-    return status;
+    return call.Return(status);
   }
   if (lpcSubKeys != nullptr) {
     *lpcSubKeys = static_cast<DWORD>(TheMachine().registry.SubkeyNames(*key).size());
   }
-  return ERROR_SUCCESS;
+  return call.Return(ERROR_SUCCESS);
 }
 
 // The count is in characters, without the NUL on the way out and with it on the way in.
@@ -144,6 +149,7 @@ LSTATUS WINAPI RegEnumKeyExW(HKEY hKey, DWORD dwIndex, LPWSTR lpName, LPDWORD lp
                              LPDWORD lpReserved, LPWSTR lpClass, LPDWORD lpcchClass,
                              PFILETIME lpftLastWriteTime) {
   const RegistryCall call(Call::RegEnumKeyExW);
+  call.Note(hKey, dwIndex, lpName, lpcchName, lpReserved, lpClass, lpcchClass, lpftLastWriteTime);
   if (call.fails()) {
     return call.Fail();
   }
@@ -153,24 +159,25 @@ LSTATUS WINAPI RegEnumKeyExW(HKEY hKey, DWORD dwIndex, LPWSTR lpName, LPDWORD lp
   }
   std::shared_ptr<RegistryKeyNode> key;
   if (const LSTATUS status = KeyOf(call, hKey, EnumerateSubkeys, key)) {
-    return status;
+    return call.Return(status);
   }
   const std::vector<std::u16string> names = TheMachine().registry.SubkeyNames(*key);
   if (dwIndex >= names.size()) {
-    return ERROR_NO_MORE_ITEMS;
+    return call.Return(ERROR_NO_MORE_ITEMS);
   }
   const std::u16string& name = names[dwIndex];
   if (*lpcchName <= name.size()) {
-    return ERROR_MORE_DATA;
+    return call.Return(ERROR_MORE_DATA);
   }
   std::memcpy(lpName, name.c_str(), (name.size() + 1) * sizeof(WCHAR));
   *lpcchName = static_cast<DWORD>(name.size());
-  return ERROR_SUCCESS;
+  return call.Return(ERROR_SUCCESS);
 }
 
 LSTATUS WINAPI RegGetValueW(HKEY hkey, LPCWSTR lpSubKey, LPCWSTR lpValue, DWORD dwFlags,
                             LPDWORD pdwType, PVOID pvData, LPDWORD pcbData) {
   const RegistryCall call(Call::RegGetValueW);
+  call.Note(hkey, lpSubKey, lpValue, dwFlags, pdwType, pvData, pcbData);
   if (call.fails()) {
     // As if the value had just grown: the room that the caller is told of is more than it had.
     if (call.orderedError() == ERROR_MORE_DATA && pcbData != nullptr) {
@@ -182,23 +189,23 @@ LSTATUS WINAPI RegGetValueW(HKEY hkey, LPCWSTR lpSubKey, LPCWSTR lpValue, DWORD 
     return call.Refuse("another type or flag is");
   }
   if (pvData != nullptr && pcbData == nullptr) {
-    return ERROR_INVALID_PARAMETER;
+    return call.Return(ERROR_INVALID_PARAMETER);
   }
   std::shared_ptr<RegistryKeyNode> from;
   if (const LSTATUS status = KeyOf(call, hkey, QueryValue, from)) {
-    return status;
+    return call.Return(status);
   }
   const auto key = TheMachine().registry.Find(from, TextOrEmpty(lpSubKey));
   RegistryValue value;
   if (key == nullptr || !TheMachine().registry.Read(*key, TextOrEmpty(lpValue), value)) {
-    return ERROR_FILE_NOT_FOUND;
+    return call.Return(ERROR_FILE_NOT_FOUND);
   }
   if (pdwType != nullptr) {
     *pdwType = value.type;
   }
   if (value.type != REG_SZ) {
-    return ERROR_UNSUPPORTED_TYPE;
+    return call.Return(ERROR_UNSUPPORTED_TYPE);
   }
   Terminate(value.bytes);
-  return CopyValue(value.bytes, pvData, pcbData);
+  return call.Return(CopyValue(value.bytes, pvData, pcbData));
 }

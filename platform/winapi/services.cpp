@@ -12,6 +12,7 @@ using platform::TheMachine;
 // thread in the meantime, as it does on Windows in a process with one service.
 BOOL WINAPI StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* lpServiceStartTable) {
   const LastErrorCall<BOOL> call(Call::StartServiceCtrlDispatcherW);
+  call.Note(lpServiceStartTable);
   if (call.fails()) {
     return call.Fail();
   }
@@ -30,6 +31,7 @@ SERVICE_STATUS_HANDLE WINAPI RegisterServiceCtrlHandlerExW(LPCWSTR lpServiceName
                                                            LPHANDLER_FUNCTION_EX lpHandlerProc,
                                                            LPVOID lpContext) {
   const LastErrorCall<SERVICE_STATUS_HANDLE> call(Call::RegisterServiceCtrlHandlerExW);
+  call.Note(lpServiceName, lpHandlerProc, lpContext);
   if (call.fails()) {
     return call.Fail();
   }
@@ -45,6 +47,7 @@ SERVICE_STATUS_HANDLE WINAPI RegisterServiceCtrlHandlerExW(LPCWSTR lpServiceName
 BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus,
                              LPSERVICE_STATUS lpServiceStatus) {
   const LastErrorCall<BOOL> call(Call::SetServiceStatus);
+  call.Note(hServiceStatus, lpServiceStatus);
   if (call.fails()) {
     return call.Fail();
   }

@@ -41,6 +41,9 @@ int ConvertAll(const LastErrorCall<int>& call, const Source* source, int sourceC
 int WINAPI MultiByteToWideChar(UINT CodePage, DWORD dwFlags, LPCCH lpMultiByteStr, int cbMultiByte,
                                LPWSTR lpWideCharStr, int cchWideChar) {
   const LastErrorCall<int> call(Call::MultiByteToWideChar);
+  // The text need not end where its memory does.
+  call.Note(CodePage, dwFlags, static_cast<const void*>(lpMultiByteStr), cbMultiByte, lpWideCharStr,
+            cchWideChar);
   if (call.fails()) {
     return call.Fail();
   }
@@ -56,6 +59,8 @@ int WINAPI WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWCH lpWideCharSt
                                LPSTR lpMultiByteStr, int cbMultiByte, LPCCH lpDefaultChar,
                                LPBOOL lpUsedDefaultChar) {
   const LastErrorCall<int> call(Call::WideCharToMultiByte);
+  call.Note(CodePage, dwFlags, static_cast<const void*>(lpWideCharStr), cchWideChar, lpMultiByteStr,
+            cbMultiByte, static_cast<const void*>(lpDefaultChar), lpUsedDefaultChar);
   if (call.fails()) {
     return call.Fail();
   }

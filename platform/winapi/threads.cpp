@@ -85,6 +85,8 @@ HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES lpThreadAttributes, SIZE_T dwSt
                            LPTHREAD_START_ROUTINE lpStartAddress, LPVOID lpParameter,
                            DWORD dwCreationFlags, LPDWORD lpThreadId) {
   const LastErrorCall<HANDLE> call(Call::CreateThread);
+  call.Note(lpThreadAttributes, dwStackSize, lpStartAddress, lpParameter, dwCreationFlags,
+            lpThreadId);
   if (call.fails()) {
     return call.Fail();
   }
@@ -105,6 +107,7 @@ HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES lpThreadAttributes, SIZE_T dwSt
 // Returns how often the thread was suspended before: here never more than once.
 DWORD WINAPI ResumeThread(HANDLE hThread) {
   const LastErrorCall<DWORD> call(Call::ResumeThread, ~DWORD{0});
+  call.Note(hThread);
   if (call.fails()) {
     return call.Fail();
   }
@@ -119,6 +122,7 @@ DWORD WINAPI ResumeThread(HANDLE hThread) {
 // hide races rather than show them.
 BOOL WINAPI SetThreadPriority(HANDLE hThread, int nPriority) {
   const LastErrorCall<BOOL> call(Call::SetThreadPriority);
+  call.Note(hThread, nPriority);
   if (call.fails()) {
     return call.Fail();
   }
@@ -133,12 +137,14 @@ BOOL WINAPI SetThreadPriority(HANDLE hThread, int nPriority) {
 // The mutexes of the thread are abandoned. Whoever takes one of them next is told so.
 void WINAPI ExitThread(DWORD dwExitCode) {
   const SureCall call(Call::ExitThread);
+  call.Note(dwExitCode);
   TheMachine().scheduler.ExitCurrentThread(dwExitCode);
 }
 
 // A thread that ends with 259 looks as if it ran: Windows uses that number for "still active".
 BOOL WINAPI GetExitCodeThread(HANDLE hThread, LPDWORD lpExitCode) {
   const LastErrorCall<BOOL> call(Call::GetExitCodeThread);
+  call.Note(hThread, lpExitCode);
   if (call.fails()) {
     return call.Fail();
   }
@@ -155,6 +161,7 @@ BOOL WINAPI GetExitCodeThread(HANDLE hThread, LPDWORD lpExitCode) {
 HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES lpEventAttributes, BOOL bManualReset,
                            BOOL bInitialState, LPCWSTR lpName) {
   const LastErrorCall<HANDLE> call(Call::CreateEventW);
+  call.Note(lpEventAttributes, bManualReset, bInitialState, lpName);
   if (call.fails()) {
     return call.Fail();
   }
@@ -176,6 +183,7 @@ BOOL WINAPI ResetEvent(HANDLE hEvent) {
 HANDLE WINAPI CreateMutexW(LPSECURITY_ATTRIBUTES lpMutexAttributes, BOOL bInitialOwner,
                            LPCWSTR lpName) {
   const LastErrorCall<HANDLE> call(Call::CreateMutexW);
+  call.Note(lpMutexAttributes, bInitialOwner, lpName);
   if (call.fails()) {
     return call.Fail();
   }
@@ -188,6 +196,7 @@ HANDLE WINAPI CreateMutexW(LPSECURITY_ATTRIBUTES lpMutexAttributes, BOOL bInitia
 // Only the thread that took it may release it, unlike an event, which anybody may set.
 BOOL WINAPI ReleaseMutex(HANDLE hMutex) {
   const SureCall call(Call::ReleaseMutex);
+  call.Note(hMutex);
   const auto mutex = call.Get<MutexObject>(hMutex);
   if (mutex == nullptr) {
     return call.Fail(ERROR_INVALID_HANDLE);
@@ -205,6 +214,7 @@ BOOL WINAPI ReleaseMutex(HANDLE hMutex) {
 DWORD WINAPI WaitForMultipleObjects(DWORD nCount, const HANDLE* lpHandles, BOOL bWaitAll,
                                     DWORD dwMilliseconds) {
   const LastErrorCall<DWORD> call(Call::WaitForMultipleObjects, WAIT_FAILED);
+  call.Note(nCount, lpHandles, bWaitAll, dwMilliseconds);
   if (call.fails()) {
     return call.Fail();
   }
@@ -219,12 +229,14 @@ DWORD WINAPI WaitForMultipleObjects(DWORD nCount, const HANDLE* lpHandles, BOOL 
 
 DWORD WINAPI WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds) {
   const LastErrorCall<DWORD> call(Call::WaitForSingleObject, WAIT_FAILED);
+  call.Note(hHandle, dwMilliseconds);
   return call.fails() ? call.Fail() : WaitForAny(&hHandle, 1, dwMilliseconds, call);
 }
 
 // Sleep(0) gives way to the others that can run.
 void WINAPI Sleep(DWORD dwMilliseconds) {
   const SureCall call(Call::Sleep);
+  call.Note(dwMilliseconds);
   if (dwMilliseconds == 0) {
     TheMachine().scheduler.Yield();
     return;

@@ -94,12 +94,13 @@ BOOL SelectSetting(WinUsbObject& winUsb, UCHAR setting) {
 // the fault.
 BOOL WINAPI WinUsb_Initialize(HANDLE DeviceHandle, PWINUSB_INTERFACE_HANDLE InterfaceHandle) {
   const WinUsbCall call(Call::WinUsb_Initialize);
+  call.Note(DeviceHandle, InterfaceHandle);
   if (call.fails()) {
     return call.Fail();
   }
   const auto file = GetDeviceFile(DeviceHandle, call);
   if (file == nullptr) {
-    return FALSE;
+    return call.Fail(GetLastError());
   }
   if (file->target()->details().usb == nullptr) {
     return call.Fail(ERROR_INVALID_FUNCTION);
@@ -124,6 +125,7 @@ BOOL WINAPI WinUsb_Initialize(HANDLE DeviceHandle, PWINUSB_INTERFACE_HANDLE Inte
 // The order matters: a file closed before this leaves the driver a handle to nothing.
 BOOL WINAPI WinUsb_Free(WINUSB_INTERFACE_HANDLE InterfaceHandle) {
   const WinUsbCall call(Call::WinUsb_Free);
+  call.Note(InterfaceHandle);
   if (call.fails()) {
     return call.Fail();
   }
@@ -146,6 +148,8 @@ BOOL WINAPI WinUsb_GetDescriptor(WINUSB_INTERFACE_HANDLE InterfaceHandle, UCHAR 
                                  UCHAR Index, USHORT LanguageID, PUCHAR Buffer, ULONG BufferLength,
                                  PULONG LengthTransferred) {
   const WinUsbCall call(Call::WinUsb_GetDescriptor);
+  call.Note(InterfaceHandle, DescriptorType, Index, LanguageID, Buffer, BufferLength,
+            LengthTransferred);
   if (call.fails()) {
     return call.Fail();
   }
@@ -163,7 +167,7 @@ BOOL WINAPI WinUsb_GetDescriptor(WINUSB_INTERFACE_HANDLE InterfaceHandle, UCHAR 
              {DirectionToHost, GetDescriptorRequest, value, LanguageID,
               static_cast<USHORT>(BufferLength)},
              answer)) {
-    return FALSE;
+    return call.Fail(GetLastError());
   }
   std::copy(answer.begin(), answer.end(), Buffer);
   *LengthTransferred = static_cast<ULONG>(answer.size());
@@ -175,6 +179,7 @@ BOOL WINAPI WinUsb_QueryInterfaceSettings(WINUSB_INTERFACE_HANDLE InterfaceHandl
                                           UCHAR AlternateInterfaceNumber,
                                           PUSB_INTERFACE_DESCRIPTOR UsbAltInterfaceDescriptor) {
   const WinUsbCall call(Call::WinUsb_QueryInterfaceSettings);
+  call.Note(InterfaceHandle, AlternateInterfaceNumber, UsbAltInterfaceDescriptor);
   if (call.fails()) {
     return call.Fail();
   }
@@ -193,6 +198,7 @@ BOOL WINAPI WinUsb_QueryInterfaceSettings(WINUSB_INTERFACE_HANDLE InterfaceHandl
 BOOL WINAPI WinUsb_SetCurrentAlternateSetting(WINUSB_INTERFACE_HANDLE InterfaceHandle,
                                               UCHAR SettingNumber) {
   const WinUsbCall call(Call::WinUsb_SetCurrentAlternateSetting);
+  call.Note(InterfaceHandle, SettingNumber);
   if (call.fails()) {
     return call.Fail();
   }
@@ -206,6 +212,7 @@ BOOL WINAPI WinUsb_ControlTransfer(WINUSB_INTERFACE_HANDLE InterfaceHandle,
                                    ULONG BufferLength, PULONG LengthTransferred,
                                    LPOVERLAPPED Overlapped) {
   const WinUsbCall call(Call::WinUsb_ControlTransfer);
+  call.Note(InterfaceHandle, SetupPacket, Buffer, BufferLength, LengthTransferred, Overlapped);
   if (call.fails()) {
     return call.Fail();
   }
@@ -240,7 +247,7 @@ BOOL WINAPI WinUsb_ControlTransfer(WINUSB_INTERFACE_HANDLE InterfaceHandle,
     *LengthTransferred = 0;
   }
   if (!Carry(*winUsb, SetupPacket, data)) {
-    return FALSE;
+    return call.Fail(GetLastError());
   }
   if (toHost) {
     std::copy(data.begin(), data.end(), Buffer);

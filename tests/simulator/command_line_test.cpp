@@ -60,7 +60,7 @@ TEST_F(CommandLineTest, AnswersValuesThatMeanNothing) {
       {"--erase-ms -1", "--erase-ms takes 0 to 16777215 milliseconds, not '-1'"},
       {"--attach-at 40", "--attach-at takes a time such as 22.5s or 300ms, not '40'"},
       {"--fault stall@report", "--fault knows there gone, not 'stall'"},
-      {"--trace wires", "--trace takes wire, calls or all, not 'wires'"},
+      {"--trace wires", "--trace takes wire, calls, wire,calls or all, not 'wires'"},
       {"--scenario none", "none: cannot be read"},
       {"--scenario tmp", "tmp: cannot be read"},
       {"check x.dfu --map @none",
@@ -147,6 +147,25 @@ TEST_F(CommandLineTest, TellsWhatKindOfFileItCannotUse) {
       ExpectTells(outcome.err, {std::string(test.file) + " is refused: " + test.reason});
     }
   }
+}
+
+TEST_F(CommandLineTest, ShowsTheWireAndTheCallsWhenAsked) {
+  const std::string wire = Run("--trace wire").out;
+  ExpectTells(wire,
+              {"  wire      SET_REPORT 0x17, 64 bytes\n", "  wire      DNLOAD erase 0x08000000\n",
+               "  wire      DNLOAD block 2, 1024 bytes to 0x08000000\n",
+               "  wire      DNLOAD block 3, 1024 bytes to 0x08000400\n",
+               "  wire      GETSTATUS: OK, dfuDNLOAD-IDLE, poll 0 ms\n"});
+  EXPECT_EQ(wire.find("  call "), std::string::npos);
+  const std::string all = Run("--trace all").out;
+  ExpectTells(all,
+              {"  call      thread 1002: Sleep(10000) -> done\n",
+               "  call      thread 1002: FindNextFileA(*, *) -> error 18\n",
+               "WinUsb_ControlTransfer(*, request 3 value 0 length 6, *, 6, *, null) -> done\n",
+               "OutputDebugStringW(\"Success:: get Version number\\n\") -> done\n",
+               "  wire      DNLOAD", "elasped time :: 3000ms !!!\n"});
+  EXPECT_EQ(Run("--trace wire,calls").out, Run("--trace wire,calls").out)
+      << "one can be compared with another";
 }
 
 TEST_F(CommandLineTest, TakesAPackageOfTheUsersOwn) {

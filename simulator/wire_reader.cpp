@@ -1,0 +1,51 @@
+#include "simulator/wire_reader.h"
+
+#include "dfuengine/dfu_protocol.h"
+#include "simulator/dfu_bootloader.h"
+
+namespace simulator {
+
+namespace {
+
+constexpr std::size_t StatusBytes = 6;
+
+bool IsClassRequest(const platform::TransferRecord& record, u8 request) {
+  return (record.setup.RequestType & TypeMask) == ClassType && record.setup.Request == request;
+}
+
+}  // namespace
+
+std::optional<WireWork> WireReader::Read(const platform::TransferRecord& record) {
+  const platform::Bytes& data = record.data;
+  if (!IsClassRequest(record, DfuDnload)) {
+    return std::nullopt;
+  }
+  // The end of the download has a number, too, but goes nowhere.
+  if (data.empty()) {
+    return WireWork{WireWork::Kind::Leave, base_, 0};
+  }
+  if (record.setup.Value == CommandBlock && data.size() == CommandBlockBytes) {
+    base_ = u32{data[1]} | u32{data[2]} << 8 | u32{data[3]} << 16 | u32{data[4]} << 24;
+    return WireWork{data[0] == EraseCommand ? WireWork::Kind::Erase : WireWork::Kind::SetAddress,
+                    base_, 0};
+  }
+  // A short block is the last one, so what went before tells how long the others are. A block that
+  // is sent once more, because the device did not take it, goes where it went before.
+  if (record.setup.Value == FirstDataBlock) {
+    address_ = base_;
+  } else if (record.setup.Value != blockNumber_) {
+    address_ += blockBytes_;
+  }
+  blockNumber_ = record.setup.Value;
+  blockBytes_ = static_cast<u32>(data.size());
+  return WireWork{WireWork::Kind::Block, address_, blockBytes_};
+}
+
+std::optional<WireStatus> ReadStatus(const platform::TransferRecord& record) {
+  if (!IsClassRequest(record, DfuGetStatus) || record.data.size() < StatusBytes) {
+    return std::nullopt;
+  }
+  return WireStatus{record.data[0], record.data[4]};
+}
+
+}  // namespace simulator
