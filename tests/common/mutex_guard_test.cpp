@@ -1,6 +1,7 @@
 #include "common/mutex_guard.h"
 
 #include "common/handles.h"
+#include "common/process_mutex.h"
 #include "tests/support/tablet_test.h"
 
 namespace {
@@ -56,6 +57,22 @@ TEST_F(MutexGuardTest, HoldsWhatItsOwnerLeftBehind) {
     EXPECT_FALSE(IsFree());
   }
   EXPECT_TRUE(IsFree());
+}
+
+// Another thread is the first to make it.
+TEST_F(MutexGuardTest, AProcessHasOneMutexHoweverManyAskForIt) {
+  ProcessMutex& shared = *new ProcessMutex;
+  HANDLE others = nullptr;
+  bool asked = false;
+  const platform::Observation calls = machine.gate.Observe([&](platform::Call call) {
+    if (call == platform::Call::CreateMutexW && !std::exchange(asked, true)) {
+      OnAnotherThread([&] { others = shared.Get(); });
+    }
+  });
+  const u64 before = machine.handles.OpenCount(platform::HandleKind::Mutex);
+  EXPECT_EQ(shared.Get(), others);
+  EXPECT_EQ(machine.handles.OpenCount(platform::HandleKind::Mutex), before + 1);
+  CloseHandle(others);
 }
 
 // The layer finds a release of what is not held.
