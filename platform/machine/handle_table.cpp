@@ -132,7 +132,6 @@ bool HandleTable::CloseAny(const void* handle, const char* call) {
 }
 
 void HandleTable::CloseEntry(const void* handle, Entry& entry) {
-  ++closed_[entry.kind];
   entry.object = nullptr;
   if (recycle_) {
     freeValues_.push_back(reinterpret_cast<std::uintptr_t>(handle));
@@ -163,12 +162,6 @@ std::uint64_t HandleTable::OpenedEver(HandleKind kind) const {
   const std::scoped_lock lock(lock_);
   const auto found = opened_.find(kind);
   return found == opened_.end() ? 0 : found->second;
-}
-
-std::uint64_t HandleTable::ClosedEver(HandleKind kind) const {
-  const std::scoped_lock lock(lock_);
-  const auto found = closed_.find(kind);
-  return found == closed_.end() ? 0 : found->second;
 }
 
 void HandleTable::RecycleValues(bool recycle) {

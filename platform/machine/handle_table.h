@@ -89,7 +89,6 @@ class HandleTable {
   std::vector<OpenHandle> OpenHandles() const;
   std::size_t OpenCount(HandleKind kind) const;
   std::uint64_t OpenedEver(HandleKind kind) const;
-  std::uint64_t ClosedEver(HandleKind kind) const;
 
   // Gives out the value closed last again, as a busy system would.
   void RecycleValues(bool recycle);
@@ -110,7 +109,6 @@ class HandleTable {
   std::map<std::uintptr_t, Entry> entries_;
   std::vector<std::uintptr_t> freeValues_;
   std::map<HandleKind, std::uint64_t> opened_;
-  std::map<HandleKind, std::uint64_t> closed_;
   std::uintptr_t nextValue_ = 0x40;
   bool recycle_ = false;
 };
