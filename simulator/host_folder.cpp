@@ -30,6 +30,7 @@ int Lock(const std::string& path) {
   return folder;
 }
 
+// Its lock goes last: until then nobody else takes it for a leftover.
 void Remove(const std::string& path, int lock) {
   std::error_code ignored;
   fs::remove_all(path, ignored);

@@ -20,6 +20,7 @@ bool TakeOne(std::atomic<u32>& counter) {
 
 }  // namespace
 
+// Before the service starts, so that numbers of calls and transfers count from its first.
 void Troubles::Arm() {
   for (const Trouble& trouble : troubles_) {
     Arm(trouble);
@@ -38,6 +39,7 @@ void Troubles::Arm(const Trouble& trouble) {
   }
 }
 
+// What comes after the end would spoil the peace that the run then needs.
 void Troubles::Happen(const Trouble& trouble) {
   const TroubleKind& kind = *trouble.kind;
   if (!ended_ && (!kind.traits.needsDfuMode || stage_.keyboard.mode() == KeyboardMode::Dfu)) {
