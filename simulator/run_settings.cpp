@@ -20,6 +20,7 @@ using Texts = std::vector<std::string>;
 
 constexpr char FaultName[] = "fault";
 constexpr char MapName[] = "map";
+constexpr char PackageName[] = "package";
 
 // The scenario's settings, and what a run has on top of them.
 struct RunSettings : Scenario {
@@ -213,6 +214,11 @@ bool TakeOptions(const RunSources& sources, RunSettings& settings, PackageRefusa
     }
     for (const std::string& value : values) {
       std::string reason;
+      if (name == PackageName) {
+        // A file whatever its name is; what is wrong with that is told when it is read.
+        settings.packageDraft.file = value;
+        continue;
+      }
       if (!taker.Take({0, name, value}, reason)) {
         return Refuse(reason, refusal);
       }
