@@ -19,14 +19,16 @@ function Get-Packages {
         Sort-Object Date, { [version] $_.Version } -Descending)
 }
 
-# 3010 stands for done, with a restart of the machine to come.
+# 259 stands for a package that is in the store and has no device to go to yet, 3010 for done, with
+# a restart of the machine to come.
 function Invoke-PnpUtil {
     & pnputil.exe @args
-    if ($LASTEXITCODE -notin 0, 3010) { throw "pnputil $args failed with $LASTEXITCODE" }
+    if ($LASTEXITCODE -notin 0, 259, 3010) { throw "pnputil $args failed with $LASTEXITCODE" }
 }
 
 function Stop-Vantrel { Get-Service Vantrel -ErrorAction SilentlyContinue | Stop-Service }
-function Start-Vantrel { Start-Service Vantrel }
+# The service comes with the keyboard: where none was ever attached there is none to start.
+function Start-Vantrel { Get-Service Vantrel -ErrorAction SilentlyContinue | Start-Service }
 
 # Whoever owns these three names is given what any program of session 0 tells a debugger: the
 # process's number, then the text, in the machine's ANSI code page.
@@ -55,7 +57,10 @@ switch ($Action) {
     'remove' {
         Stop-Vantrel
         Get-Packages | ForEach-Object { Invoke-PnpUtil /delete-driver $_.Driver /uninstall /force }
-        if (Get-Service Vantrel -ErrorAction SilentlyContinue) { & sc.exe delete Vantrel }
+        if (Get-Service Vantrel -ErrorAction SilentlyContinue) {
+            & sc.exe delete Vantrel
+            if ($LASTEXITCODE -ne 0) { throw "sc delete failed with $LASTEXITCODE" }
+        }
     }
     'rollback' {
         $packages = Get-Packages

@@ -43,6 +43,8 @@ void AddContents(const Package& package, const CheckOptions& options, const Json
   check["warnings"] = PackageWarnings(package, options.keyboardIds);
 }
 
+// Counted from the service's cuts; the time alone comes from a run, since it depends on when the
+// service looks.
 void AddPlan(const Package& package, const CheckOptions& options, const Json& view, Json& check) {
   Json plan = view["plan"];
   plan["transferSize"] = options.keyboard.bootloader.transferSize;
@@ -79,6 +81,7 @@ void PrintTarget(const Json& target, std::FILE* out) {
   }
 }
 
+// One value a line, so that two plans can be compared.
 void PrintPlan(const Json& plan, std::FILE* out) {
   const auto count = [&](const char* name) { return CountText(plan[name].get<u64>()); };
   std::fprintf(out, "plan for blocks of %s bytes\n", count("transferSize").c_str());

@@ -54,6 +54,7 @@ Json DecideUpdate(const UpdateRunOptions& options) {
   return AskChild([&](const std::string& driveFolder) { return Decide(options, driveFolder); });
 }
 
+// In columns: what counts is which two values stand beside each other.
 void PrintDecision(const Json& decision, std::FILE* out) {
   std::fprintf(out, "package %s\n", decision["file"].get<std::string>().c_str());
   for (const Json& gate : decision["gates"]) {

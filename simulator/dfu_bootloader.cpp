@@ -15,6 +15,7 @@ constexpr std::size_t AddressedCommandBytes = 5;
 constexpr std::size_t MassEraseBytes = 1;
 constexpr u16 FirstDataBlock = 2;
 
+// Behind the command byte, lowest byte first.
 u32 AddressOf(const Bytes& command) {
   return u32{command[1]} | u32{command[2]} << 8 | u32{command[3]} << 16 | u32{command[4]} << 24;
 }
@@ -44,6 +45,7 @@ void DfuBootloader::LosePower(u64 nowMs) {
   kept_.clear();
 }
 
+// Only where it can matter: else each erase would copy a whole sector for nothing.
 void DfuBootloader::KeepForPowerLoss(u32 address, std::size_t count) {
   if (options_.donePercentAtPowerLoss < 100) {
     keptAddress_ = address;
@@ -87,6 +89,7 @@ UsbReply DfuBootloader::Refuse(u8 status) {
   return {UsbResult::Stalled, {}};
 }
 
+// The state stays until somebody clears it, and the status says what it was.
 u32 DfuBootloader::Fail(u8 status) {
   state_ = dfuERROR;
   status_ = status;
@@ -247,6 +250,8 @@ u32 DfuBootloader::ExecuteCommand() {
   }
 }
 
+// Larger sectors take longer on real parts, roughly in proportion; there is a share that does not
+// depend on the size.
 u32 DfuBootloader::ExecuteErase(u32 address) {
   const FlashSector* const sector = flash_.FindSector(address);
   if (sector == nullptr) {

@@ -93,6 +93,7 @@ Bytes StringDescriptor(const std::string& text) {
   return bytes;
 }
 
+// A setting may tell what it likes. What the flash takes shows when it is written.
 std::string MapStringOf(const KeyboardOptions& options, std::size_t setting) {
   return options.alternateSettings[setting].mapString.value_or(
       MemoryMapText(options.flashName, options.flash));
@@ -121,6 +122,7 @@ UsbReply AnswerString(const KeyboardOptions& options, u8 index) {
 
 }  // namespace
 
+// One interface, of the class that the driver package names; all alternate settings are in it.
 platform::Device MakeDfuDevice(const KeyboardOptions& options,
                                std::shared_ptr<platform::UsbBackEnd> backEnd) {
   char name[64];

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,7 +19,7 @@ namespace fs = std::filesystem;
 
 constexpr char NameBegin[] = "vantrel-";
 
-// The folder, locked for this process; -1 while another one has it, or when it is none of ours.
+// The folder, locked for this process; -1 while another one has it.
 // A lock of the file system goes with the process that holds it, however that ends; no file has to
 // be cleared away for it.
 int Lock(const std::string& path) {
@@ -30,17 +31,33 @@ int Lock(const std::string& path) {
   return folder;
 }
 
+// Its lock goes last: until then nobody else takes it for a leftover.
 void Remove(const std::string& path, int lock) {
   std::error_code ignored;
   fs::remove_all(path, ignored);
   close(lock);
 }
 
+// Whether a name is one that HostFolder makes, process and six characters included: a person may
+// have a folder of their own that begins alike.
+bool IsNameOfOurs(const std::string& name) {
+  const std::size_t digits = sizeof(NameBegin) - 1;
+  const std::size_t dash = name.find_first_not_of("0123456789", digits);
+  return name.starts_with(NameBegin) && dash != std::string::npos && dash > digits &&
+         name[dash] == '-' && name.size() == dash + 1 + 6;
+}
+
+bool IsOurs(const fs::path& path) {
+  struct stat facts {};
+  return IsNameOfOurs(path.filename().string()) && lstat(path.c_str(), &facts) == 0 &&
+         S_ISDIR(facts.st_mode) && facts.st_uid == geteuid();
+}
+
 // Whoever was killed could not clear up. The next run does it, so that nothing piles up.
 void RemoveLeftovers(const fs::path& parent) {
   std::error_code error;
   for (fs::directory_iterator at(parent, error), end; !error && at != end; at.increment(error)) {
-    if (at->path().filename().string().starts_with(NameBegin)) {
+    if (IsOurs(at->path())) {
       const int lock = Lock(at->path().string());
       if (lock >= 0) {
         Remove(at->path().string(), lock);

@@ -37,6 +37,7 @@ std::vector<u8> BytesOfLine(const std::string& line) {
   return sound ? bytes : std::vector<u8>();
 }
 
+// Byte by byte, because lines may come in any order.
 struct HexReader {
   std::map<u32, u8> memory;
   u32 base = 0;

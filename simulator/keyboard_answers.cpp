@@ -60,6 +60,7 @@ class VirtualKeyboard::DfuDevice : public platform::UsbBackEnd {
   VirtualKeyboard& keyboard_;
 };
 
+// Made anew at each attachment, as Windows does: what it had before is gone with its handles.
 std::vector<Device> VirtualKeyboard::MakeDevices() {
   if (mode_ == KeyboardMode::Dfu) {
     return {MakeDfuDevice(options_, std::make_shared<DfuDevice>(*this))};

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "dfudevice/memory_map_parser.h"
 #include "simulator/setting_lines.h"
 
 namespace simulator {
@@ -111,27 +110,6 @@ bool ReadText(const std::string& text, KeyboardMemory& memory) {
   return true;
 }
 
-// Whether the service's own parser makes the same sectors of the text, one by one.
-// A map means what the service makes of it. Where the two readers differ, a run would show memory
-// that the service does not see.
-bool ServiceReadsTheSame(const KeyboardMemory& memory) {
-  MemoryMap map{};
-  if (ParseMemoryMap(memory.text.data(), memory.text.size(), map) != 1) {
-    return false;
-  }
-  // Laid out sector by sector, because the service keeps no runs.
-  const NorFlash flash(memory.flash);
-  const std::vector<FlashSector>& sectors = flash.sectors();
-  const bool same =
-      std::equal(map.sectors, map.sectors + map.sectorCount, sectors.begin(), sectors.end(),
-                 [](const MemorySector& theirs, const FlashSector& ours) {
-                   return theirs.address == ours.address && theirs.size == ours.sizeBytes &&
-                          theirs.attributes == ours.access;
-                 });
-  delete[] map.sectors;
-  return same;
-}
-
 }  // namespace
 
 std::string MemoryMapText(const std::string& name, const std::vector<FlashRegion>& regions) {
@@ -154,22 +132,6 @@ std::string MemoryMapText(const std::string& name, const std::vector<FlashRegion
 std::optional<KeyboardMemory> ReadMemoryMap(const std::string& text) {
   KeyboardMemory memory{text, {}, {}};
   return ReadText(text, memory) && LieApart(memory.flash) ? std::optional(memory) : std::nullopt;
-}
-
-std::optional<KeyboardMemory> ReadMapOption(const std::string& text, std::string& reason) {
-  if (text.size() > LongestStringChars) {
-    reason =
-        "is longer than the " + std::to_string(LongestStringChars) + " characters of a USB string";
-    return std::nullopt;
-  }
-  std::optional<KeyboardMemory> memory = ReadMemoryMap(text);
-  reason =
-      "takes a memory map such as \"@Internal Flash  /0x08000000/04*016Kg\", not '" + text + "'";
-  if (memory.has_value() && !ServiceReadsTheSame(*memory)) {
-    reason = "is read otherwise by the service: '" + text + "'";
-    memory.reset();
-  }
-  return memory;
 }
 
 }  // namespace simulator

@@ -31,9 +31,4 @@ std::string MemoryMapText(const std::string& name, const std::vector<FlashRegion
 // space or come to more than 64 MiB.
 std::optional<KeyboardMemory> ReadMemoryMap(const std::string& text);
 
-// The same for a map that a person states for a keyboard. Empty, too, when a device's string has no
-// room for it or the service reads other sectors from it; reason then goes on from the option's
-// name.
-std::optional<KeyboardMemory> ReadMapOption(const std::string& text, std::string& reason);
-
 }  // namespace simulator

@@ -44,6 +44,7 @@ void NorFlash::Erase(const FlashSector& sector) {
   std::fill_n(first, sector.sizeBytes, Erased);
 }
 
+// As a new part comes.
 void NorFlash::EraseAll() {
   std::fill(bytes_.begin(), bytes_.end(), Erased);
 }
@@ -98,6 +99,7 @@ void NorFlash::Overwrite(u32 address, const std::vector<u8>& data) {
   }
 }
 
+// All or nothing: half of what was asked for would look like firmware that is too short.
 std::optional<std::vector<u8>> NorFlash::Read(u32 address, std::size_t count) const {
   std::vector<u8> read;
   while (read.size() < count) {

@@ -276,6 +276,7 @@ std::optional<KeyboardVersion> ParseVersion(const std::string& text) {
   return KeyboardVersion{digit(0), digit(2), digit(4), digit(6)};
 }
 
+// With dots, as in the names of packages.
 std::string VersionText(const KeyboardVersion& version) {
   const auto digit = [](u8 value) { return std::to_string(value); };
   return digit(version.major) + "." + digit(version.minor) + "." + digit(version.modelId) + "." +

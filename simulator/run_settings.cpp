@@ -7,6 +7,7 @@
 #include <set>
 #include <utility>
 
+#include "dfudevice/memory_map_parser.h"
 #include "simulator/exit_codes.h"
 #include "simulator/memory_map.h"
 
@@ -19,6 +20,7 @@ using Texts = std::vector<std::string>;
 
 constexpr char FaultName[] = "fault";
 constexpr char MapName[] = "map";
+constexpr char PackageName[] = "package";
 
 // The scenario's settings, and what a run has on top of them.
 struct RunSettings : Scenario {
@@ -143,6 +145,46 @@ void AddMemory(const KeyboardMemory& memory, std::vector<FlashRegion>& flash) {
   }
 }
 
+// Whether the service's own parser makes the same sectors of the text, one by one.
+// A map means what the service makes of it. Where the two readers differ, a run would show memory
+// that the service does not see.
+bool ServiceReadsTheSame(const KeyboardMemory& memory) {
+  MemoryMap map{};
+  if (ParseMemoryMap(memory.text.data(), memory.text.size(), map) != 1) {
+    return false;
+  }
+  // Laid out sector by sector, because the service keeps no runs.
+  const NorFlash flash(memory.flash);
+  const std::vector<FlashSector>& sectors = flash.sectors();
+  const bool same =
+      std::equal(map.sectors, map.sectors + map.sectorCount, sectors.begin(), sectors.end(),
+                 [](const MemorySector& theirs, const FlashSector& ours) {
+                   return theirs.address == ours.address && theirs.size == ours.sizeBytes &&
+                          theirs.attributes == ours.access;
+                 });
+  delete[] map.sectors;
+  return same;
+}
+
+// A map that a person states for a keyboard. Empty when it is none, when a device's string has no
+// room for it, or when the service reads other sectors from it; reason then goes on from the
+// option's name.
+std::optional<KeyboardMemory> ReadMapOption(const std::string& text, std::string& reason) {
+  if (text.size() > LongestStringChars) {
+    reason =
+        "is longer than the " + std::to_string(LongestStringChars) + " characters of a USB string";
+    return std::nullopt;
+  }
+  std::optional<KeyboardMemory> memory = ReadMemoryMap(text);
+  reason =
+      "takes a memory map such as \"@Internal Flash  /0x08000000/04*016Kg\", not '" + text + "'";
+  if (memory.has_value() && !ServiceReadsTheSame(*memory)) {
+    reason = "is read otherwise by the service: '" + text + "'";
+    memory.reset();
+  }
+  return memory;
+}
+
 bool TakeMaps(const Texts& maps, RunSettings& settings, PackageRefusal& refusal) {
   settings.keyboard.flash.clear();
   settings.keyboard.alternateSettings.clear();
@@ -172,6 +214,11 @@ bool TakeOptions(const RunSources& sources, RunSettings& settings, PackageRefusa
     }
     for (const std::string& value : values) {
       std::string reason;
+      if (name == PackageName) {
+        // A file whatever its name is; what is wrong with that is told when it is read.
+        settings.packageDraft.file = value;
+        continue;
+      }
       if (!taker.Take({0, name, value}, reason)) {
         return Refuse(reason, refusal);
       }

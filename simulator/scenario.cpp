@@ -210,7 +210,7 @@ bool ReadPackageLine(Scenario& scenario, const std::string& value) {
   const std::optional<KeyboardVersion> version = ParseVersion(value);
   scenario.packageDraft.version = version.value_or(scenario.packageDraft.version);
   scenario.packageDraft.file = version.has_value() ? "" : value;
-  return version.has_value() || value.ends_with(".dfu");
+  return version.has_value() || value.ends_with(".dfu") || value.ends_with(".DFU");
 }
 
 std::string ElementText(const ElementDraft& element) {

@@ -29,6 +29,7 @@ Json DescribeTarget(const DfuImage& image) {
           {"elements", elements}};
 }
 
+// Of all elements, whether they overlap or not, as the service counts them.
 u64 BytesOf(const DfuImage& image) {
   u64 bytes = 0;
   for (u32 i = 0; i < image.Elements.size(); ++i) {

@@ -64,11 +64,13 @@ void Tablet::LogOnUser() {
   machine_.processes.Add({.id = ShellProcessId, .moduleName = u"explorer.exe", .sessionId = 1});
 }
 
+// The keys of the session go and so does the shell. The service finds nobody to tell.
 void Tablet::LogOffUser() {
   machine_.registry.RemoveKey(FirstSessionKey);
   machine_.processes.Remove(ShellProcessId);
 }
 
+// Automatic start, as the driver package installs it.
 void Tablet::StartService() {
   machine_.StartServiceProcess(RunServiceProcess);
 }
@@ -81,6 +83,7 @@ bool Tablet::PassTimeUntil(const std::function<bool()>& condition, u64 atMostMs)
   return machine_.scheduler.WaitUntil(condition, nowMs() + atMostMs);
 }
 
+// The notifier shows the one word on its command line, so a word is told when it is started.
 std::vector<ToldWord> Tablet::WordsTold() const {
   std::vector<ToldWord> words;
   for (const platform::LaunchedProcess& launch : machine_.processes.launches.All()) {

@@ -38,6 +38,7 @@ const char* NameOfState(DWORD state) {
   }
 }
 
+// Nothing for what went well: most transfers do.
 const char* NameOfResult(platform::UsbResult result) {
   switch (result) {
     case platform::UsbResult::Done:
@@ -87,6 +88,7 @@ std::string DescribeStatus(const platform::TransferRecord& record) {
          Format(", poll %u ms", poll, 0);
 }
 
+// Request numbers of the two classes overlap, but a keyboard is one or the other.
 std::string DescribeClassRequest(const platform::TransferRecord& record) {
   switch (record.setup.Request) {
     case DfuDnload:

@@ -19,6 +19,7 @@ bool TakeOne(std::atomic<u32>& counter) {
 
 }  // namespace
 
+// Before the service starts, so that numbers of calls and transfers count from its first.
 void Troubles::Arm() {
   for (const Trouble& trouble : troubles_) {
     Arm(trouble);

@@ -24,6 +24,8 @@ constexpr char StateErased[] = "erased";
 constexpr char StateWritten[] = "written";
 constexpr char StateRefused[] = "refused";
 
+// The only request that the service sends to a keyboard in normal mode besides asking for its
+// string.
 bool IsSetReport(const platform::TransferRecord& record) {
   constexpr u8 SetReport = 9;
   return (record.setup.RequestType & TypeMask) == ClassType && record.setup.Request == SetReport;
@@ -39,6 +41,8 @@ UpdatePicture::UpdatePicture(const NorFlash& flash) {
   phases_.push_back({.name = StartUp});
 }
 
+// What is left over when all that is known is taken away: a fixed delay where the service always
+// sleeps, waiting elsewhere.
 UpdatePhase UpdatePicture::Until(UpdatePhase phase, u64 timeMs) {
   phase.toMs = std::max(phase.toMs, timeMs);
   const u64 known = phase.deviceMs + phase.wireMs;
@@ -92,6 +96,7 @@ void UpdatePicture::Note(const platform::TransferRecord& record) {
   }
 }
 
+// A block that is followed by another one was taken, even when nobody asked how it went.
 void UpdatePicture::NoteWork(const WireWork& work, const platform::TransferRecord& record) {
   FinishBlock();
   pending_ = work;
@@ -139,6 +144,8 @@ void UpdatePicture::FinishBlock() {
   }
 }
 
+// Null where the keyboard has no memory: nothing is drawn there, the list of dropped bytes shows
+// it.
 UpdatePicture::Sector* UpdatePicture::Find(u32 address) {
   const auto found = std::find_if(sectors_.begin(), sectors_.end(), [&](const Sector& sector) {
     return address >= sector.address && address - sector.address < sector.sizeBytes;

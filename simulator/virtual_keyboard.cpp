@@ -43,10 +43,13 @@ void VirtualKeyboard::AttachInDfuMode() {
   Boot(true, std::nullopt);
 }
 
+// Whatever it is doing: a hand asks nobody.
 void VirtualKeyboard::Detach() {
   Unplug(KeyboardMode::Detached, std::nullopt);
 }
 
+// A keyboard that was in DFU mode mostly has half a firmware by then, so it is for the caller to
+// say how it comes back.
 void VirtualKeyboard::PullFor(u64 milliseconds, bool backInDfuMode) {
   const std::optional<u64> life = Unplug(KeyboardMode::Detached, std::nullopt);
   BootAfter(milliseconds, backInDfuMode, *life);
@@ -112,6 +115,7 @@ void VirtualKeyboard::EnableInOrder(const std::vector<std::u16string>& paths, u6
                            });
 }
 
+// A pull and a return may overtake what an earlier life still has to do.
 bool VirtualKeyboard::IsInLife(u64 life) const {
   const std::scoped_lock lock(lock_);
   return life == life_;
@@ -188,6 +192,7 @@ void VirtualKeyboard::Change(const std::function<void(KeyboardOptions&)>& change
   change(options_);
 }
 
+// Told once, by whichever request asks for the status next.
 void VirtualKeyboard::ScriptStatus(const DfuStatusReply& reply) {
   const std::scoped_lock lock(lock_);
   bootloader_.ScriptStatus(reply);
@@ -233,6 +238,7 @@ void VirtualKeyboard::WriteFlash(const NorFlash& flash) {
   flash_ = flash;
 }
 
+// The verdict rests on this: bytes that were read back, not answers that were given.
 bool VirtualKeyboard::FlashHolds(const std::vector<DfuSeElement>& elements) const {
   const std::scoped_lock lock(lock_);
   return std::all_of(elements.begin(), elements.end(), [&](const DfuSeElement& element) {

@@ -24,6 +24,7 @@ std::optional<WireWork> WireReader::Read(const platform::TransferRecord& record)
   if (data.empty()) {
     return WireWork{WireWork::Kind::Leave, base_, 0};
   }
+  // Commands go under the first number, data from the third one on.
   if (record.setup.Value == CommandBlock && data.size() == CommandBlockBytes) {
     base_ = u32{data[1]} | u32{data[2]} << 8 | u32{data[3]} << 16 | u32{data[4]} << 24;
     return WireWork{data[0] == EraseCommand ? WireWork::Kind::Erase : WireWork::Kind::SetAddress,

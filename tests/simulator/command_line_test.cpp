@@ -129,6 +129,7 @@ TEST_F(CommandLineTest, TellsWhatKindOfFileItCannotUse) {
   std::ofstream(folder_ + "/VantrelKb_1.6.2.1.dfu").close();
   fs::resize_file(folder_ + "/VantrelKb_1.6.2.1.dfu", u64{5} << 30);
   std::ofstream(folder_ + "/firmware.dfu") << "x";
+  std::ofstream(folder_ + "/firmware.bin") << "x";
   const struct {
     const char* file;
     const char* reason;
@@ -139,6 +140,7 @@ TEST_F(CommandLineTest, TellsWhatKindOfFileItCannotUse) {
       {"VantrelKb_1.6.2.1.dfu",
        "it is larger than any keyboard's flash (268435456 bytes at the most)", 1},
       {"firmware.dfu", "its name carries no version", 3},
+      {"firmware.bin", "its name does not end in .dfu, so the service does not find it", 3},
   };
   for (const auto& test : cases) {
     for (const char* const command : {"--package ", "check "}) {
