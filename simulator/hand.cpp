@@ -12,8 +12,8 @@ Hand::Hand(Tablet& tablet, VirtualKeyboard& keyboard, VirtualKeyboard& second, T
       options_(options),
       foreign_(tablet.machine(), {}),
       // Nobody judges here, so nobody needs to be told what the hand does.
-      stage_{
-          tablet, keyboard, second, foreign_, deliveries_, [](StageEvent) {}, options.refuseMemory},
+      // Memory is counted in the proof alone, so none is refused.
+      stage_{tablet, keyboard, second, foreign_, deliveries_, [](StageEvent) {}, [](u64) {}},
       troubles_(stage_, options.troubles) {}
 
 void Hand::Begin() {
@@ -94,7 +94,7 @@ void Hand::WriteUnmet(std::FILE* stream) const {
   }
 }
 
-// Times always come, and who refuses memory notes it elsewhere.
+// Times always come.
 bool Hand::IsMet(const Trouble& trouble) const {
   switch (trouble.kind->place) {
     case FaultPlace::Block:
@@ -108,8 +108,9 @@ bool Hand::IsMet(const Trouble& trouble) const {
       return tablet_.machine().gate.total() >= trouble.at;
     case FaultPlace::Transfer:
       return tablet_.machine().transfers.total() >= trouble.at;
-    case FaultPlace::Time:
     case FaultPlace::Request:
+      return false;
+    case FaultPlace::Time:
       break;
   }
   return true;

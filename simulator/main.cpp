@@ -14,7 +14,6 @@
 #include "simulator/host_process.h"
 #include "simulator/nearest_option.h"
 #include "simulator/pack.h"
-#include "simulator/product_memory.h"
 #include "simulator/report.h"
 #include "simulator/run_settings.h"
 #include "simulator/update_run.h"
@@ -73,7 +72,6 @@ bool ReadRun(Arguments& arguments, simulator::UpdateRunOptions& options, Json& r
     return false;
   }
   options.realtime = arguments.realtime;
-  options.refuseMemory = simulator::RefuseMemoryRequest;
   return true;
 }
 

@@ -29,9 +29,6 @@ struct UpdateRunOptions {
   std::vector<Trouble> troubles;  // those of a time in their order
   std::string expected;           // the reason of the result that is hoped for; empty: none
 
-  // For a fault at a request for memory; null in a program whose memory does not count.
-  void (*refuseMemory)(u64 number) = nullptr;
-
   bool realtime = false;
   std::string driveFolder;  // see TabletOptions
   TimelineOptions timeline;
