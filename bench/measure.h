@@ -49,8 +49,8 @@ class Meter {
   double wallBefore_;
 };
 
-// A package with so much firmware, in so many elements side by side, and a keyboard with the memory
-// for it: so many sectors beside each other from the usual address on.
+// A package with that much firmware, in elements side by side, and the memory of a keyboard for it:
+// sectors beside each other from the usual address on.
 simulator::Package PackageOf(u32 firmwareBytes, u32 elements = 2);
 std::vector<simulator::FlashRegion> FlashOf(u32 sectors, u32 sectorBytes);
 

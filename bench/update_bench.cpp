@@ -92,7 +92,7 @@ Work FirmwareOf(u32 bytes, u32 elements) {
   return {bytes, elements, bench::FlashOf(bytes / 65'536 + 1, 65'536), ""};
 }
 
-// 64 KiB of firmware on a device that says it has so many sectors of 1 KiB.
+// 64 KiB of firmware on a device that claims a number of sectors of 1 KiB.
 Work SectorsOf(u32 sectors) {
   return {64 * 1024, 2, bench::FlashOf(sectors, 1024),
           "@Flash/0x08000000/" + std::to_string(sectors) + "*001Kg"};
@@ -112,7 +112,7 @@ void ManySectors(benchmark::State& state) {
   Measure(state, SectorsOf(static_cast<u32>(state.range(0))));
 }
 
-// 16 MiB of firmware in so many elements, on sectors of 64 KiB.
+// 16 MiB of firmware in a number of elements, on sectors of 64 KiB.
 void ManyElements(benchmark::State& state) {
   Measure(state, FirmwareOf(16 << 20, static_cast<u32>(state.range(0))));
 }

@@ -19,7 +19,7 @@
 inline constexpr std::size_t MemoryMapTextChars = 511;
 
 // The most sectors that a map, or all maps of a device, may have. A text of a few characters can
-// ask for millions of them; so many fill 1.5 MiB, and cover 256 MiB of flash in sectors of 4 KiB.
+// ask for millions of them; this many fill 1.5 MiB, and cover 256 MiB of flash in sectors of 4 KiB.
 inline constexpr u32 MemoryMapMaxSectors = 65536;
 
 // Parses text, textChars characters of the ANSI code page that need no NUL; a NUL among them ends

@@ -18,6 +18,6 @@ u32 DfuRemovalsTold();
 // Whether one of these stands: nobody has taken it back.
 bool DfuRemovalStands(u32 removalsTold);
 
-// Takes back the first so many removals. Called for a request that was answered with what
+// Takes back that many removals, the first ones. Called for a request that was answered with what
 // DfuRemovalsTold gave before it was sent, and at the beginning of an update.
 void ForgetDfuRemovals(u32 removalsTold);

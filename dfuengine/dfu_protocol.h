@@ -50,11 +50,11 @@ inline constexpr u16 CommandBlock = 0;
 inline constexpr u16 UnusedBlock = 1;
 inline constexpr u16 FirstDataBlock = 2;
 
-// So many data blocks an element may have: block numbers are 16 bits wide, and the next one would
+// The most data blocks of an element: block numbers are 16 bits wide, and the next one would
 // come round to block 0.
 inline constexpr u32 MaximumDataBlocks = 0x10000 - FirstDataBlock;
 
-// How many data blocks so many bytes make; a last, short block counts. transferSize is not 0.
+// How many data blocks the bytes make; a last, short block counts. transferSize is not 0.
 constexpr u64 BlockCount(u32 sizeBytes, u16 transferSize) {
   return (u64{sizeBytes} + transferSize - 1) / transferSize;
 }

@@ -24,7 +24,7 @@ u32 NextOperationId() {
 }
 
 OperationThread* MakeOperation(OperationContext& context, u32 operationCode) {
-  if (operationCode <= OperationLeave) {
+  if (LeavesDfuMode(operationCode)) {
     return new (std::nothrow) LeaveDfuOperation(context);
   }
   return new (std::nothrow) FlashOperation(context);

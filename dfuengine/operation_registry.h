@@ -15,11 +15,11 @@ extern IntrusiveList<OperationThread> operationRegistry;
 
 // Makes an operation from the caller's context, registers it and starts its thread.
 //
-// operationCode chooses the kind (0 and 1 leave, 3 and 4 erase and download); the operation itself
-// goes by the context's operationCode. On success the new id, which is never 0, is in operationId
-// and successCode comes back. A thread that cannot be created does not count as a failure: the
-// operation then stays where it is. On failure operationId is untouched and nothing is registered:
-// StatusNothingToWorkOn (refused code), StatusDeviceNotOpened, StatusRequestFailed (see
+// operationCode chooses the kind (see LeavesDfuMode; erase and download are of one kind); the
+// operation itself goes by the context's operationCode. On success the new id, which is never 0, is
+// in operationId and successCode comes back. A thread that cannot be created does not count as a
+// failure: the operation then stays where it is. On failure operationId is untouched and nothing is
+// registered: StatusNothingToWorkOn (refused code), StatusDeviceNotOpened, StatusRequestFailed (see
 // OperationThread; also when memory is short).
 //
 // A refused code leaves the context as it was. Otherwise its status tells the outcome, and its

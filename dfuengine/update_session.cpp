@@ -69,12 +69,8 @@ void EndFailedSession() {
   ChangeMark(ArrivalMark::Remembered, ArrivalMark::Due);
 }
 
-bool IsLeave(const OperationContext& record) {
-  return record.operationCode <= OperationLeave;
-}
-
 Stand JudgeEnded(const OperationContext& record) {
-  if (IsLeave(record)) {
+  if (LeavesDfuMode(record.operationCode)) {
     return Stand::Left;
   }
   return record.operationCode == OperationErase ? Stand::Erased : Stand::Downloaded;
@@ -87,7 +83,8 @@ Stand JudgeRecord(const OperationContext& record, bool running) {
   if (record.percent == PercentDone) {
     return JudgeEnded(record);
   }
-  if (IsLeave(record) && (record.phase == PhaseLeaving || record.phase == PhaseLeft)) {
+  if (LeavesDfuMode(record.operationCode) &&
+      (record.phase == PhaseLeaving || record.phase == PhaseLeft)) {
     return Stand::Leaving;
   }
   return running ? Stand::Working : Stand::Abandoned;

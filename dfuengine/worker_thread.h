@@ -43,7 +43,7 @@ class WorkerThread {
   // One piece of the work. 0 ends the thread; otherwise it waits for StepTimeout and comes back.
   virtual i32 Step() = 0;
 
-  // How many further handles the thread shall wait for; fills in so many of the
+  // How many further handles the thread shall wait for; fills them into the first of the
   // ExtraWaitHandleLimit - 1 places given. The handles stay the subclass's.
   virtual u32 ExtraWaitHandleCount(HANDLE* handles);
 

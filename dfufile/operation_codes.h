@@ -21,3 +21,7 @@ inline constexpr u32 OperationDownload = 4;
 
 // Never launched, nor is any code above it. Every sector.
 inline constexpr u32 OperationEverySector = 5;
+
+constexpr bool LeavesDfuMode(u32 operationCode) {
+  return operationCode <= OperationLeave;
+}

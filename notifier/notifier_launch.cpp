@@ -135,8 +135,9 @@ void StartNotifier(const LaunchHandles& handles, const NotifierMessage& message)
     WriteDebugFormat(TEXT("Process token open error: %u\n"), error);
     return;
   }
-  CloseHandle(notifier.hProcess);
-  CloseHandle(notifier.hThread);
+  // Nobody waits for it.
+  const KernelHandle process(notifier.hProcess);
+  const KernelHandle thread(notifier.hThread);
 }
 
 }  // namespace

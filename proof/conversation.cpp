@@ -1,5 +1,8 @@
 #include "proof/conversation.h"
 
+#include <algorithm>
+#include <cstdio>
+
 #include "simulator/timeline.h"
 
 namespace proof {
@@ -25,6 +28,34 @@ bool IsSame(const Request& wanted, const platform::TransferRecord& found) {
   return found.setup.RequestType == wanted.type && found.setup.Request == wanted.request &&
          found.setup.Value == wanted.value && found.setup.Index == 0 &&
          found.setup.Length == wanted.length && (!toDevice || found.data == wanted.data);
+}
+
+std::string HexText(unsigned value) {
+  char text[16];
+  std::snprintf(text, sizeof(text), "0x%02X", value);
+  return text;
+}
+
+// What the two lines above each other do not show: where the bytes part, or an odd setup packet.
+// Empty when they show it.
+std::string FirstDifference(const Request& wanted, const platform::TransferRecord& found) {
+  if (Describe(wanted) != DescribeTransfer(found)) {
+    return "";
+  }
+  if (found.setup.Index != 0 || found.setup.Length != wanted.length) {
+    return " with wIndex " + std::to_string(found.setup.Index) + " and wLength " +
+           std::to_string(found.setup.Length) + " instead of 0 and " +
+           std::to_string(wanted.length);
+  }
+  const std::size_t most = std::min(wanted.data.size(), found.data.size());
+  for (std::size_t at = 0; at < most; ++at) {
+    if (wanted.data[at] != found.data[at]) {
+      return " with byte " + std::to_string(at) + " " + HexText(found.data[at]) + " instead of " +
+             HexText(wanted.data[at]);
+    }
+  }
+  return " with " + std::to_string(found.data.size()) + " bytes of data instead of " +
+         std::to_string(wanted.data.size());
 }
 
 platform::Call CallOf(const Request& wanted) {
@@ -97,11 +128,14 @@ void Conversation::Compare(const Request& wanted, const Event& found) {
                      DescribeTransfer(found.transfer) + " for another");
   }
   if (!IsSame(wanted, found.transfer)) {
-    Fault(found, "expected " + Describe(wanted) + ", found " + DescribeTransfer(found.transfer));
+    Fault(found, "expected " + Describe(wanted) + ", found " + DescribeTransfer(found.transfer) +
+                     FirstDifference(wanted, found.transfer));
   }
   if (found.transfer.startMs < operation_.dueMs) {
     Fault(found, "expected " + DescribeTransfer(found.transfer) + " not before " +
-                     SecondsText(operation_.dueMs) + ", when the device asked for it, found it");
+                     SecondsText(operation_.dueMs) +
+                     ", when the device asked for it, found it at " +
+                     SecondsText(found.transfer.startMs));
   }
 }
 

@@ -78,7 +78,7 @@ class Conversation {
   // The last request of an operation that has failed. That it has was to be seen before.
   void Abort();
 
-  // The device asked to be left alone for so long after its last answer.
+  // The device asked to be left alone for that long after its last answer.
   void Wait(u64 milliseconds) { operation_.dueMs = operation_.endMs + milliseconds; }
 
   // One block or command, tried up to three times.

@@ -14,7 +14,8 @@ namespace {
 // next; when that fails the second one tells.
 constexpr u64 TwoTicksMs = 6'000;
 
-// For what a tick itself has to do, and for who holds the lock that it needs: a few descriptors.
+// For what a tick itself has to do, and for whoever holds the lock that it needs: a few
+// descriptors.
 constexpr u64 WorkMs = 1'000;
 
 constexpr u64 LongestTransferMs = platform::ControlTimeoutMs + 1'000;

@@ -81,7 +81,7 @@ Happening HappeningOf(StageEvent event) {
   return Happening::Ended;
 }
 
-// The one of the process, for who cannot be handed it.
+// The one of the process, for callbacks that cannot be handed it.
 Life* runningLife = nullptr;
 
 }  // namespace

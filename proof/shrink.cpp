@@ -58,7 +58,7 @@ std::vector<PlanNumber> NumbersOf(TrialPlan& plan) {
 }
 
 // Greedy: it keeps what still fails and never goes back. A trial takes milliseconds, so a few
-// hundred are no matter; the smallest plan of all it need not find.
+// hundred do not matter; the smallest plan of all it need not find.
 class Shrinker {
  public:
   Shrinker(TrialPlan& plan, const std::function<std::string(const TrialPlan&)>& run)

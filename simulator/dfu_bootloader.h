@@ -58,7 +58,7 @@ enum DfuRequest : u8 {
 struct BootloaderOptions {
   u16 transferSize = 1024;
 
-  // How long an erase keeps the device busy: so long for any sector, so long for each 16 KiB of it.
+  // How long an erase keeps the device busy: a time for any sector, and one for each 16 KiB of it.
   u32 eraseBaseMs = 150;
   u32 erasePer16KiBMs = 100;
 
@@ -96,7 +96,7 @@ struct DeviceFault {
   bool isPulled = false;  // the keyboard is, and plugged in again after the time
   bool stalls = false;    // the request is refused
   u8 status = dfuOK;      // what the work ends with; the flash stays as it was
-  u32 milliseconds = 0;   // so much longer is it busy, unless it is pulled
+  u32 milliseconds = 0;   // it is busy for longer by that, unless it is pulled
 };
 
 // Where the time of an update went, as the device sees it.

@@ -91,8 +91,6 @@ std::string ReadAll(int file) {
 // Threads of the simulated machine still stand where its end left them: no destructor may run.
 [[noreturn]] void Answer(const std::function<Json(const std::string&)>& work,
                          const std::string& folder, int file) {
-  // Whoever ends the command with a signal that cannot be caught ends the child with it.
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
   Json answer;
   try {
     answer["result"] = work(folder);
@@ -105,20 +103,19 @@ std::string ReadAll(int file) {
 }
 
 // Read before the child is waited for: an answer longer than the pipe would hold it up for ever.
+// end tells how the child ended, as WaitForChild has it.
 std::string AnswerOfChild(const std::function<Json(const std::string&)>& work,
-                          const std::string& folder) {
+                          const std::string& folder, std::string& end) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) {
     throw std::runtime_error("cannot make a pipe");
   }
-  std::fflush(nullptr);
   Interruption interruption;
-  const pid_t child = fork();
-  if (child == 0) {
+  const pid_t child = StartChild([&] {
     interruption.LetThrough();
     close(ends[0]);
     Answer(work, folder, ends[1]);
-  }
+  });
   childId = child;
   close(ends[1]);
   if (child > 0) {
@@ -126,9 +123,8 @@ std::string AnswerOfChild(const std::function<Json(const std::string&)>& work,
   }
   const std::string text = ReadAll(ends[0]);
   close(ends[0]);
-  // A signal may come in between; the child must be gone before its folder is.
-  while (child > 0 && waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
-  }
+  // The child must be gone before its folder is.
+  end = WaitForChild(child);
   std::error_code ignored;
   std::filesystem::remove_all(folder, ignored);
   interruption.DieOfIt();
@@ -153,7 +149,11 @@ pid_t StartChild(const std::function<void()>& body) {
 
 std::string WaitForChild(pid_t child) {
   int status = 0;
-  if (child < 0 || waitpid(child, &status, 0) != child) {
+  pid_t ended = -1;
+  do {
+    ended = child < 0 ? -1 : waitpid(child, &status, 0);
+  } while (child >= 0 && ended < 0 && errno == EINTR);
+  if (ended < 0) {
     return "no child process";
   }
   if (WIFSIGNALED(status)) {
@@ -173,9 +173,11 @@ void SilenceStandardOutput() {
 
 Json AskChild(const std::function<Json(const std::string& driveFolder)>& work) {
   const HostFolder folder;
-  Json answer = Json::parse(AnswerOfChild(work, folder.path()), nullptr, false);
+  std::string end;
+  Json answer = Json::parse(AnswerOfChild(work, folder.path(), end), nullptr, false);
   if (answer.is_discarded()) {
-    throw std::runtime_error("the simulated machine ended without an answer");
+    throw std::runtime_error("the simulated machine ended without an answer" +
+                             (end.empty() ? "" : ", " + end));
   }
   if (answer.contains("error")) {
     throw std::runtime_error(answer["error"].get<std::string>());

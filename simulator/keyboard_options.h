@@ -88,7 +88,7 @@ struct KeyboardOptions {
   std::vector<std::size_t> arrivalOrder;
   u32 arrivalGapMs = 0;  // from one to the next
 
-  u32 refusedReports = 0;  // so many enter-DFU reports are refused before one is taken
+  u32 refusedReports = 0;  // enter-DFU reports that are refused before one is taken
   u32 detachDelayMs = 30;  // from the report to the keyboard's leaving; 0: before it answers
   u32 restartMs = 1200;    // from its leaving to its return, in either mode
   bool returnsAfterReport = true;
@@ -98,7 +98,7 @@ struct KeyboardOptions {
   std::vector<AlternateSettingOptions> alternateSettings = {AlternateSettingOptions{}};
   std::string flashName = "Internal Flash  ";  // in the map strings
   u32 leaveDelayMs = 20;  // from the end of the leave to the device's leaving; 0: before it answers
-  u32 silentMs = 0;       // so long after its return in DFU mode it answers nothing
+  u32 silentMs = 0;       // after its return in DFU mode, until it answers
   DWORD dfuOpenError = 0;
   bool dfuInstanceIdReadable = true;
   std::optional<std::u16string> dfuDescription = u"Keyboard firmware update";

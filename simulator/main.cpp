@@ -157,7 +157,7 @@ int Pack(Arguments& arguments) {
       {{"exitCode", result.exitCode}, {"file", options.output}, {"result", result.reason}});
 }
 
-// What is told of a command line that makes no sense, in the way that it asks for.
+// The answer to a command line that makes no sense, in the way that it asks for.
 int RefuseCommandLine(const CLI::App& app, const std::string& why, int argc, char** argv) {
   Arguments arguments;
   const std::vector<std::string> words(argv + 1, argv + argc);

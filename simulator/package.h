@@ -20,7 +20,7 @@ struct Package {
   DfuSeFile contents;
 };
 
-// What a package is made of, for who makes one.
+// What a package is made of, for whoever makes one.
 // A place that gets firmware, or bytes that are all the same.
 struct ElementDraft {
   u32 address = 0;

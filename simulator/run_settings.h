@@ -29,7 +29,7 @@ struct RunSources {
 // and memory wherever the package writes. False: refusal says why, in one sentence for people.
 bool ReadRun(const RunSources& sources, UpdateRunOptions& run, PackageRefusal& refusal);
 
-// The keyboard alone, for who has a package of another kind; the map may be missing.
+// The keyboard alone, for a package of another kind; the map may be missing.
 bool ReadKeyboard(const RunSources& sources, KeyboardOptions& keyboard, std::string& mapText,
                   PackageRefusal& refusal);
 

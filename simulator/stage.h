@@ -16,11 +16,11 @@ inline constexpr u8 FullEnoughPercent = 80;
 // How the next notices are delivered; all of them in order when nothing is set. The script and the
 // threads that announce use it.
 struct Deliveries {
-  std::atomic<u32> drop = 0;     // so many arrivals are never told
-  std::atomic<u32> twice = 0;    // so many are delivered twice
-  std::atomic<u32> delayMs = 0;  // all are late by so much
+  std::atomic<u32> drop = 0;     // arrivals that will never be told
+  std::atomic<u32> twice = 0;    // notices to be delivered twice
+  std::atomic<u32> delayMs = 0;  // by which all are late
   std::atomic<u32> apart =
-      0;  // so many come on threads of their own, each late by a time of its own
+      0;  // notices to come on threads of their own, each late by a time of its own
 };
 
 // What the hand behind a trouble does and the machine does not tell.

@@ -59,7 +59,7 @@ class Tablet {
 
   void PassTime(u64 milliseconds);
 
-  // Lets time pass until the condition holds or so much has passed; whether it holds. The condition
+  // Lets time pass until the condition holds or the time is over; whether it holds. The condition
   // may be asked on any thread and calls nothing that blocks.
   bool PassTimeUntil(const std::function<bool()>& condition, u64 atMostMs);
 

@@ -25,7 +25,7 @@ struct TroubleKind {
   FaultPlace place;
   const char* told;  // in the trace and in the counts
   std::size_t numberCount;
-  const char* numbers;  // what they mean, for who writes a plan
+  const char* numbers;  // what they mean, for whoever writes a plan
   u64 most;             // of each of them
   void (*happen)(Stage& stage, const Trouble& trouble);
 
@@ -43,7 +43,7 @@ struct TroubleKind {
 
 std::span<const TroubleKind> TroubleKinds();
 
-// The kinds of each place, a line a place, for who is to choose one.
+// The kinds of each place, a line a place, to choose from.
 std::string TroubleHelp();
 
 // Null when there is none of that name for such a place.

@@ -142,7 +142,7 @@ std::optional<u64> VirtualKeyboard::Unplug(KeyboardMode mode, std::optional<u64>
   return life;
 }
 
-// Leaves after so long, at once on the calling thread for 0, and returns after the restart time
+// Leaves after the delay, at once on the calling thread for 0, and returns after the restart time
 // unless the options keep it away.
 void VirtualKeyboard::Restart(u64 detachAfterMs, bool intoDfu) {
   u64 life = 0;

@@ -45,7 +45,7 @@ class VirtualKeyboard {
   // Pulls the keyboard, whatever it is doing.
   void Detach();
 
-  // Pulls the keyboard now and plugs it in again after so long.
+  // Pulls the keyboard now and plugs it in again later.
   void PullFor(u64 milliseconds, bool backInDfuMode);
 
   // --- Knobs ---

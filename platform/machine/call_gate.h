@@ -121,7 +121,7 @@ struct CallTrouble {
   std::uint64_t untilMs;
 };
 
-// A call that has returned, for who traces the calls.
+// A call that has returned, for whoever traces the calls.
 struct FinishedCall {
   const char* name;
   std::string arguments;
@@ -148,8 +148,8 @@ class CallGate : public Observers<Call> {
   // call's documented one with that index, modulo their number; a call that cannot fail goes on.
   void FailNumber(std::uint64_t number, std::uint32_t errorIndex, bool fromThenOn = false);
 
-  // The thread that makes the call with that number stands still for so long before it goes on, and
-  // before an action for that number is run. Several orders stand side by side.
+  // The thread that makes the call with that number stands still for that time before it goes on,
+  // and before an action for that number is run. Several orders stand side by side.
   void HoldNumber(std::uint64_t number, std::uint64_t milliseconds);
 
   // Runs the action in front of the call with that number, on the calling thread. Numbers count the

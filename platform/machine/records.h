@@ -57,7 +57,7 @@ class Observers {
   std::shared_ptr<const Places> places_ = std::make_shared<const Places>();
 };
 
-// The same, and keeps the records for who asks later.
+// The same, and keeps the records for whoever asks later.
 template <class Record>
 // For what comes seldom enough to be kept: a life of the service has a few hundred of them.
 class RecordLog : public Observers<Record> {

@@ -103,7 +103,7 @@ std::shared_ptr<SimThread> Scheduler::Spawn(const std::string& name, ThreadOwner
 }
 
 // The life of a host thread: it waits for its first turn, runs the body, and gives its place up.
-// The pointer keeps the thread's record alive for who still holds a handle to it.
+// The pointer keeps the thread's record alive for whoever still holds a handle to it.
 void Scheduler::HostThreadMain(std::shared_ptr<SimThread> thread,
                                const std::function<std::uint32_t()>& body) {
   currentThread = thread.get();

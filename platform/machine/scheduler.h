@@ -95,7 +95,7 @@ class Scheduler {
   // once.
   bool WaitUntil(const std::function<bool()>& tryTake, std::uint64_t deadlineMs);
 
-  // Sleeps for so long in virtual time. 0 yields.
+  // Sleeps that long in virtual time. 0 yields.
   void SleepMs(std::uint64_t milliseconds);
 
   // Lets the other threads that can run go first.
@@ -113,7 +113,7 @@ class Scheduler {
 
   // From now on no thread of the service runs. The call returns when called by a thread of the
   // machine, and never when called by one of the service. Handles, heap blocks and files of the
-  // process stay as they are, for who looks at what is left.
+  // process stay as they are, for whoever looks at what is left.
   void EndServiceProcess();
 
   // Called with a sentence when no thread can ever run again or time stands still although threads

@@ -70,7 +70,7 @@ void ServiceManager::Register(std::shared_ptr<ServiceRegistration> registration)
   });
 }
 
-// A status behind STOPPED changes nothing any more. It is recorded all the same, for who looks.
+// A status behind STOPPED changes nothing any more. It is recorded all the same, for whoever looks.
 void ServiceManager::Report(const SERVICE_STATUS& status) {
   reports.Add({status, scheduler_.NowMs()});
   scheduler_.Update([&] {

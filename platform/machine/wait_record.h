@@ -1,5 +1,5 @@
-// What is told of a wait of the service when it is over: a Sleep, or a wait for objects with a
-// time-out, that began at startMs of virtual time.
+// A wait of the service that is over: a Sleep, or a wait for objects with a time-out. Times are
+// virtual.
 #pragma once
 
 #include <cstdint>

@@ -32,7 +32,7 @@ constexpr DWORD ReadMemory = 0x0010;
 constexpr DWORD QueryInformation = 0x0400;
 constexpr DWORD QueryLimitedInformation = 0x1000;
 
-// The object behind a handle that allows so much; null, with the last error, otherwise.
+// The object behind a handle that grants the access; null, with the last error, otherwise.
 template <class T>
 std::shared_ptr<T> GetAllowed(const platform::PlatformCall& call, HANDLE handle, DWORD rights) {
   auto object = call.Get<T>(handle);

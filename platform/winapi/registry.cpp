@@ -28,7 +28,7 @@ class RegistryCall : public StatusCall<LSTATUS> {
   explicit RegistryCall(Call call) : StatusCall(call, ERROR_NOT_SUPPORTED) {}
 };
 
-// The key behind a handle that allows so much: ERROR_SUCCESS, ERROR_INVALID_HANDLE,
+// The key behind a handle that grants the access: ERROR_SUCCESS, ERROR_INVALID_HANDLE,
 // ERROR_ACCESS_DENIED or ERROR_KEY_DELETED. A handle outlives its key, but is of no more use then.
 LSTATUS KeyOf(const RegistryCall& call, HKEY handle, REGSAM rights,
               std::shared_ptr<RegistryKeyNode>& key) {

@@ -23,8 +23,8 @@ using platform::ThreadOwner;
 
 namespace {
 
-// Waits as the scheduler does, and tells of it when it was for some time. INFINITE is a number of
-// milliseconds like others for the type, 49 days long.
+// Waits as the scheduler does, and tells of it when time could pass. INFINITE is the largest DWORD:
+// taken for milliseconds it would end after 49 days.
 void WaitFor(const std::function<bool()>& tryTake, DWORD milliseconds) {
   platform::Machine& machine = TheMachine();
   const std::uint64_t start = machine.scheduler.NowMs();

@@ -21,7 +21,7 @@ constexpr char CannotOpen[] = "1 Device(s) found. Can't open device winusb handl
 constexpr char NoDescriptor[] = "Unable to get descriptor... Bad Firmware";
 constexpr char NoMapping[] = "Unable to find or decode device mapping... Bad Firmware";
 
-// What a refresh writes about so many devices when it has opened the first.
+// What a refresh writes about that many devices when it has opened the first.
 Texts FoundLines(i32 count, const std::string& name, u32 mapCount, Texts before = {}) {
   const std::string number = std::to_string(count);
   before.push_back(number + " Device(s) found : \n");

@@ -86,7 +86,7 @@ TEST(DrawnCutsTest, FollowTheRules) {
   }
 }
 
-// Processor time of both cuts of so many elements over as many sectors.
+// Processor time of both cuts of elements over as many sectors.
 std::clock_t TimeOfCuts(u32 count) {
   std::vector<Span> sectors;
   Blocks blocks;

@@ -19,7 +19,7 @@ struct Way : NamedCase {
   Texts words = {"START", "DISCONNECT"};
 };
 
-// The device answers the request with this whenever it has written so many blocks.
+// The device answers the request with this whenever it has written that many blocks.
 auto Answer(u8 request, u32 blocksWritten, const UsbReply& reply) {
   return [=](RunningUpdateTest&, VirtualKeyboard& keyboard) {
     keyboard.Intercept([=, &keyboard](const WINUSB_SETUP_PACKET& setup, const Bytes&) {

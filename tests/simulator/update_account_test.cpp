@@ -39,7 +39,7 @@ class UpdateAccountTest : public TabletTest {
     return figures;
   }
 
-  // The thread that makes the call for that time stands still for so long first.
+  // The thread that makes the call for that time stands still first.
   void HoldAt(Call call, u32 occurrence, u64 milliseconds) {
     holding_ = machine.gate.Observe([=, this, seen = u32{0}](Call entered) mutable {
       seen += entered == call ? 1 : 0;

@@ -13,6 +13,6 @@ class RefusedMemory {
   RefusedMemory(const RefusedMemory&) = delete;
   RefusedMemory& operator=(const RefusedMemory&) = delete;
 
-  // Whether there were so many requests that one was refused.
+  // Whether there were enough requests for one to be refused.
   bool met() const { return simulator::MemoryWasRefused(); }
 };
