@@ -61,7 +61,7 @@ TEST_F(MutexGuardTest, HoldsWhatItsOwnerLeftBehind) {
 
 // Another thread is the first to make it.
 TEST_F(MutexGuardTest, AProcessHasOneMutexHoweverManyAskForIt) {
-  ProcessMutex& shared = *new ProcessMutex;
+  static constinit ProcessMutex shared;
   HANDLE others = nullptr;
   bool asked = false;
   const platform::Observation calls = machine.gate.Observe([&](platform::Call call) {
