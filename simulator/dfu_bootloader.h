@@ -13,7 +13,7 @@
 
 namespace simulator {
 
-// Which kind of request a RequestType tells.
+// Which kind of request a RequestType tells: bits 5 and 6 of bmRequestType, as USB has them.
 inline constexpr u8 TypeMask = 0x60;
 inline constexpr u8 ClassType = 0x20;
 
@@ -56,6 +56,8 @@ enum DfuRequest : u8 {
 };
 
 struct BootloaderOptions {
+  // wTransferSize: the most bytes of a block. Where a block goes follows from its number and this,
+  // not from how long the blocks before it were.
   u16 transferSize = 1024;
 
   // How long an erase keeps the device busy: a time for any sector, and one for each 16 KiB of it.
@@ -99,7 +101,9 @@ struct DeviceFault {
   u32 milliseconds = 0;   // it is busy for longer by that, unless it is pulled
 };
 
-// Where the time of an update went, as the device sees it.
+// Where the time of an update went, as the device sees it. The milliseconds are the options' times
+// for the work, without what a fault adds. An erase of the whole flash is counted nowhere. Counts
+// go on over restarts.
 struct BootloaderCounts {
   u32 sectorsErased = 0;
   u32 blocksWritten = 0;
@@ -117,10 +121,12 @@ class DfuBootloader {
   // Power-up: back to dfuIDLE, the flash as it is. What was scripted stays.
   void Reset();
 
-  // What the device is busy with is broken off.
+  // What the device is busy with is broken off. The flash keeps the part of it that the options
+  // tell.
   void LosePower(u64 nowMs);
 
-  // One class request on the interface.
+  // One class request on the interface. data is what the host sends with it; the reply holds what
+  // the device answers, and nothing when it stalls.
   platform::UsbReply Request(const WINUSB_SETUP_PACKET& setup, const platform::Bytes& data,
                              u64 nowMs);
 
@@ -129,10 +135,11 @@ class DfuBootloader {
   void ScriptStatus(const DfuStatusReply& reply) { scripted_.push_back(reply); }
   void ForgetScript() { scripted_.clear(); }
 
-  // The next DNLOAD meets it.
+  // The next DNLOAD meets it. A fault with nothing set takes back the one before it.
   void Spoil(const DeviceFault& fault) { spoilt_ = fault; }
 
-  // True once after the device has been told to leave DFU mode.
+  // True once after the device has been told to leave DFU mode. It is for the caller to take the
+  // device off the bus; the state stays as it is.
   bool TakeLeave();
 
   DfuState state() const { return static_cast<DfuState>(state_); }

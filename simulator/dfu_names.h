@@ -8,7 +8,8 @@
 
 namespace simulator {
 
-// As the field writes them; a device that tells a number beyond the standard gets it shown.
+// bStatus, the first byte of the answer to GETSTATUS: why the last request failed. The numbers
+// count up from 0 without a gap. A device that tells a number beyond the standard gets it shown.
 inline std::string NameOfDfuStatus(u8 status) {
   constexpr std::array Names = {"OK",         "errTARGET",       "errFILE",     "errWRITE",
                                 "errERASE",   "errCHECK_ERASED", "errPROG",     "errVERIFY",
@@ -17,7 +18,9 @@ inline std::string NameOfDfuStatus(u8 status) {
   return status < Names.size() ? Names[status] : "status " + std::to_string(status);
 }
 
-// The states that this bootloader never enters have names as well: a device of another kind may.
+// bState, the fifth byte of that answer and the only one of GETSTATE. appIDLE and appDETACH are
+// states of a device that still runs its application; the rest belong to DFU mode. The states that
+// this bootloader never enters have names as well: a device of another kind may enter them.
 inline std::string NameOfDfuState(u8 state) {
   constexpr std::array Names = {"appIDLE",          "appDETACH",   "dfuIDLE",
                                 "dfuDNLOAD-SYNC",   "dfuDNBUSY",   "dfuDNLOAD-IDLE",

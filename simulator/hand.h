@@ -19,15 +19,20 @@ class Hand {
   Hand(const Hand&) = delete;
   Hand& operator=(const Hand&) = delete;
 
-  // Once, before the service starts.
+  // Once, before the service starts. Plugs the keyboard in unless it comes later, gives the machine
+  // the orders that wait for a call, a transfer or the keyboard's work, and starts the thread for
+  // what comes at a time.
   void Begin();
 
-  // Until then more is to come, however still it is.
+  // The time, in milliseconds, of the last thing planned for one. Until then more is to come,
+  // however still it is.
   u64 plannedUntilMs() const { return plannedUntilMs_; }
 
+  // Whether a trouble has ended the service's process, as a kill does: no handler ran.
   bool killedService() const { return stage_.killed; }
 
-  // A line for each trouble whose place never came: it has shown nothing.
+  // A line for each trouble whose place never came: it has shown nothing. Asked for at the end of
+  // the run. The stream stays open.
   void WriteUnmet(std::FILE* stream) const;
 
  private:

@@ -1,4 +1,7 @@
 // What somebody may have meant by a word of the command line that means nothing.
+//
+// The parser tells only that it knows no such word. Its message ends with what is found here.
+// Called once, by main, before anything runs.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -11,7 +14,11 @@
 
 namespace simulator {
 
-// How many letters must be changed, added or left out to make one word of the other.
+// How many letters must be changed, added or left out to make one word of the other. Letters are
+// bytes, and two letters that changed places count as two changes.
+//
+// row is one line of the table of all beginnings of a against all beginnings of b: row[j] belongs
+// to the letters of a so far and the first j letters of b.
 inline std::size_t LettersApart(const std::string& a, const std::string& b) {
   std::vector<std::size_t> row(b.size() + 1);
   std::iota(row.begin(), row.end(), std::size_t{0});
@@ -26,7 +33,9 @@ inline std::size_t LettersApart(const std::string& a, const std::string& b) {
   return row[b.size()];
 }
 
-// The options and commands that can stand on the command line with these words.
+// The options and commands that can stand on the command line with these words: all commands, and
+// the options of the command that is among the words. Without a command they are the options of an
+// update. Options have their two dashes.
 inline std::vector<std::string> KnownWords(const CLI::App& app,
                                            const std::vector<std::string>& words) {
   std::vector<std::string> known;
@@ -44,7 +53,9 @@ inline std::vector<std::string> KnownWords(const CLI::App& app,
 }
 
 // " (did you mean --map?)" for the first word that is none of the known ones and close to one of
-// them; empty when no word is.
+// them; empty when no word is. words are those behind the program's name; the value behind a "=" is
+// no part of the word that is compared. Words of three letters and less are passed over: too many
+// others are two changes away from them.
 inline std::string NearestText(const CLI::App& app, const std::vector<std::string>& words) {
   constexpr std::size_t MostApart = 2;
   const std::vector<std::string> known = KnownWords(app, words);

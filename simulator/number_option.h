@@ -12,6 +12,11 @@ namespace simulator {
 
 // An option's number in decimal digits alone: the library would also read "0x20", make 8 of "010"
 // and a huge number of "-1". takes says what is taken, for the message.
+//
+// isTaken judges the number once it is known to be one. It is kept as a pointer, so a lambda with
+// captures does not fit. The validator writes the number back without leading zeros: given to
+// transform, it hands the library a text that can be read in one way only. A number that 64 bits
+// cannot hold is refused like a word.
 inline CLI::Validator Number(const char* takes, bool (*isTaken)(u64)) {
   const auto check = [takes, isTaken](std::string& text) {
     u64 number = 0;

@@ -22,7 +22,9 @@ struct SettingLine {
   std::string value;
 };
 
-// Takes the text apart. False when a line is neither a setting nor empty; reason then says which.
+// Takes the text apart and appends its settings to lines. False when a line is neither a setting
+// nor empty; reason then says which, and lines holds those before it. The first "=" of a line
+// divides.
 bool SplitSettings(const std::string& text, std::vector<SettingLine>& lines, std::string& reason);
 
 // Words of a value that stand between blanks; what is in quotes is one word and keeps them.
@@ -30,9 +32,11 @@ std::vector<std::string> WordsOf(const std::string& value);
 
 // --- Values; false when the text is anything else, and the result is as it was ---
 
-// Decimal, or hexadecimal behind "0x".
+// Decimal, or hexadecimal behind "0x"; least and most are both allowed. The whole text must be the
+// number, without blanks.
 bool ReadNumber(const std::string& text, u64 least, u64 most, u64& number);
 
+// For a narrower T. most must fit into it: the number is cut off without a word.
 template <class T>
 bool ReadNumber(const std::string& text, u64 least, u64 most, T& number) {
   u64 read = 0;
@@ -43,6 +47,7 @@ bool ReadNumber(const std::string& text, u64 least, u64 most, T& number) {
   return true;
 }
 
+// The two words alone; "true" or "1" is neither.
 bool ReadYesNo(const std::string& text, bool& yes);
 
 // Seconds with up to three places, as in "22.5s", or milliseconds, as in "300ms".
@@ -102,15 +107,18 @@ std::string WriteSettings(std::span<const Setting<T>> table, const T& settings) 
 // Where a value stands, as a sentence about it begins: "line 3: battery" or "--battery".
 std::string WhereOf(const SettingLine& line);
 
+// NotMine: the table has no such name; another reader's table may have it.
 enum class LineOutcome { Taken, Refused, NotMine };
 
 // Takes the lines of one text into a T. The first line of a list replaces what the T has by itself.
+// One reader for each text, because it remembers which names came.
 template <class T>
 class SettingReader {
  public:
   explicit SettingReader(std::span<const Setting<T>> table) : table_(table) {}
 
-  // Refused: reason says why in one sentence, with the line's number.
+  // Refused: reason says why in one sentence, with the line's number. Otherwise reason means
+  // nothing. A list whose first line was refused is empty afterwards.
   LineOutcome Take(const SettingLine& line, T& settings, std::string& reason) {
     for (const Setting<T>& setting : table_) {
       if (line.name == setting.name) {

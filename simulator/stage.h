@@ -19,8 +19,10 @@ struct Deliveries {
   std::atomic<u32> drop = 0;     // arrivals that will never be told
   std::atomic<u32> twice = 0;    // notices to be delivered twice
   std::atomic<u32> delayMs = 0;  // by which all are late
-  std::atomic<u32> apart =
-      0;  // notices to come on threads of their own, each late by a time of its own
+
+  // Notices to come on threads of their own, each late by a time of its own: the first ones are the
+  // latest, so they arrive in reverse order.
+  std::atomic<u32> apart = 0;
 };
 
 // What the hand behind a trouble does and the machine does not tell.
@@ -49,6 +51,8 @@ struct Stage {
 
   platform::Machine& machine() { return tablet.machine(); }
 
+  // Takes the user's session and shell away, and gives them back. While they are gone the service
+  // finds nobody to tell.
   void LogOffUser() {
     tablet.LogOffUser();
     note(StageEvent::UserLeft);
@@ -59,6 +63,7 @@ struct Stage {
     note(StageEvent::UserCame);
   }
 
+  // Sends the stop control, as "net stop" does.
   void StopService() {
     note(StageEvent::StopSent);
     machine().services.SendControl(SERVICE_CONTROL_STOP);

@@ -41,6 +41,7 @@ struct TroubleKind {
   } traits = {};
 };
 
+// The table, which lives as long as the program. Its order is that of the help.
 std::span<const TroubleKind> TroubleKinds();
 
 // The kinds of each place, a line a place, to choose from.
@@ -49,7 +50,8 @@ std::string TroubleHelp();
 // Null when there is none of that name for such a place.
 const TroubleKind* FindTroubleKind(const std::string& name, FaultPlace place);
 
-// The kind must exist.
+// For code that names kinds itself. The kind must exist: a name that the table does not have ends
+// the program.
 Trouble MakeTrouble(const char* name, FaultPlace place, u64 at, u64 first = 0, u64 second = 0);
 
 // The order of a plan: by time, and behind them those of a place.
@@ -58,7 +60,8 @@ bool HappensBefore(const Trouble& a, const Trouble& b);
 // As in a plan's line, for instance "unplug@22.500s 1500".
 std::string TroubleText(const Trouble& trouble);
 
-// Empty, or why the text is not a trouble.
+// Empty, or why the text is not a trouble, to stand behind the option's name or the number of
+// the line. After a complaint the trouble is of no use. A length that is left out is the usual one.
 std::string ReadTrouble(const std::string& text, Trouble& trouble);
 
 }  // namespace simulator

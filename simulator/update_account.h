@@ -24,37 +24,45 @@ namespace simulator {
 // Virtual times in milliseconds. The first five are all of the stretch that was asked for.
 struct AccountFigures {
   u64 wireMs = 0;
-  u64 pollMs = 0;
+  u64 pollMs = 0;  // of bwPollTimeout as the device told it, as far as the service let it pass
   u64 awayMs = 0;
   u64 delayMs = 0;
   u64 elseMs = 0;
 
+  // These count from the start of the watch, not over the stretch.
   std::map<std::string, u64> transfers;  // by the name of the request
   u64 dataBlocks = 0;
   u64 dataBlockTransfers = 0;  // a block and the status requests up to its end
+
+  // Calls of WinUsb_Initialize, those that failed included.
   u64 deviceOpens = 0;
   u64 platformCalls = 0;
 };
 
+// Any thread; the machine tells it of transfers, waits and calls on the thread that makes them. It
+// must outlive the run.
 class UpdateAccount {
  public:
   // Watches the machine from now on. Before the service starts.
   explicit UpdateAccount(platform::Machine& machine);
 
-  // The keyboard is in this mode from now on.
+  // The keyboard is in this mode from now on. A keyboard that was asked to restart counts as away
+  // from the end of that report, even when it leaves later.
   void NoteMode(KeyboardMode mode, u64 nowMs);
 
   // When the first transfer began and the last one ended; 0 when there was none.
   u64 firstTransferMs() const;
   u64 lastTransferMs() const;
 
-  // The account of a stretch of the run, once it is over.
+  // The account of a stretch of the run, once it is over. Changes nothing, so several stretches can
+  // be asked for. What has not ended by toMs counts up to there.
   AccountFigures Close(u64 fromMs, u64 toMs) const;
 
  private:
   // What a moment may belong to, the first one first.
   enum Kind { Wire, Poll, Away, Delay, KindCount };
 
+  // Stretches may overlap. Which of them a moment belongs to is decided by Close.
   struct Stretch {
     Kind kind;
     u64 fromMs;

@@ -16,6 +16,7 @@ namespace simulator {
 // A stretch of the update, in milliseconds of virtual time. What is not accounted for by the other
 // three is waiting: the service looks once in a while whether an operation is over.
 struct UpdatePhase {
+  // One of the names in the .cpp file. Phases are told apart by its address, not by its letters.
   const char* name = "";
   u64 fromMs = 0;
   u64 toMs = 0;
@@ -31,17 +32,24 @@ class UpdatePicture {
   // Of a keyboard with such a flash.
   explicit UpdatePicture(const NorFlash& flash);
 
+  // For every transfer of the run, in order, once it has ended. The first one ends the start-up
+  // delay.
   void Note(const platform::TransferRecord& record);
 
-  // The keyboard is back from a restart, in either mode.
+  // The keyboard is back from a restart, in either mode. The time up to here is the device's; what
+  // the service still waits behind it is not. Means nothing outside a restart.
   void NoteReturn(u64 timeMs);
 
+  // The phase that lasts. The text lives as long as the program.
   const char* PhaseName() const;
 
-  // "sectors" and "phases" until then, as the schema has them.
+  // Sets "sectors" and "phases" as the schema has them and leaves all else in told alone. A run in
+  // which nothing was sent has one phase, which lasts until nowMs.
   void Describe(u64 nowMs, Json& told) const;
 
  private:
+  // An erase sector of the flash. bytesWritten counts since it was erased last, so a block that is
+  // taken twice counts twice.
   struct Sector {
     u32 address;
     u32 sizeBytes;
@@ -49,6 +57,7 @@ class UpdatePicture {
     u64 bytesWritten;
   };
 
+  // All of these with the lock held.
   UpdatePhase& Enter(const char* name, u64 timeMs);
   void NoteWork(const WireWork& work, const platform::TransferRecord& record);
   void NoteStatus(const WireStatus& status);

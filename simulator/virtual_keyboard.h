@@ -36,20 +36,24 @@ class VirtualKeyboard {
 
   // --- The hand that plugs ---
 
-  // Powers up: runs the firmware when the flash holds a whole image, else stays in DFU mode.
+  // Powers up: runs the firmware when the flash holds a whole image, else stays in DFU mode. One
+  // that is plugged in already starts anew.
   void Attach();
 
   // Powers up in DFU mode whatever the flash holds.
   void AttachInDfuMode();
 
-  // Pulls the keyboard, whatever it is doing.
+  // Pulls the keyboard, whatever it is doing. A write or an erase under way is broken off, and a
+  // return that was on its way does not happen.
   void Detach();
 
-  // Pulls the keyboard now and plugs it in again later.
+  // Pulls the keyboard now and plugs it in again after that time, on a thread of the machine.
   void PullFor(u64 milliseconds, bool backInDfuMode);
 
   // --- Knobs ---
 
+  // Changes the options from now on, with the lock held: change must not call the keyboard. What
+  // has to do with devices and paths shows when it is attached next.
   void Change(const std::function<void(KeyboardOptions&)>& change);
 
   // See DfuBootloader::ScriptStatus.
@@ -72,6 +76,8 @@ class VirtualKeyboard {
   // The version that its product string tells; empty unless it runs its firmware.
   std::optional<KeyboardVersion> runningVersion() const;
 
+  // A copy of the flash, and another content for all of it. What runs goes on running: the firmware
+  // is looked for at the next power-up.
   NorFlash ReadFlash() const;
   void WriteFlash(const NorFlash& flash);
 
@@ -79,6 +85,8 @@ class VirtualKeyboard {
   bool FlashHolds(const std::vector<DfuSeElement>& elements) const;
 
   BootloaderCounts counts() const;
+
+  // Reports that asked it into DFU mode, those that it refused included.
   u32 enterDfuReports() const;
 
   // Blocks of data, and erases, that it was sent in DFU mode, whatever became of them.

@@ -9,14 +9,20 @@
 
 namespace simulator {
 
+// What one DNLOAD asks for. DfuSe puts its commands into block 0 and data into the blocks from 2
+// on; a DNLOAD without bytes ends the download and makes the device leave. Whether the device did
+// it is not told here: a stalled request reads like one that was taken.
 struct WireWork {
   enum class Kind { Erase, SetAddress, Block, Leave };
   Kind kind = Kind::Leave;
+
+  // Where the work begins. A Leave goes nowhere and shows what the last command set.
   u32 address = 0;
   u32 bytes = 0;  // of a block
 };
 
-// Is shown every transfer in its order; the owner guards it.
+// Is shown every transfer in its order; the owner guards it. It has no device to ask: how long a
+// full block is, it learns from the blocks.
 class WireReader {
  public:
   // Empty for a transfer that is no DNLOAD.

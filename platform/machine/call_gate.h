@@ -123,6 +123,7 @@ struct CallTrouble {
 
 // A call that has returned, for whoever traces the calls.
 struct FinishedCall {
+  // As Windows spells it; the text lives as long as the program.
   const char* name;
   std::string arguments;
   std::uint32_t error;  // in the call's own numbers; 0: it did what it was asked for
@@ -171,17 +172,18 @@ class CallGate : public Observers<Call> {
   }
   bool isTraced() const { return isTraced_; }
 
-  // For a call, on its thread.
+  // For a call, on its thread, just before it returns. Fills in the thread's id.
   void Finish(FinishedCall call);
 
-  // Each is added before it happens.
+  // Each is added before it happens: an action that ends the process is on record all the same.
   RecordLog<CallTrouble> troubles;
 
   // How many calls of the kind were made to fail, by default of all kinds.
   std::uint64_t FailedOf(std::optional<Call> call = std::nullopt) const;
 
  private:
-  // A failure ordered for one call, by the number of its uses so far.
+  // A failure ordered for one call. occurrence counts its uses from the start of the run, whenever
+  // the order was given.
   struct Order {
     std::uint64_t occurrence;
     std::uint32_t error;

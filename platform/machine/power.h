@@ -19,13 +19,15 @@ struct PowerReading {
 };
 
 // Windows tells a charge in whole percent and a flag for its rough level. A tablet without a
-// battery, or whose driver does not answer, tells 255. Any thread.
+// battery, or whose driver does not answer, tells 255. That is not a failure of the call, so
+// whoever asks has to tell the number from a charge. Any thread.
 class Power {
  public:
   // 0 to 100; 255 when the machine cannot tell.
   void SetBatteryPercent(BYTE percent) { batteryPercent_ = percent; }
 
-  // On battery, as Windows reports it.
+  // On battery, as Windows reports it: not charging, and the flag follows from the percentage. The
+  // seconds that are left are unknown, as with many drivers.
   SYSTEM_POWER_STATUS Status() const;
 
   // Every time that the service asked.

@@ -53,7 +53,7 @@ class OpenProcessObject : public KernelObject {
   const Access access;
 };
 
-// Every right that a token has.
+// Every right that a token has: TOKEN_ALL_ACCESS, which MAXIMUM_ALLOWED comes to here.
 inline constexpr DWORD AllTokenRights = 0xF01FF;
 
 // The object behind a token handle: who a program runs as. Of a user's token only the session and
@@ -77,6 +77,9 @@ class TokenObject : public KernelObject {
   const DWORD sessionId;
   const bool holdsDebugPrivilege;
   const Access access;
+
+  // Holding a privilege is not using it: AdjustTokenPrivileges enables it in this one token. Tokens
+  // that were copied from it before stay as they are.
   bool debugPrivilegeEnabled = false;
 };
 
@@ -95,8 +98,12 @@ class ProcessTable {
   // Adds a process at the end of the list. The order counts: a caller that takes the first program
   // with a name takes the one added first.
   void Add(const Process& process);
+
+  // The process has ended. Handles to it stay open and go on telling what they were opened with. No
+  // such id: nothing happens.
   void Remove(DWORD id);
 
+  // Every program that was started, in the order of the starts.
   RecordLog<LaunchedProcess> launches;
 
   // --- For the calls of the layer ---
@@ -110,7 +117,7 @@ class ProcessTable {
   DWORD Launch(const LaunchedProcess& launch);
 
  private:
-  mutable std::mutex lock_;
+  mutable std::mutex lock_;  // guards the rest
   std::vector<Process> processes_;
   DWORD nextLaunchedId_ = 20'000;
 };

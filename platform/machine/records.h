@@ -57,11 +57,13 @@ class Observers {
   std::shared_ptr<const Places> places_ = std::make_shared<const Places>();
 };
 
-// The same, and keeps the records for whoever asks later.
+// The same, and keeps the records for whoever asks later. For what comes seldom enough to be kept:
+// a life of the service has a few hundred of them.
 template <class Record>
-// For what comes seldom enough to be kept: a life of the service has a few hundred of them.
 class RecordLog : public Observers<Record> {
  public:
+  // Keeps the record before it tells the observers, so one that asks for all finds it there. Two
+  // threads that add at once may tell in another order than that of the list.
   void Add(const Record& record) {
     {
       const std::scoped_lock lock(lock_);
@@ -76,14 +78,14 @@ class RecordLog : public Observers<Record> {
     return records_;
   }
 
-  // Forgets the records so far.
+  // Forgets the records so far; observers stay.
   void Clear() {
     const std::scoped_lock lock(lock_);
     records_.clear();
   }
 
  private:
-  mutable std::mutex lock_;
+  mutable std::mutex lock_;  // guards records_
   std::vector<Record> records_;
 };
 

@@ -18,7 +18,8 @@ class EventObject : public KernelObject {
   EventObject(bool manualReset, bool signalled)
       : signalled_(signalled), manualReset_(manualReset) {}
 
-  // Both only within Scheduler::Update, which lets the waiting go.
+  // Both only within Scheduler::Update, which lets the waiting go. An event does not count: setting
+  // one that is signalled changes nothing.
   void Set() { signalled_ = true; }
   void Reset() { signalled_ = false; }
 
@@ -41,6 +42,8 @@ class MutexObject : public KernelObject {
 
   bool isWaitable() const override { return true; }
 
+  // The owner ended without a release: the mutex is free, and the next one to take it is told that
+  // what it guards may be half changed (WAIT_ABANDONED).
   bool TryTake(SimThread& waiter) override {
     wasAbandoned_ = owner_ != nullptr && owner_->hasEnded();
     if (wasAbandoned_) {
@@ -70,6 +73,7 @@ class MutexObject : public KernelObject {
   }
 
  private:
+  // Null while nobody owns it. Kept alive, so that its end can be seen after the thread has gone.
   std::shared_ptr<SimThread> owner_;
   int depth_ = 0;
   bool wasAbandoned_ = false;
@@ -84,6 +88,7 @@ class ThreadObject : public KernelObject {
   bool isWaitable() const override { return true; }
   bool TryTake(SimThread&) override { return thread->hasEnded(); }
 
+  // Whoever makes the object sets it before the handle is given out, and nobody changes it then.
   std::shared_ptr<SimThread> thread;
 };
 

@@ -12,7 +12,8 @@
 
 namespace platform {
 
-// In quotes and in one line.
+// In quotes and in one line: line ends become "\n" and "\r" as one writes them. Quotes inside stay
+// as they are, so the text is for people and not to be read back.
 inline std::string QuotedArgument(const std::string& text) {
   std::string quoted = "\"";
   for (const char character : text) {
@@ -21,6 +22,9 @@ inline std::string QuotedArgument(const std::string& text) {
   return quoted + '"';
 }
 
+// Text that a call only reads is shown whole, wide text as UTF-8, and must end with a NUL. Of any
+// other pointer, a handle among them, one learns whether it is null. Numbers are decimal, as are
+// the values of enumerations.
 template <class T>
 std::string ArgumentText(const T& argument) {
   if constexpr (std::is_same_v<T, LPCWSTR>) {

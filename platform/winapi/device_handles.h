@@ -1,4 +1,5 @@
-// What the HID and the WinUSB calls share: the device behind a file handle.
+// What the HID and the WinUSB calls share: the device behind a file handle. Windows opens a device
+// by the path of one of its interfaces, so what such a handle leads to is one interface.
 #pragma once
 
 #include <windows.h>
@@ -13,7 +14,11 @@ namespace platform {
 // drive: a stream of the service is a file handle, too. Which driver the device has is the caller's
 // next question: a HID call on a WinUSB device fails as it does on Windows, with
 // ERROR_INVALID_FUNCTION. The device stays usable to the call while it holds the pointer, even when
-// the service closes the handle meanwhile.
+// the service closes the handle meanwhile. When it has been pulled it is still found here: the
+// calls look for that themselves, each with an error of its own.
+//
+// A handle that was closed, or that is of another kind, is a fault of the service besides, with the
+// call's name in it. On success the last error stays as it was.
 inline std::shared_ptr<DeviceFile> GetDeviceFile(HANDLE handle, const PlatformCall& call) {
   const std::shared_ptr<KernelObject> object =
       TheMachine().handles.Find(handle, HandleKind::File, call.name());

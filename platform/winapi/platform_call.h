@@ -15,7 +15,8 @@
 
 namespace platform {
 
-// For a call that has a way of its own to report errors.
+// For a call that has a way of its own to report errors. A call makes it as a constant on its
+// stack, so it never outlives the call and one thread alone uses it.
 class PlatformCall {
  public:
   // Takes the call's name for its faults, and its turn: other threads may run before it returns.
@@ -35,7 +36,9 @@ class PlatformCall {
   PlatformCall(const PlatformCall&) = delete;
   PlatformCall& operator=(const PlatformCall&) = delete;
 
-  // The arguments, for those who trace the calls.
+  // The arguments, for those who trace the calls. May be called again for what is known later; the
+  // texts stand in the order of the calls, with commas between them. Does nothing when nobody
+  // traces.
   template <class... Arguments>
   void Note(const Arguments&... arguments) const {
     if (isTraced_) {
@@ -66,7 +69,8 @@ class PlatformCall {
     return TheMachine().handles.Get<T>(handle, name_);
   }
 
-  // False when there was nothing of that kind to close.
+  // Closes the handle. The object lives on while another thread still holds a pointer to it. False
+  // when there was nothing of that kind to close.
   template <class T>
   bool Close(const void* handle) const {
     return TheMachine().handles.Close(handle, T::Kind, name_);
@@ -76,21 +80,23 @@ class PlatformCall {
   const char* name() const { return name_; }
 
  protected:
-  // What the call fails with; 0 when it does not.
+  // For the trace: what the call fails with; 0 when it does not. Does not set the last error.
   void NoteError(DWORD error) const { error_ = error; }
 
  private:
   const char* const name_;
   const DWORD orderedError_;
+
+  // What the destructor tells: the ordered error until the call says otherwise.
   mutable DWORD error_;
   const bool isTraced_;
   mutable std::string arguments_;
 };
 
 // For a call that sets the last error and returns a value that says no more than "failed": FALSE,
-// null, or another one given here.
+// null, or another one given here, such as INVALID_HANDLE_VALUE. Nearly all calls are of this kind.
+// The object does nothing about the last error of a call that succeeds.
 template <class Result>
-// Nearly all calls are of this kind.
 class LastErrorCall : public PlatformCall {
  public:
   explicit LastErrorCall(Call call, Result failed = {}) : PlatformCall(call), failed_(failed) {}
@@ -114,22 +120,26 @@ class LastErrorCall : public PlatformCall {
   const Result failed_;
 };
 
-// For a call that returns its error and leaves the last error alone.
+// For a call that returns its error and leaves the last error alone: the registry returns the codes
+// that others leave as the last error, the Configuration Manager returns CONFIGRET numbers. 0 is
+// success in both.
 template <class Status>
-// The registry and the Configuration Manager.
 class StatusCall : public PlatformCall {
  public:
   // notSupported is what a refusal returns.
   StatusCall(Call call, Status notSupported) : PlatformCall(call), notSupported_(notSupported) {}
 
+  // What was ordered, in the call's own numbers.
   Status Fail() const { return static_cast<Status>(orderedError()); }
 
-  // What the call returns, 0 for success.
+  // What the call returns, 0 for success. Every way out but Fail and Refuse goes through it, for
+  // the trace.
   Status Return(Status status) const {
     NoteError(static_cast<DWORD>(status));
     return status;
   }
 
+  // What the layer does not model: see NoteRefusal. Returns the value that the call was made with.
   Status Refuse(const std::string& what) const {
     NoteRefusal(what);
     return notSupported_;
