@@ -49,7 +49,9 @@ Meter::Meter(simulator::Tablet& tablet)
       askedBefore_(simulator::ProductMemory().asked),
       callsBefore_(tablet.machine().gate.total()),
       processorBefore_(Seconds(CLOCK_PROCESS_CPUTIME_ID)),
-      wallBefore_(Seconds(CLOCK_MONOTONIC)) {}
+      wallBefore_(Seconds(CLOCK_MONOTONIC)) {
+  simulator::ForgetMemoryPeak();
+}
 
 void Meter::Stop(Figures& figures) const {
   figures.processorSeconds = Seconds(CLOCK_PROCESS_CPUTIME_ID) - processorBefore_;

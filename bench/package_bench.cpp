@@ -37,6 +37,6 @@ BENCHMARK(OpenPackage)
     ->Arg(16'384)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond)
-    ->Complexity();
+    ->Complexity(benchmark::oN);
 
 }  // namespace

@@ -98,6 +98,10 @@ MemoryFigures ProductMemory() {
   return {blocksInUse, bytesInUse, requests, bytesAsked, bytesAtPeak};
 }
 
+void ForgetMemoryPeak() {
+  bytesAtPeak = bytesInUse.load();
+}
+
 void RefuseMemoryRequest(std::size_t number) {
   refused = false;
   requestsLeft = static_cast<std::ptrdiff_t>(number);

@@ -19,6 +19,9 @@ struct MemoryFigures {
 
 MemoryFigures ProductMemory();
 
+// From now on the peak is that of what comes; a child process begins with its parent's.
+void ForgetMemoryPeak();
+
 // The request with that number from now (1 is the next one, on any thread) is refused; 0: none.
 void RefuseMemoryRequest(std::size_t number);
 
