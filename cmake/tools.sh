@@ -52,6 +52,7 @@ need_test_tools() {
   need_file /usr/include/gtest/gtest.h libgtest-dev
   need_file /usr/lib/python3/dist-packages/jsonschema/__init__.py python3-jsonschema
   need_file /usr/include/benchmark/benchmark.h libbenchmark-dev
+  need_file /usr/include/zlib.h zlib1g-dev
 }
 
 # product_folders: the folders of the service, one a line.
