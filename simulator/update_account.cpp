@@ -5,8 +5,8 @@
 #include <nlohmann/json.hpp>
 
 #include "dfuengine/dfu_protocol.h"
+#include "simulator/number_text.h"
 #include "simulator/timeline.h"
-#include "simulator/update_verdict.h"
 
 namespace simulator {
 

@@ -7,6 +7,7 @@
 
 #include "platform/machine/transfer_log.h"
 #include "simulator/nor_flash.h"
+#include "simulator/number_text.h"
 #include "simulator/update_options.h"
 #include "simulator/virtual_keyboard.h"
 #include "simulator/wire_reader.h"
@@ -62,11 +63,5 @@ NorFlash MemoryForUpdate(const KeyboardOptions& keyboard);
 
 // Where two of the elements overlap, as part of a sentence; empty when none do.
 std::string OverlapText(const std::vector<DfuSeElement>& elements);
-
-// "0x08000000".
-std::string AddressText(u32 address);
-
-// "50,000".
-std::string CountText(u64 count);
 
 }  // namespace simulator
