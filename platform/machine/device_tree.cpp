@@ -192,8 +192,8 @@ std::shared_ptr<AttachedInterface> DeviceTree::FindAttached(const std::u16string
   return nullptr;
 }
 
-// The order of the checks is that of Windows: whether it is there, what its driver says, and last
-// the sharing with those who have it open.
+// Asks in turn whether it is there, what its driver says, and last the sharing with those who have
+// it open.
 std::shared_ptr<DeviceFile> DeviceTree::OpenPath(const std::u16string& path, const OpenMode& mode,
                                                  DWORD& error) {
   const std::shared_ptr<AttachedInterface> target = FindAttached(path);

@@ -1,6 +1,7 @@
 // The process heap.
 //
-// Windows documents that these calls leave the last error alone: null is all that a caller learns.
+// A HeapAlloc that fails sets no last error, as Windows documents it: null is all that a caller
+// learns.
 #include <windows.h>
 
 #include "platform/winapi/platform_call.h"
@@ -34,7 +35,7 @@ LPVOID WINAPI HeapAlloc(HANDLE hHeap, DWORD dwFlags, SIZE_T dwBytes) {
   return TheMachine().heap.Allocate(dwBytes, (dwFlags & HEAP_ZERO_MEMORY) != 0);
 }
 
-// Windows lets null pass or not, depending on its version; here it is a fault.
+// Nobody has a reason to free null, so here it is a fault.
 BOOL WINAPI HeapFree(HANDLE hHeap, DWORD dwFlags, LPVOID lpMem) {
   const SureCall call(Call::HeapFree);
   call.Note(hHeap, dwFlags, lpMem);

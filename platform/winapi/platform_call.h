@@ -60,6 +60,7 @@ class PlatformCall {
   void NoteRefusal(const std::string& what) const {
     AddFault(what + " not modelled");
     SetLastError(ERROR_NOT_SUPPORTED);
+    NoteError(ERROR_NOT_SUPPORTED);
   }
 
   // The object behind a handle, which stays alive while the pointer is held even when another
