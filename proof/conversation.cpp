@@ -24,7 +24,7 @@ std::string Describe(const Request& request) {
 
 // What goes to the device counts byte for byte; what comes from it is the device's business.
 bool IsSame(const Request& wanted, const platform::TransferRecord& found) {
-  const bool toDevice = (wanted.type & 0x80) == 0;
+  const bool toDevice = (wanted.type & DirectionToHost) == 0;
   return found.setup.RequestType == wanted.type && found.setup.Request == wanted.request &&
          found.setup.Value == wanted.value && found.setup.Index == 0 &&
          found.setup.Length == wanted.length && (!toDevice || found.data == wanted.data);

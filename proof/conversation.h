@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "proof/history.h"
-#include "proof/wire_requests.h"
+#include "simulator/wire_requests.h"
 
 namespace proof {
 

@@ -2,8 +2,8 @@
 
 #include <optional>
 
-#include "proof/wire_requests.h"
 #include "simulator/timeline.h"
+#include "simulator/wire_requests.h"
 
 namespace proof {
 

@@ -40,7 +40,7 @@ FlashJudge::FlashJudge(Stage& stage, const TrialPlan& plan, const NorFlash& orig
 
 // The first DNLOAD of another thread shows that the operation before it is over.
 std::string FlashJudge::See(const platform::TransferRecord& record) {
-  if (record.setup.RequestType != 0x21 || record.setup.Request != DfuDnload ||
+  if (record.setup.RequestType != HostToInterface || record.setup.Request != DfuDnload ||
       record.path.find(u"hid#") != std::u16string::npos) {
     return {};
   }

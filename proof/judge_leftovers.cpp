@@ -1,7 +1,7 @@
 #include "proof/judge_leftovers.h"
 
-#include "proof/wire_requests.h"
 #include "simulator/product_memory.h"
+#include "simulator/wire_requests.h"
 
 namespace proof {
 

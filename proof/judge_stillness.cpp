@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "proof/excuses.h"
-#include "proof/wire_requests.h"
 #include "simulator/timeline.h"
+#include "simulator/wire_requests.h"
 
 namespace proof {
 

@@ -4,15 +4,12 @@
 #include <map>
 #include <set>
 
-#include "proof/wire_requests.h"
 #include "simulator/timeline.h"
+#include "simulator/wire_requests.h"
 
 namespace proof {
 
 namespace {
-
-constexpr u8 TypeMask = 0x60;
-constexpr u8 ClassType = 0x20;
 
 bool IsOfDfu(const Event& event) {
   return event.what == Happening::Transfer && event.side == Side::Dfu;
@@ -30,7 +27,7 @@ bool IsOfOperation(const Event& event) {
   }
   const WINUSB_SETUP_PACKET& setup = event.transfer.setup;
   return setup.Request == SetInterfaceRequest ||
-         ((setup.RequestType & TypeMask) == ClassType && setup.Request != DfuAbort);
+         (IsClassRequest(setup) && setup.Request != DfuAbort);
 }
 
 // A transfer that was made to fail never reached the wire, and still was the operation's next
@@ -200,7 +197,7 @@ void WireJudge::LookAtOthers() {
       }
     } else if (isOperation(event.threadId) || IsDescription(setup)) {
       continue;
-    } else if (setup.Request == DfuAbort && (setup.RequestType & TypeMask) == ClassType) {
+    } else if (IsClassRequest(setup, DfuAbort)) {
       LookAtAbort(i);
     } else {
       faults_.push_back(At(event.timeMs) + "expected no request but an operation's, found " +

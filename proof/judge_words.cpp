@@ -6,8 +6,8 @@
 #include "proof/excuses.h"
 #include "proof/judge_decisions.h"
 #include "proof/windows.h"
-#include "proof/wire_requests.h"
 #include "simulator/timeline.h"
+#include "simulator/wire_requests.h"
 
 namespace proof {
 

@@ -77,7 +77,7 @@ void Replayer::FindKind() {
     }
     if (operation_.kind != Operation::Kind::Leave && event.what == Happening::Transfer &&
         event.transfer.setup.Request == DfuDnload && !event.transfer.data.empty()) {
-      const bool erases = event.transfer.setup.Value == 0 && event.transfer.data[0] == 0x41;
+      const bool erases = event.transfer.setup.Value == 0 && event.transfer.data[0] == EraseCommand;
       operation_.kindIsSure = true;
       operation_.kind = erases ? Operation::Kind::Erase : Operation::Kind::Download;
       return;
@@ -98,9 +98,9 @@ bool Replayer::SendCommand() {
   const bool erases = operation_.kind == Operation::Kind::Erase;
   const u32 address = erases ? script_.erased[element_] : script_.written[element_].address;
   block_ = 0;
-  return Send(0, {static_cast<u8>(erases ? 0x41 : 0x21), static_cast<u8>(address),
-                  static_cast<u8>(address >> 8), static_cast<u8>(address >> 16),
-                  static_cast<u8>(address >> 24)});
+  return Send(0, {static_cast<u8>(erases ? EraseCommand : SetAddressCommand),
+                  static_cast<u8>(address), static_cast<u8>(address >> 8),
+                  static_cast<u8>(address >> 16), static_cast<u8>(address >> 24)});
 }
 
 // The block's place in the piece follows from its number alone.

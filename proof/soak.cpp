@@ -6,14 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cinttypes>
-#include <map>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "proof/draw.h"
+#include "proof/failed_seeds.h"
 #include "proof/plan_text.h"
 #include "proof/progress_line.h"
 #include "proof/shrink.h"
@@ -83,50 +81,10 @@ void RunJob(const SoakOptions& options, u32 job, int results) try {
   std::fprintf(stderr, "vantrel-soak: %s\n", error.what());
 }
 
-// How many failed seeds get a line, of each kind of violation and in all. A fault that many runs
-// meet would fill screen after screen with the same sentence; this much stays on one.
-constexpr u32 MostToldOfKind = 2;
-constexpr u32 MostTold = 6;
-
-// Failed seeds named at the end.
-constexpr std::size_t MostNamed = 20;
-
-void WriteFailure(const std::string& name, const TrialReport& report, std::FILE* stream) {
-  std::fprintf(stream, "%s FAILED: %s", name.c_str(), report.violations.front().c_str());
-  if (report.violations.size() > 1) {
-    std::fprintf(stream, " (and %zu more)", report.violations.size() - 1);
-  }
-  std::fputs("\n", stream);
-  // What ended the life counts as much as what was wrong first, which may have led to it.
-  if (!report.earlyEnd.empty() && report.earlyEnd != report.violations.front()) {
-    std::fprintf(stream, "  and in the end %s\n", report.earlyEnd.c_str());
-  }
-}
-
-// Writes the failed seeds' lines, as many as help.
-class FailureLines {
- public:
-  explicit FailureLines(std::FILE* stream) : stream_(stream) {}
-
-  void Write(u64 seed, const TrialReport& report) {
-    u32& toldOfKind = told_[KindOfViolation(report.violations.front())];
-    if (toldOfKind < MostToldOfKind && toldInAll_ < MostTold) {
-      ++toldOfKind;
-      ++toldInAll_;
-      WriteFailure("seed " + std::to_string(seed), report, stream_);
-    }
-  }
-
- private:
-  std::FILE* const stream_;
-  std::map<std::string, u32> told_;
-  u32 toldInAll_ = 0;
-};
-
 // Takes the jobs' messages until the last of them has ended.
-void Collect(int results, const SoakOptions& options, std::FILE* stream, SoakFigures& figures) {
+void Collect(int results, const SoakOptions& options, std::FILE* stream, SoakFigures& figures,
+             FailedSeeds& failed) {
   ProgressLine progress(stream, options.runs);
-  FailureLines failures(stream);
   std::vector<char> message(1 << 17);
   for (;;) {
     progress.Show(figures.runs, figures.failedSeeds.size());
@@ -140,32 +98,13 @@ void Collect(int results, const SoakOptions& options, std::FILE* stream, SoakFig
     figures.Add(seed, report);
     if (!report.violations.empty()) {
       progress.Clear();
-      failures.Write(seed, report);
+      failed.Add(seed, report);
       if (options.stopAtFirst) {
         break;
       }
     }
   }
   progress.Clear();
-}
-
-void WriteFailedSeeds(const SoakFigures& figures, std::FILE* stream) {
-  if (figures.failedSeeds.empty()) {
-    return;
-  }
-  std::fputs("failed seeds:", stream);
-  const std::size_t named = std::min(figures.failedSeeds.size(), MostNamed);
-  for (std::size_t i = 0; i < named; ++i) {
-    std::fprintf(stream, " %" PRIu64, figures.failedSeeds[i]);
-  }
-  if (figures.failedSeeds.size() > named) {
-    std::fprintf(stream, " and %zu more (--json tells all)", figures.failedSeeds.size() - named);
-  }
-  const u64 first = figures.failedSeeds.front();
-  std::fprintf(stream,
-               "\nreplay the first: %s --seed %" PRIu64
-               " --runs 1 --trace all\nmake it smaller:  %s --seed %" PRIu64 " --shrink\n",
-               program_invocation_name, first, program_invocation_name, first);
 }
 
 // Its name stands where that of a seed would.
@@ -197,7 +136,8 @@ bool RunSoak(const SoakOptions& options, std::FILE* stream, SoakFigures& figures
     }));
   }
   close(ends[1]);
-  Collect(ends[0], options, stream, figures);
+  FailedSeeds failed(stream);
+  Collect(ends[0], options, stream, figures, failed);
   close(ends[0]);
   for (const pid_t child : children) {
     if (const std::string end = WaitForChild(child); !end.empty()) {
@@ -206,7 +146,7 @@ bool RunSoak(const SoakOptions& options, std::FILE* stream, SoakFigures& figures
   }
   std::sort(figures.failedSeeds.begin(), figures.failedSeeds.end());
   WriteFigures(figures, stream);
-  WriteFailedSeeds(figures, stream);
+  failed.WriteAll();
   return figures.failedSeeds.empty() && figures.runs == options.runs;
 }
 

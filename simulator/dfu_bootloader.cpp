@@ -11,14 +11,7 @@ using platform::UsbResult;
 
 namespace {
 
-constexpr std::size_t AddressedCommandBytes = 5;
 constexpr std::size_t MassEraseBytes = 1;
-constexpr u16 FirstDataBlock = 2;
-
-// Behind the command byte, lowest byte first.
-u32 AddressOf(const Bytes& command) {
-  return u32{command[1]} | u32{command[2]} << 8 | u32{command[3]} << 16 | u32{command[4]} << 24;
-}
 
 }  // namespace
 
@@ -230,10 +223,10 @@ u32 DfuBootloader::ExecuteCommand() {
     }
     return options_.eraseBaseMs;
   }
-  if (block_.size() != AddressedCommandBytes) {
+  if (block_.size() != CommandBytes) {
     return Fail(errUNKNOWN);
   }
-  const u32 address = AddressOf(block_);
+  const u32 address = AddressIn(block_);
   switch (block_[0]) {
     case EraseCommand:
       return ExecuteErase(address);

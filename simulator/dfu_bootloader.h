@@ -10,50 +10,9 @@
 #include "common/types.h"
 #include "platform/machine/device_backend.h"
 #include "simulator/nor_flash.h"
+#include "simulator/wire_requests.h"
 
 namespace simulator {
-
-// Which kind of request a RequestType tells: bits 5 and 6 of bmRequestType, as USB has them.
-inline constexpr u8 TypeMask = 0x60;
-inline constexpr u8 ClassType = 0x20;
-
-// The first byte of a block 0; the address follows, its lowest byte first.
-inline constexpr u8 SetAddressCommand = 0x21;
-inline constexpr u8 EraseCommand = 0x41;
-
-// Those that this device can be in, with the numbers of the standard.
-enum DfuState : u8 {
-  dfuIDLE = 2,
-  dfuDNLOADSYNC = 3,
-  dfuDNBUSY = 4,
-  dfuDNLOADIDLE = 5,
-  dfuMANIFESTSYNC = 6,
-  dfuMANIFEST = 7,
-  dfuERROR = 10,
-};
-
-// Those that it tells by itself; a script or a fault may tell any other.
-enum DfuStatusCode : u8 {
-  dfuOK = 0x00,
-  errTARGET = 0x01,
-  errWRITE = 0x03,
-  errERASE = 0x04,
-  errVERIFY = 0x07,
-  errADDRESS = 0x08,
-  errUNKNOWN = 0x0E,
-  errSTALLEDPKT = 0x0F,
-};
-
-// bRequest of the class; there is no upload, so that one is refused.
-enum DfuRequest : u8 {
-  DfuDetach = 0,
-  DfuDnload = 1,
-  DfuUpload = 2,
-  DfuGetStatus = 3,
-  DfuClrStatus = 4,
-  DfuGetState = 5,
-  DfuAbort = 6,
-};
 
 struct BootloaderOptions {
   // wTransferSize: the most bytes of a block. Where a block goes follows from its number and this,

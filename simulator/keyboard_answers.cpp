@@ -19,10 +19,6 @@ namespace {
 constexpr u8 EnterDfuReportId = 0x17;
 constexpr u8 EnterDfuCommand = 0x01;
 
-constexpr u8 ToHost = 0x80;
-constexpr u8 GetDescriptorRequest = 6;
-constexpr u8 SetInterfaceRequest = 11;
-
 }  // namespace
 
 // ---- What the machine sees ----
@@ -113,9 +109,8 @@ bool VirtualKeyboard::TakeOutputReport(std::size_t collection, const Bytes& repo
 // the bootloader alone can do about it is left to it.
 std::optional<DeviceFault> VirtualKeyboard::MeetFault(const WINUSB_SETUP_PACKET& setup,
                                                       const Bytes& data) {
-  const bool isDownload = mode_ == KeyboardMode::Dfu &&
-                          (setup.RequestType & TypeMask) == ClassType &&
-                          setup.Request == DfuDnload && !data.empty();
+  const bool isDownload =
+      mode_ == KeyboardMode::Dfu && IsClassRequest(setup, DfuDnload) && !data.empty();
   const bool isErase = isDownload && setup.Value == 0 && data[0] == EraseCommand;
   const bool isBlock = isDownload && setup.Value != 0;
   erases_ += isErase ? 1 : 0;
@@ -169,7 +164,7 @@ UsbReply VirtualKeyboard::Transfer(const WINUSB_SETUP_PACKET& setup, const Bytes
 
 UsbReply VirtualKeyboard::Answer(const WINUSB_SETUP_PACKET& setup, const Bytes& data, u64 nowMs) {
   UsbReply reply{UsbResult::Stalled, {}};
-  const bool isClassRequest = (setup.RequestType & TypeMask) == ClassType;
+  const bool isClassRequest = IsClassRequest(setup);
   if (mode_ != KeyboardMode::Dfu) {
     // Requests of the DFU class that reach a keyboard in normal mode are somebody's mistake; it
     // refuses them and counts.
@@ -179,7 +174,7 @@ UsbReply VirtualKeyboard::Answer(const WINUSB_SETUP_PACKET& setup, const Bytes& 
 
   if (isClassRequest && setup.Index == 0) {
     reply = bootloader_.Request(setup, data, nowMs);
-  } else if (setup.RequestType == ToHost && setup.Request == GetDescriptorRequest) {
+  } else if (setup.RequestType == StandardToHost && setup.Request == GetDescriptorRequest) {
     reply = AnswerDescriptor(options_, setup);
     // WinUSB turns the selection of an alternate setting into this request. One that does not exist
     // is stalled.

@@ -1,8 +1,6 @@
 #include "simulator/nor_flash.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 
 namespace simulator {
 
@@ -112,25 +110,6 @@ std::optional<std::vector<u8>> NorFlash::Read(u32 address, std::size_t count) co
     read.insert(read.end(), first, first + static_cast<std::ptrdiff_t>(piece));
   }
   return read;
-}
-
-bool NorFlash::Save(const std::string& path) const {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file.write(reinterpret_cast<const char*>(bytes_.data()),
-             static_cast<std::streamsize>(bytes_.size()));
-  file.close();
-  return !file.fail();
-}
-
-bool NorFlash::Load(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  // A file of another size belongs to another keyboard.
-  const std::vector<u8> loaded{std::istreambuf_iterator<char>(file), {}};
-  if (file.bad() || loaded.size() != bytes_.size()) {
-    return false;
-  }
-  bytes_ = loaded;
-  return true;
 }
 
 }  // namespace simulator

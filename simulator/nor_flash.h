@@ -2,7 +2,7 @@
 // programming only clears bits.
 //
 // Plain data that its owner guards. It outlives the simulated machine where a run wants it to: it
-// can be copied, saved to a file and loaded again.
+// can be copied.
 #pragma once
 
 #include <optional>
@@ -66,10 +66,6 @@ class NorFlash {
 
   // All sectors one after the other.
   const std::vector<u8>& bytes() const { return bytes_; }
-
-  // Load takes only a file of the memory's own size. False when the file cannot be used.
-  bool Save(const std::string& path) const;
-  bool Load(const std::string& path);
 
  private:
   // The bytes from the address on that lie in one sector, most of them at the most; null when there

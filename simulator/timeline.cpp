@@ -4,8 +4,8 @@
 #include <cinttypes>
 
 #include "platform/machine/text.h"
-#include "simulator/dfu_bootloader.h"
 #include "simulator/dfu_names.h"
+#include "simulator/wire_requests.h"
 
 namespace simulator {
 
@@ -61,17 +61,13 @@ std::string Format(const char* format, unsigned first, unsigned second) {
   return text;
 }
 
-u32 Address(const platform::Bytes& command) {
-  return u32{command[1]} | u32{command[2]} << 8 | u32{command[3]} << 16 | u32{command[4]} << 24;
-}
-
 std::string DescribeDownload(const platform::TransferRecord& record) {
-  const bool isCommand = record.setup.Value == 0 && record.data.size() == 5;
-  if (isCommand && record.data[0] == 0x41) {
-    return Format("DNLOAD erase 0x%08X", Address(record.data), 0);
+  const bool isCommand = IsCommand(record.setup, record.data);
+  if (isCommand && record.data[0] == EraseCommand) {
+    return Format("DNLOAD erase 0x%08X", AddressIn(record.data), 0);
   }
-  if (isCommand && record.data[0] == 0x21) {
-    return Format("DNLOAD set address 0x%08X", Address(record.data), 0);
+  if (isCommand && record.data[0] == SetAddressCommand) {
+    return Format("DNLOAD set address 0x%08X", AddressIn(record.data), 0);
   }
   return Format("DNLOAD block %u, %u bytes", record.setup.Value, record.setup.Length);
 }
@@ -120,14 +116,13 @@ std::string SecondsText(u64 milliseconds) {
 }
 
 std::string DescribeTransfer(const platform::TransferRecord& record) {
-  const u8 type = record.setup.RequestType & 0x60;
   std::string text;
-  if (type == 0x20) {
+  if (IsClassRequest(record.setup)) {
     text = DescribeClassRequest(record);
-  } else if (record.setup.Request == 6) {
+  } else if (record.setup.Request == GetDescriptorRequest) {
     text = Format("GET_DESCRIPTOR type %u index %u", record.setup.Value >> 8,
                   record.setup.Value & 0xFF);
-  } else if (record.setup.Request == 11) {
+  } else if (record.setup.Request == SetInterfaceRequest) {
     text = Format("SET_INTERFACE alternate setting %u", record.setup.Value, 0);
   } else {
     text = Format("request 0x%02X, %u bytes", record.setup.Request, record.setup.Length);

@@ -4,9 +4,9 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
-#include "dfuengine/dfu_protocol.h"
 #include "simulator/number_text.h"
 #include "simulator/timeline.h"
+#include "simulator/wire_requests.h"
 
 namespace simulator {
 
@@ -18,10 +18,6 @@ constexpr u64 StartUpDelaysMs[] = {10'000, 5'000, 5'000};
 
 // An operation that has ended is looked at by the next tick.
 constexpr u64 TickMs = 3'000;
-
-bool IsDfuRequest(const platform::TransferRecord& record, u8 request) {
-  return (record.setup.RequestType & 0x60) == 0x20 && record.setup.Request == request;
-}
 
 // The first word of what the timeline says of it.
 std::string RequestName(const platform::TransferRecord& record) {
@@ -75,14 +71,13 @@ void UpdateAccount::NoteTransfer(const platform::TransferRecord& record) {
   if (name == "SET_REPORT") {
     reportMs_ = record.endMs;
   }
-  if (IsDfuRequest(record, DFU_GETSTATUS) && record.data.size() >= 4) {
-    const u64 poll = u64{record.data[1]} | u64{record.data[2]} << 8 | u64{record.data[3]} << 16;
-    asked_[record.threadId] = {record.endMs, record.endMs + poll};
+  if (IsClassRequest(record.setup, DfuGetStatus) && record.data.size() >= 4) {
+    asked_[record.threadId] = {record.endMs, record.endMs + PollTimeoutIn(record.data)};
   }
 }
 
 void UpdateAccount::CountBlock(const platform::TransferRecord& record) {
-  if (IsDfuRequest(record, DFU_DNLOAD)) {
+  if (IsClassRequest(record.setup, DfuDnload)) {
     blockOpen_ = record.setup.Value >= FirstDataBlock && !record.data.empty();
     counts_.dataBlocks += blockOpen_ ? 1 : 0;
     counts_.dataBlockTransfers += blockOpen_ ? 1 : 0;

@@ -4,7 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "simulator/dfu_bootloader.h"
+#include "simulator/wire_requests.h"
 
 namespace simulator {
 
@@ -23,13 +23,6 @@ constexpr char StateUntouched[] = "untouched";
 constexpr char StateErased[] = "erased";
 constexpr char StateWritten[] = "written";
 constexpr char StateRefused[] = "refused";
-
-// The only request that the service sends to a keyboard in normal mode besides asking for its
-// string.
-bool IsSetReport(const platform::TransferRecord& record) {
-  constexpr u8 SetReport = 9;
-  return (record.setup.RequestType & TypeMask) == ClassType && record.setup.Request == SetReport;
-}
 
 }  // namespace
 
@@ -67,7 +60,7 @@ UpdatePhase& UpdatePicture::Enter(const char* name, u64 timeMs) {
 void UpdatePicture::Note(const platform::TransferRecord& record) {
   const std::scoped_lock hold(lock_);
   const char* name = phases_.back().name;
-  const bool isHid = IsSetReport(record);
+  const bool isHid = IsClassRequest(record.setup, HidSetReportRequest);
   const std::optional<WireWork> work = reader_.Read(record);
   if (work.has_value()) {
     name = work->kind == WireWork::Kind::Erase   ? Erasing

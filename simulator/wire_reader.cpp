@@ -1,23 +1,12 @@
 #include "simulator/wire_reader.h"
 
-#include "dfuengine/dfu_protocol.h"
-#include "simulator/dfu_bootloader.h"
+#include "simulator/wire_requests.h"
 
 namespace simulator {
 
-namespace {
-
-constexpr std::size_t StatusBytes = 6;
-
-bool IsClassRequest(const platform::TransferRecord& record, u8 request) {
-  return (record.setup.RequestType & TypeMask) == ClassType && record.setup.Request == request;
-}
-
-}  // namespace
-
 std::optional<WireWork> WireReader::Read(const platform::TransferRecord& record) {
   const platform::Bytes& data = record.data;
-  if (!IsClassRequest(record, DfuDnload)) {
+  if (!IsClassRequest(record.setup, DfuDnload)) {
     return std::nullopt;
   }
   // The end of the download has a number, too, but goes nowhere.
@@ -25,8 +14,8 @@ std::optional<WireWork> WireReader::Read(const platform::TransferRecord& record)
     return WireWork{WireWork::Kind::Leave, base_, 0};
   }
   // Commands go under the first number, data from the third one on.
-  if (record.setup.Value == CommandBlock && data.size() == CommandBlockBytes) {
-    base_ = u32{data[1]} | u32{data[2]} << 8 | u32{data[3]} << 16 | u32{data[4]} << 24;
+  if (IsCommand(record.setup, data)) {
+    base_ = AddressIn(data);
     return WireWork{data[0] == EraseCommand ? WireWork::Kind::Erase : WireWork::Kind::SetAddress,
                     base_, 0};
   }
@@ -43,7 +32,7 @@ std::optional<WireWork> WireReader::Read(const platform::TransferRecord& record)
 }
 
 std::optional<WireStatus> ReadStatus(const platform::TransferRecord& record) {
-  if (!IsClassRequest(record, DfuGetStatus) || record.data.size() < StatusBytes) {
+  if (!IsClassRequest(record.setup, DfuGetStatus) || record.data.size() < StatusReplyBytes) {
     return std::nullopt;
   }
   return WireStatus{record.data[0], record.data[4]};

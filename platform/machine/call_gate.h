@@ -35,6 +35,7 @@ namespace platform {
   X(CM_Get_DevNode_Registry_PropertyW)  \
   X(HidD_GetAttributes)                 \
   X(HidD_GetPreparsedData)              \
+  X(HidD_FreePreparsedData)             \
   X(HidP_GetCaps)                       \
   X(HidD_GetProductString)              \
   X(HidD_SetOutputReport)               \

@@ -18,6 +18,7 @@ using platform::HidCollection;
 using platform::KernelObject;
 using platform::LastErrorCall;
 using platform::PlatformCall;
+using platform::SureCall;
 using platform::TheMachine;
 using platform::UsbReply;
 using platform::UsbResult;
@@ -119,12 +120,10 @@ BOOLEAN NTAPI HidD_GetPreparsedData(HANDLE HidDeviceObject, PHIDP_PREPARSED_DATA
 }
 
 BOOLEAN NTAPI HidD_FreePreparsedData(PHIDP_PREPARSED_DATA PreparsedData) {
-  if (!TheMachine().handles.Close(PreparsedData, HandleKind::PreparsedData,
-                                  "HidD_FreePreparsedData")) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return FALSE;
-  }
-  return TRUE;
+  const SureCall call(Call::HidD_FreePreparsedData);
+  call.Note(PreparsedData);
+  const bool freed = call.Close<PreparsedObject>(PreparsedData);
+  return freed ? TRUE : static_cast<BOOLEAN>(call.Fail(ERROR_INVALID_PARAMETER));
 }
 
 // Only a parser: it asks no device and sets no last error.

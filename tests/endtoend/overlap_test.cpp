@@ -3,6 +3,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
+
 #include "simulator/host_process.h"
 #include "tests/support/running_update_test.h"
 
@@ -316,23 +319,29 @@ class SecondLifeTest : public RunningUpdateTest,
   }
 
   // False when something went wrong in the first life.
-  bool LiveFirstLife(const std::string& flashFile) {
+  bool LiveFirstLife() {
     return simulator::RunInChild([&] {
              VirtualKeyboard& keyboard = BeginUpdate();
              EndAt(keyboard, std::get<End>(GetParam()), std::get<Progress>(GetParam()));
-             _exit(keyboard.ReadFlash().Save(flashFile) && !HasFailure() ? 0 : 1);
+             const simulator::NorFlash memory = keyboard.ReadFlash();
+             EXPECT_EQ(memory.bytes().size(), flash.size());
+             std::copy_n(memory.bytes().begin(), flash.size(), flash.begin());
+             _exit(HasFailure() ? 1 : 0);
            }) == "";
   }
+
+  // What the first life left in the keyboard.
+  using FlashBytes = std::array<u8, 256 * 1024>;
+  FlashBytes& flash = simulator::MakeShared<FlashBytes>();
 };
 
 TEST_P(SecondLifeTest, FinishesWhatTheFirstBegan) {
-  const std::string flashFile = tablet.driveFolder() + "/flash";
-  ASSERT_TRUE(LiveFirstLife(flashFile));
+  ASSERT_TRUE(LiveFirstLife());
 
   auto& keyboard = *new VirtualKeyboard(machine, {});
-  simulator::NorFlash flash = keyboard.ReadFlash();
-  ASSERT_TRUE(flash.Load(flashFile));
-  keyboard.WriteFlash(flash);
+  simulator::NorFlash memory = keyboard.ReadFlash();
+  memory.Overwrite(memory.sectors().front().address, {flash.begin(), flash.end()});
+  keyboard.WriteFlash(memory);
   keyboard.Attach();
   EXPECT_EQ(keyboard.mode(), simulator::KeyboardMode::Dfu);
   machine.power.SetBatteryPercent(1);  // does not matter any more

@@ -213,11 +213,11 @@ BOOL WINAPI WinUsb_ControlTransfer(WINUSB_INTERFACE_HANDLE, WINUSB_SETUP_PACKET 
     return FALSE;
   }
   Bytes data;
-  if ((setup.RequestType & 0x80) == 0) {
+  if (!simulator::IsToHost(setup)) {
     data.assign(buffer, buffer + setup.Length);
   }
   const bool done = TheKeyboard().Transfer(setup, data);
-  if (done && (setup.RequestType & 0x80) != 0) {
+  if (done && simulator::IsToHost(setup)) {
     std::copy_n(data.begin(), std::min<std::size_t>(data.size(), bytes), buffer);
   }
   if (transferred != nullptr) {
@@ -229,7 +229,9 @@ BOOL WINAPI WinUsb_ControlTransfer(WINUSB_INTERFACE_HANDLE, WINUSB_SETUP_PACKET 
 BOOL WINAPI WinUsb_GetDescriptor(WINUSB_INTERFACE_HANDLE handle, UCHAR type, UCHAR index,
                                  USHORT language, PUCHAR buffer, ULONG bytes, PULONG transferred) {
   const auto value = static_cast<USHORT>(type << 8 | index);
-  return WinUsb_ControlTransfer(handle, {0x80, 6, value, language, static_cast<USHORT>(bytes)},
+  return WinUsb_ControlTransfer(handle,
+                                {simulator::StandardToHost, simulator::GetDescriptorRequest, value,
+                                 language, static_cast<USHORT>(bytes)},
                                 buffer, bytes, transferred, nullptr);
 }
 

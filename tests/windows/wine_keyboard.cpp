@@ -18,11 +18,6 @@ using simulator::NorFlash;
 
 namespace {
 
-constexpr u8 GetDescriptorRequest = 6;
-constexpr u8 SetInterfaceRequest = 11;
-constexpr u8 TypeMask = 0x60;
-constexpr u8 ClassType = 0x20;
-
 constexpr KeyboardVersion OldVersion = {1, 0, 2, 1};
 
 class Locked {
@@ -264,14 +259,14 @@ UsbReply Keyboard::Answer(const WINUSB_SETUP_PACKET& setup, const Bytes& data) {
   if (mode_ != Mode::Dfu) {
     return {UsbResult::Absent, {}, 0};
   }
-  if ((setup.RequestType & TypeMask) == ClassType) {
+  if (simulator::IsClassRequest(setup)) {
     LogDownload(setup, data);
     return bootloader_.Request(setup, data, GetTickCount64());
   }
   switch (setup.Request) {
-    case GetDescriptorRequest:
+    case simulator::GetDescriptorRequest:
       return AnswerDescriptor(options_, setup);
-    case SetInterfaceRequest:
+    case simulator::SetInterfaceRequest:
       return {setup.Value == 0 ? UsbResult::Done : UsbResult::Stalled, {}, 0};
     default:
       return {UsbResult::Stalled, {}, 0};
@@ -284,10 +279,9 @@ void Keyboard::LogDownload(const WINUSB_SETUP_PACKET& setup, const Bytes& data) 
   }
   if (data.empty()) {
     Log("device is told to leave");
-  } else if (setup.Value == 0 && data.size() == 5) {
-    u32 address = 0;
-    std::memcpy(&address, &data[1], sizeof(address));
-    Log((data[0] == 0x41 ? "device erases " : "device goes to ") + Hex(address));
+  } else if (simulator::IsCommand(setup, data)) {
+    Log((data[0] == simulator::EraseCommand ? "device erases " : "device goes to ") +
+        Hex(simulator::AddressIn(data)));
   } else {
     Log("device takes block " + std::to_string(setup.Value) + ", " + std::to_string(data.size()) +
         " bytes");
@@ -309,7 +303,7 @@ bool Keyboard::Transfer(const WINUSB_SETUP_PACKET& setup, Bytes& data) {
     SetLastError(reply.result == UsbResult::Absent ? ERROR_BAD_COMMAND : ERROR_GEN_FAILURE);
     return false;
   }
-  if ((setup.RequestType & 0x80) != 0) {
+  if (simulator::IsToHost(setup)) {
     data = reply.data;
   }
   return true;
