@@ -116,7 +116,7 @@ void UpdateAccount::NoteWait(const platform::WaitRecord& wait) {
     stretches_.push_back({Delay, wait.startMs, wait.endMs});
   } else if (wait.timeoutMs == TickMs && !asked_.contains(wait.threadId)) {
     for (const u64 endedMs : operationEnds_) {
-      stretches_.push_back({Delay, endedMs, wait.endMs});
+      stretches_.push_back({Tick, endedMs, wait.endMs});
     }
     operationEnds_.clear();
   }
@@ -137,7 +137,7 @@ AccountFigures UpdateAccount::Close(u64 fromMs, u64 toMs) const {
   };
   std::for_each(stretches_.begin(), stretches_.end(), add);
   for (const u64 endedMs : operationEnds_) {
-    add({Delay, endedMs, toMs});
+    add({Tick, endedMs, toMs});
   }
   if (away_) {
     add({Away, awayFromMs_, toMs});
@@ -159,7 +159,8 @@ AccountFigures UpdateAccount::Close(u64 fromMs, u64 toMs) const {
   figures.wireMs = spentMs[Wire];
   figures.pollMs = spentMs[Poll];
   figures.awayMs = spentMs[Away];
-  figures.delayMs = spentMs[Delay];
+  figures.delayMs = spentMs[Delay] + spentMs[Tick];
+  figures.tickMs = spentMs[Tick];
   figures.elseMs = spentMs[KindCount];
   figures.deviceOpens = deviceOpens_;
   figures.platformCalls = platformCalls_;

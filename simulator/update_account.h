@@ -28,6 +28,7 @@ struct AccountFigures {
   u64 awayMs = 0;
   u64 delayMs = 0;
   u64 elseMs = 0;
+  u64 tickMs = 0;  // the part of delayMs from an operation's end to the look at it
 
   // These count from the start of the watch, not over the stretch.
   std::map<std::string, u64> transfers;  // by the name of the request
@@ -60,7 +61,7 @@ class UpdateAccount {
 
  private:
   // What a moment may belong to, the first one first.
-  enum Kind { Wire, Poll, Away, Delay, KindCount };
+  enum Kind { Wire, Poll, Away, Delay, Tick, KindCount };
 
   // Stretches may overlap. Which of them a moment belongs to is decided by Close.
   struct Stretch {

@@ -34,24 +34,10 @@ UpdatePicture::UpdatePicture(const NorFlash& flash) {
   phases_.push_back({.name = StartUp});
 }
 
-// What is left over when all that is known is taken away: a fixed delay where the service always
-// sleeps, waiting elsewhere.
-UpdatePhase UpdatePicture::Until(UpdatePhase phase, u64 timeMs) {
-  phase.toMs = std::max(phase.toMs, timeMs);
-  const u64 known = phase.deviceMs + phase.wireMs;
-  const u64 whole = phase.toMs - phase.fromMs;
-  // The service sleeps before it decides, and again before it opens a DFU device.
-  if (phase.name == StartUp || phase.name == IntoDfu) {
-    phase.fixedMs = whole - std::min(whole, known);
-  }
-  phase.deviceMs = std::min(phase.deviceMs, whole - phase.wireMs);
-  return phase;
-}
-
 // A phase that comes again, as after a pull, is drawn again: the picture goes along the time.
 UpdatePhase& UpdatePicture::Enter(const char* name, u64 timeMs) {
   if (phases_.back().name != name) {
-    phases_.back() = Until(phases_.back(), timeMs);
+    phases_.back().toMs = timeMs;
     phases_.push_back({.name = name, .fromMs = timeMs, .toMs = timeMs});
   }
   return phases_.back();
@@ -71,19 +57,14 @@ void UpdatePicture::Note(const platform::TransferRecord& record) {
   } else if (name == IntoDfu) {
     name = Looking;
   }
-  // What passes after the device has said that it is busy is its own time.
-  if (isBusy_) {
-    phases_.back().deviceMs += record.startMs - std::min(record.startMs, lastEndMs_);
-  }
-  isBusy_ = false;
-  UpdatePhase& phase = Enter(name, record.startMs);
-  phase.wireMs += record.endMs - record.startMs;
-  phase.toMs = std::max(phase.toMs, record.endMs);
-  lastEndMs_ = record.endMs;
+  Enter(name, record.startMs).toMs = record.endMs;
   if (work.has_value()) {
     NoteWork(*work, record);
   } else if (const std::optional<WireStatus> status = ReadStatus(record)) {
     NoteStatus(*status);
+    if (status->state == dfuMANIFEST) {
+      Enter(IntoFirmware, record.endMs);
+    }
   } else if (isHid && record.result == platform::UsbResult::Done) {
     Enter(IntoDfu, record.endMs);
   }
@@ -100,7 +81,6 @@ void UpdatePicture::NoteWork(const WireWork& work, const platform::TransferRecor
 }
 
 void UpdatePicture::NoteStatus(const WireStatus& status) {
-  isBusy_ = status.state == dfuDNBUSY || status.state == dfuMANIFEST;
   // What the device did not take is not written. It may be sent again, and then the sector changes
   // its colour once more.
   if (status.status != dfuOK) {
@@ -110,9 +90,6 @@ void UpdatePicture::NoteStatus(const WireStatus& status) {
     isPending_ = false;
   } else if (status.state == dfuDNLOADIDLE) {
     FinishBlock();
-  }
-  if (status.state == dfuMANIFEST) {
-    Enter(IntoFirmware, lastEndMs_);
   }
 }
 
@@ -150,11 +127,7 @@ void UpdatePicture::NoteReturn(u64 timeMs) {
   const std::scoped_lock hold(lock_);
   UpdatePhase& phase = phases_.back();
   if (phase.name == IntoDfu || phase.name == IntoFirmware) {
-    // From its leaving to its return the keyboard restarts; what the service then still waits is
-    // its own.
-    phase.deviceMs = timeMs - phase.fromMs - phase.wireMs;
     phase.toMs = std::max(phase.toMs, timeMs);
-    isBusy_ = false;
   }
 }
 
@@ -163,7 +136,7 @@ const char* UpdatePicture::PhaseName() const {
   return phases_.back().name;
 }
 
-void UpdatePicture::Describe(u64 nowMs, Json& told) const {
+void UpdatePicture::Describe(const UpdateAccount& account, u64 nowMs, Json& told) const {
   const std::scoped_lock hold(lock_);
   told["sectors"] = Json::array();
   for (const Sector& sector : sectors_) {
@@ -173,16 +146,17 @@ void UpdatePicture::Describe(u64 nowMs, Json& told) const {
                                {"bytesWritten", sector.bytesWritten}});
   }
   told["phases"] = Json::array();
-  for (const UpdatePhase& unended : phases_) {
+  for (const UpdatePhase& phase : phases_) {
     // Where nothing was ever said to a keyboard, the delay lasts.
-    const UpdatePhase phase = Until(unended, phases_.size() == 1 ? nowMs : unended.toMs);
+    const u64 toMs = phases_.size() == 1 ? nowMs : phase.toMs;
+    const AccountFigures figures = account.Close(phase.fromMs, toMs);
     told["phases"].push_back({{"name", phase.name},
                               {"fromMs", phase.fromMs},
-                              {"toMs", phase.toMs},
-                              {"fixedMs", phase.fixedMs},
-                              {"deviceMs", phase.deviceMs},
-                              {"wireMs", phase.wireMs},
-                              {"waitingMs", phase.waitingMs()}});
+                              {"toMs", toMs},
+                              {"fixedMs", figures.delayMs - figures.tickMs},
+                              {"deviceMs", figures.pollMs + figures.awayMs},
+                              {"wireMs", figures.wireMs},
+                              {"waitingMs", figures.tickMs + figures.elseMs}});
   }
 }
 

@@ -282,7 +282,7 @@ class UpdateRun {
     told["firmwareAfter"] = after.has_value() ? VersionText(*after) : "";
     told["memoryIsMadeUp"] = options_.memoryIsMadeUp;
     told["gates"] = gates_.is_null() ? Json::array() : gates_;
-    picture_.Describe(tablet_.nowMs(), told);
+    picture_.Describe(account_, tablet_.nowMs(), told);
     told["dropped"] = Json::array();
     for (const DroppedSpan& span : DroppedSpans(elements(), flash)) {
       told["dropped"].push_back({{"address", span.address}, {"bytes", span.bytes}});
