@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "proof/trial_report.h"
 #include "simulator/timeline.h"
 
 namespace proof {
@@ -86,7 +87,7 @@ Conversation::Conversation(const std::vector<Event>& events,
 // After one request that was not due nothing more can be said of the operation.
 void Conversation::Fault(const Event& at, const std::string& what) {
   const u64 timeMs = at.what == Happening::Transfer ? at.transfer.startMs : at.timeMs;
-  faults_.push_back("at " + SecondsText(timeMs) + ": " + what);
+  faults_.push_back(At(timeMs) + what);
   throw Unexpected();
 }
 

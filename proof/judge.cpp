@@ -4,7 +4,7 @@
 #include "proof/judge_stillness.h"
 #include "proof/judge_wire.h"
 #include "proof/judge_words.h"
-#include "simulator/timeline.h"
+#include "proof/trial_report.h"
 
 namespace proof {
 
@@ -16,7 +16,7 @@ void Judge::Watch(Keeper keep) {
 }
 
 void Judge::Violate(const std::string& what) {
-  Take({"at " + SecondsText(stage_.tablet.nowMs()) + ": " + what});
+  Take({At(stage_.tablet.nowMs()) + what});
 }
 
 void Judge::TakeOne(const std::string& fault) {

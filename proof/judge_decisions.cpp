@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "simulator/timeline.h"
+#include "proof/trial_report.h"
 #include "simulator/wire_requests.h"
 
 namespace proof {
@@ -82,7 +82,7 @@ class DecisionJudge {
 
 void DecisionJudge::Fault(std::size_t index, const std::string& what) {
   const u64 timeMs = index < events_.size() ? events_[index].timeMs : events_.back().timeMs;
-  faults_.push_back("at " + SecondsText(timeMs) + ": " + what);
+  faults_.push_back(At(timeMs) + what);
 }
 
 // By the thread of the window: other threads go on while it decides.

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "simulator/timeline.h"
+#include "proof/trial_report.h"
 
 namespace proof {
 
@@ -63,9 +63,8 @@ std::string FlashJudge::Look() {
   if (fault.empty() && HasSecond(plan_)) {
     fault = LookAt(stage_.second, true);  // in DFU mode versions do not count
   }
-  return fault.empty() || hasTold_.exchange(true)
-             ? std::string()
-             : "at " + SecondsText(stage_.tablet.nowMs()) + ": " + fault;
+  return fault.empty() || hasTold_.exchange(true) ? std::string()
+                                                  : At(stage_.tablet.nowMs()) + fault;
 }
 
 // Most sectors are untouched most of the time, and whole sectors are quickly compared.

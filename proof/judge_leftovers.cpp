@@ -1,5 +1,6 @@
 #include "proof/judge_leftovers.h"
 
+#include "proof/trial_report.h"
 #include "simulator/product_memory.h"
 #include "simulator/wire_requests.h"
 
@@ -45,11 +46,13 @@ bool LeftLast(const std::vector<Event>& events) {
 
 // Some live as long as the process; the table of those is the tests' one, too.
 void LookAtHandles(platform::Machine& machine, std::vector<std::string>& faults) {
+  const std::string at = At(machine.scheduler.NowMs());
   for (const auto& [kind, count] : CountOpenHandles(machine)) {
     const std::size_t most = LongLivedHandles(kind);
     if (count > most) {
-      faults.push_back("expected at most " + std::to_string(most) + " " + platform::NameOf(kind) +
-                       " handles at the end, found " + std::to_string(count));
+      faults.push_back(at + "expected at most " + std::to_string(most) + " " +
+                       platform::NameOf(kind) + " handles at the end, found " +
+                       std::to_string(count));
     }
   }
 }
@@ -64,15 +67,16 @@ std::vector<std::string> JudgeLeftovers(const History& history, platform::Machin
     return faults;
   }
   LookAtHandles(machine, faults);
+  const std::string at = At(machine.scheduler.NowMs());
   if (machine.heap.OpenBlocks() != 0) {
-    faults.push_back("expected no block of the process heap at the end, found " +
+    faults.push_back(at + "expected no block of the process heap at the end, found " +
                      std::to_string(machine.heap.OpenBlocks()));
   }
   // The memory maps of the last device stay: an array, and a sector table for each setting.
   const std::size_t most = 1 + plan.keyboard.alternateSettings.size();
   const std::size_t blocks = ProductMemory().blocks;
   if (LeftLast(history.events()) && blocks > most) {
-    faults.push_back("expected at most " + std::to_string(most) +
+    faults.push_back(at + "expected at most " + std::to_string(most) +
                      " blocks of memory at the end, found " + std::to_string(blocks));
   }
   return faults;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "proof/excuses.h"
+#include "proof/trial_report.h"
 #include "simulator/timeline.h"
 #include "simulator/wire_requests.h"
 
@@ -165,7 +166,7 @@ void StillnessJudge::LookAtGap(u64 timeMs) {
   }
   const u64 boundMs = TwoTicksMs + WorkMs + othersMs_ + history_.HeldMs(spokenMs_, untilMs);
   if (untilMs - fromMs > boundMs) {
-    faults_.push_back("at " + SecondsText(fromMs) + ": expected a transfer or DISCONNECT within " +
+    faults_.push_back(At(fromMs) + "expected a transfer or DISCONNECT within " +
                       SecondsText(boundMs) + ", found none for " + SecondsText(untilMs - fromMs));
     watched_ = Unit::Other;
   }

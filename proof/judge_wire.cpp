@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 
+#include "proof/trial_report.h"
 #include "simulator/timeline.h"
 #include "simulator/wire_requests.h"
 
@@ -36,11 +37,6 @@ bool BelongsToReplay(const Event& event) {
   return IsOfDfu(event) ||
          (event.what == Happening::CallFailed &&
           (event.call == platform::Call::WinUsb_ControlTransfer || IsOfOperation(event)));
-}
-
-// How every violation begins; see TimeOfViolation.
-std::string At(u64 timeMs) {
-  return "at " + SecondsText(timeMs) + ": ";
 }
 
 // The descriptors that a refresh and the set-up of an operation read.

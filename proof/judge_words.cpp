@@ -5,8 +5,8 @@
 
 #include "proof/excuses.h"
 #include "proof/judge_decisions.h"
+#include "proof/trial_report.h"
 #include "proof/windows.h"
-#include "simulator/timeline.h"
 #include "simulator/wire_requests.h"
 
 namespace proof {
@@ -72,9 +72,7 @@ class WordJudge {
   bool FailsToOpen(const Event& event) const;
   bool RefreshCouldFail(const Window& window, std::size_t index) const;
   void LookAtUnpaid();
-  void Fault(u64 timeMs, const std::string& what) {
-    faults_.push_back("at " + SecondsText(timeMs) + ": " + what);
-  }
+  void Fault(u64 timeMs, const std::string& what) { faults_.push_back(At(timeMs) + what); }
 
   const History& history_;
   const std::vector<Event>& events_;

@@ -47,6 +47,14 @@ KeyboardOptions OptionsOfSecond(const TrialPlan& plan) {
   return options;
 }
 
+// What became of a keyboard, where its firmware was expected.
+std::string StateText(const VirtualKeyboard& keyboard) {
+  if (const std::optional<KeyboardVersion> version = keyboard.runningVersion()) {
+    return "firmware " + VersionText(*version);
+  }
+  return keyboard.mode() == KeyboardMode::Dfu ? "DFU mode" : "it away";
+}
+
 // The bytes of all sectors in a row, as an earlier life left them, over an erased flash.
 NorFlash FlashFrom(const std::vector<FlashRegion>& regions, const std::vector<u8>& bytes) {
   NorFlash flash(regions);
@@ -237,30 +245,21 @@ void Life::PassUntil(u64 timeMs) {
   }
 }
 
-// The keyboard's arrival is one more thing that has a time.
+// The keyboard is plugged in even when nobody is there any more who could see it.
 void Life::LetTroublesHappen() {
-  bool attached = plan_.attachMs == 0;
-  for (const Trouble& trouble : plan_.troubles) {
-    if (trouble.kind->place != FaultPlace::Time) {
+  for (const Moment& moment : MomentsOf(plan_.troubles, plan_.attachMs)) {
+    PassUntil(moment.atMs);
+    if (moment.trouble == nullptr) {
+      PlugIn();
       continue;
     }
-    if (!attached && plan_.attachMs <= trouble.at) {
-      PassUntil(plan_.attachMs);
-      PlugIn();
-      attached = true;
-    }
-    PassUntil(trouble.at);
     if (HasEnded()) {
       return;
     }
     if (timeline_ != nullptr) {
-      timeline_->Write("trouble", trouble.kind->told);
+      timeline_->Write("trouble", moment.trouble->kind->told);
     }
-    troubles_.Happen(trouble);
-  }
-  if (!attached) {
-    PassUntil(plan_.attachMs);
-    PlugIn();
+    troubles_.Happen(*moment.trouble);
   }
   PassUntil(plan_.quietAtMs);
 }
@@ -301,7 +300,9 @@ void Life::Recover() {
     return;
   }
   if (!troubled_ && !IsUpdated() && !HasEnded()) {
-    judge_.Violate("a new start of the service did not update the keyboard");
+    judge_.Violate("expected firmware " + VersionText(plan_.package.version) +
+                   " in the keyboard after a new start of the service, found " +
+                   StateText(keyboard_));
   }
   if (!IsUpdated()) {
     PassUntil(StartUpMs);
@@ -324,7 +325,9 @@ void Life::RecoverSecond() {
   stage_.second.AttachInDfuMode();
   tablet_.PassTimeUntil([this] { return IsUpdated(stage_.second) || HasEnded(); }, UpdateWithinMs);
   if (!IsUpdated(stage_.second) && !HasEnded() && !MayNeedNewStart(plan_)) {
-    judge_.Violate("the second keyboard was not updated although it was plugged in anew");
+    judge_.Violate("expected firmware " + VersionText(plan_.package.version) +
+                   " in the second keyboard, which was plugged in anew, found " +
+                   StateText(stage_.second));
   }
   tablet_.PassTime(SettleMs);
 }
@@ -332,6 +335,7 @@ void Life::RecoverSecond() {
 // The judge looks first: what follows here belongs to the report and changes nothing.
 void Life::Conclude() {
   report_.updated = IsUpdated();
+  report_.keyboard = StateText(keyboard_);
   page_.processEnded = HasEnded();
   // An operation whose thread could not be made holds what it opened until the device's next
   // arrival, which does not come when its work was not needed any more.

@@ -26,19 +26,11 @@ constexpr Setting<TrialPlan> PlanLines[] = {
      }},
 };
 
-constexpr char FaultName[] = "fault";
-
-bool TakeFault(const SettingLine& line, TrialPlan& plan, std::string& reason) {
-  const std::string why = ReadTrouble(line.value, plan.troubles.emplace_back());
-  reason = "line " + std::to_string(line.number) + ": " + FaultName + " " + why;
-  return why.empty();
-}
-
 // A line is a fault, one of the plan's own, or one of the scenario's that it is built on.
 bool Take(const SettingLine& line, SettingReader<TrialPlan>& own, SettingReader<Scenario>& scenario,
           TrialPlan& plan, std::string& reason) {
   if (line.name == FaultName) {
-    return TakeFault(line, plan, reason);
+    return TakeFault(line, plan.troubles, reason);
   }
   LineOutcome outcome = own.Take(line, plan, reason);
   if (outcome == LineOutcome::NotMine) {

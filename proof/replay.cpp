@@ -45,9 +45,9 @@ Operation Replayer::Run() {
     const bool good = operation_.kind == Operation::Kind::Leave ? Leave() : Flash();
     Decide(good);
     if (const Event* const more = Next(); more != nullptr) {
-      Fault(*more, std::string("the operation is over, and yet came ") +
+      Fault(*more, std::string("expected no more of an operation that is over, found ") +
                        (more->what == Happening::Transfer ? DescribeTransfer(more->transfer)
-                                                          : "one request more"));
+                                                          : "a request that failed"));
     }
   } catch (const NoMore&) {
     if (failedAt_ != 0) {

@@ -6,8 +6,8 @@
 
 #include "proof/life.h"
 #include "proof/trace.h"
+#include "proof/trial_report.h"
 #include "simulator/host_process.h"
-#include "simulator/timeline.h"
 
 namespace proof {
 
@@ -32,7 +32,7 @@ LifePage& SharedPage() {
 
 // Why the process of a life did not get to its end.
 std::string EarlyEndText(const LifePage& page, const std::string& end) {
-  const std::string time = "at " + SecondsText(page.lastCallMs) + ": ";
+  const std::string time = At(page.lastCallMs);
   if (*page.stuck != '\0') {
     return time + page.stuck;
   }
@@ -79,6 +79,7 @@ void Add(const TrialReport& life, bool troubled, TrialReport& report) {
   }
   ++report.lives;
   report.updated = life.updated;
+  report.keyboard = life.keyboard;
   report.earlyEnd = life.earlyEnd;
   report.virtualMs += life.virtualMs;
   report.violations.insert(report.violations.end(), life.violations.begin(), life.violations.end());
@@ -110,7 +111,8 @@ TrialReport RunTrial(const TrialPlan& plan, const std::string& driveFolder) {
     const LifePage& page = SharedPage();
     if (!page.processEnded && !(troubled && MayNeedNewStart(plan))) {
       report.violations.push_back(
-          "expected an update of the keyboard that was plugged in anew, found none");
+          At(life.virtualMs) + "expected firmware " + VersionText(plan.package.version) +
+          " in the keyboard that was plugged in anew, found " + life.keyboard);
       break;
     }
     ++report.troubles["new start of the service"];
@@ -119,7 +121,9 @@ TrialReport RunTrial(const TrialPlan& plan, const std::string& driveFolder) {
     carried.flash.assign(page.flash, page.flash + page.flashBytes);
   }
   if (plan.expectsUpdate && !report.updated && report.violations.empty()) {
-    report.violations.push_back("expected an update of the keyboard in the end, found none");
+    report.violations.push_back(At(report.virtualMs) + "expected firmware " +
+                                VersionText(plan.package.version) +
+                                " in the keyboard after all lives, found " + report.keyboard);
   }
   return report;
 }

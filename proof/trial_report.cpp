@@ -4,6 +4,7 @@
 #include <cctype>
 
 #include "simulator/setting_lines.h"
+#include "simulator/timeline.h"
 
 namespace proof {
 
@@ -19,6 +20,19 @@ constexpr Setting<TrialReport> ReportNumber(const char* name) {
           [](const TrialReport& report) { return Texts{std::to_string(report.*Field)}; },
           [](TrialReport& report, const std::string& value) {
             return simulator::ReadNumber(value, 0, ~u64{0}, report.*Field);
+          }};
+}
+
+// No line for an empty one.
+template <auto Field>
+constexpr Setting<TrialReport> ReportSentence(const char* name) {
+  return {name, "a sentence",
+          [](const TrialReport& report) {
+            return (report.*Field).empty() ? Texts{} : Texts{report.*Field};
+          },
+          [](TrialReport& report, const std::string& value) {
+            report.*Field = value;
+            return true;
           }};
 }
 
@@ -67,14 +81,8 @@ constexpr Setting<TrialReport> ReportLines[] = {
        return true;
      },
      [](TrialReport& report) { report.violations.clear(); }},
-    {"early-end", "a sentence",
-     [](const TrialReport& report) {
-       return report.earlyEnd.empty() ? Texts{} : Texts{report.earlyEnd};
-     },
-     [](TrialReport& report, const std::string& value) {
-       report.earlyEnd = value;
-       return true;
-     }},
+    ReportSentence<&TrialReport::keyboard>("keyboard"),
+    ReportSentence<&TrialReport::earlyEnd>("early-end"),
 };
 
 }  // namespace
@@ -93,6 +101,10 @@ TrialReport ReadReport(const std::string& text) {
     reader.Take(line, report, ignored);
   }
   return report;
+}
+
+std::string At(u64 timeMs) {
+  return "at " + simulator::SecondsText(timeMs) + ": ";
 }
 
 u64 TimeOfViolation(const std::string& violation) {

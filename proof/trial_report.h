@@ -19,6 +19,7 @@ struct TrialReport {
   std::string earlyEnd;
 
   bool updated = false;
+  std::string keyboard;  // in the end: "firmware 1.0.2.1", "DFU mode"; empty after an early end
   u32 lives = 0;
   u64 virtualMs = 0;
   u64 platformCalls = 0;  // of the first life
@@ -41,7 +42,10 @@ std::string ReportText(const TrialReport& report);
 // What cannot be read is left out: the text comes from ReportText, perhaps with its end missing.
 TrialReport ReadReport(const std::string& text);
 
-// When a violation was, as its text says ("at 12.345 s: ..."); the end of time when it does not.
+// How every violation begins: "at 12.345 s: ".
+std::string At(u64 timeMs);
+
+// When a violation was, as its text says; the end of time when it does not.
 u64 TimeOfViolation(const std::string& violation);
 
 // What a violation says, its numbers aside: the same for one fault in plans of many kinds.

@@ -22,8 +22,8 @@ void AddRun(const Package& package, const CheckOptions& options, Json& plan) {
   run.memoryIsMadeUp = false;
   const Json result = AskChild([&](const std::string& driveFolder) {
     run.driveFolder = driveFolder;
-    SplitConsole(true, false);
-    return RunUpdate(run, std::fopen("/dev/null", "w"));
+    SilenceStandardOutput();
+    return RunUpdate(run, stdout);
   });
   plan["result"] = result["result"];
   if (result["exitCode"] == ExitDone) {
@@ -108,7 +108,7 @@ Json CheckPackage(const std::string& path, const CheckOptions& options) {
     return Refuse(check, refusal);
   }
   const Json view = AskChild([&](const std::string& driveFolder) {
-    SplitConsole(true, false);
+    SilenceStandardOutput();
     return ReadAsService(driveFolder, package.fileName, package.bytes, options.mapText,
                          options.keyboard.bootloader.transferSize);
   });

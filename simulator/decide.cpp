@@ -18,7 +18,7 @@ namespace {
 constexpr u64 DecidedAfterMs = 60'000;
 
 Json Decide(const UpdateRunOptions& options, const std::string& driveFolder) {
-  SplitConsole(true, false);
+  SilenceStandardOutput();
   Tablet tablet({.scheduler = {}, .driveFolder = driveFolder});
   auto& keyboard = *new VirtualKeyboard(tablet.machine(), KeyboardFor(options));
   tablet.InstallPackage(options.package.fileName, options.package.bytes);

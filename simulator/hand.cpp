@@ -1,7 +1,5 @@
 #include "simulator/hand.h"
 
-#include <algorithm>
-
 namespace simulator {
 
 Hand::Hand(Tablet& tablet, VirtualKeyboard& keyboard, VirtualKeyboard& second, Timeline& timeline,
@@ -14,7 +12,8 @@ Hand::Hand(Tablet& tablet, VirtualKeyboard& keyboard, VirtualKeyboard& second, T
       // Nobody judges here, so nobody needs to be told what the hand does.
       // Memory is counted in the proof alone, so none is refused.
       stage_{tablet, keyboard, second, foreign_, deliveries_, [](StageEvent) {}, [](u64) {}},
-      troubles_(stage_, options.troubles) {}
+      troubles_(stage_, options.troubles),
+      moments_(MomentsOf(options.troubles, options.attachMs)) {}
 
 void Hand::Begin() {
   // Windows tells of devices in order and at once; only troubles change that.
@@ -26,13 +25,7 @@ void Hand::Begin() {
   if (options_.attachMs == 0) {
     PlugIn();
   }
-  plannedUntilMs_ = options_.attachMs;
-  for (const Trouble& trouble : options_.troubles) {
-    if (trouble.kind->place == FaultPlace::Time) {
-      plannedUntilMs_ = std::max(plannedUntilMs_, trouble.at);
-    }
-  }
-  if (plannedUntilMs_ != 0) {
+  if (!moments_.empty()) {
     tablet_.machine().scheduler.Spawn("hand", platform::ThreadOwner::Machine, false,
                                       [this]() -> u32 {
                                         Move();
@@ -55,27 +48,15 @@ void Hand::PlugIn() {
   }
 }
 
-// The troubles of a time stand in their order; the keyboard comes in between where its time is.
 void Hand::Move() {
-  bool attached = options_.attachMs == 0;
-  const auto attach = [&] {
-    PassUntil(options_.attachMs);
-    PlugIn();
-    attached = true;
-  };
-  for (const Trouble& trouble : options_.troubles) {
-    if (trouble.kind->place != FaultPlace::Time) {
-      continue;
+  for (const Moment& moment : moments_) {
+    PassUntil(moment.atMs);
+    if (moment.trouble == nullptr) {
+      PlugIn();
+    } else {
+      timeline_.Write("trouble", moment.trouble->kind->told);
+      troubles_.Happen(*moment.trouble);
     }
-    if (!attached && options_.attachMs <= trouble.at) {
-      attach();
-    }
-    PassUntil(trouble.at);
-    timeline_.Write("trouble", trouble.kind->told);
-    troubles_.Happen(trouble);
-  }
-  if (!attached) {
-    attach();
   }
 }
 

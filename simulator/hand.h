@@ -26,7 +26,7 @@ class Hand {
 
   // The time, in milliseconds, of the last thing planned for one. Until then more is to come,
   // however still it is.
-  u64 plannedUntilMs() const { return plannedUntilMs_; }
+  u64 plannedUntilMs() const { return moments_.empty() ? 0 : moments_.back().atMs; }
 
   // Whether a trouble has ended the service's process, as a kill does: no handler ran.
   bool killedService() const { return stage_.killed; }
@@ -49,7 +49,7 @@ class Hand {
   Deliveries deliveries_;
   Stage stage_;
   Troubles troubles_;
-  u64 plannedUntilMs_ = 0;
+  const std::vector<Moment> moments_;
 };
 
 }  // namespace simulator

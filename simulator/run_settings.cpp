@@ -18,7 +18,6 @@ namespace {
 namespace fs = std::filesystem;
 using Texts = std::vector<std::string>;
 
-constexpr char FaultName[] = "fault";
 constexpr char MapName[] = "map";
 constexpr char PackageName[] = "package";
 
@@ -68,9 +67,7 @@ class LineTaker {
       if (!std::exchange(hasFaults_, true)) {
         settings_.troubles.clear();
       }
-      const std::string why = ReadTrouble(line.value, settings_.troubles.emplace_back());
-      reason = WhereOf(line) + " " + why;
-      return why.empty();
+      return TakeFault(line, settings_.troubles, reason);
     }
     LineOutcome outcome = own_.Take(line, settings_, reason);
     if (outcome == LineOutcome::NotMine) {
@@ -145,9 +142,9 @@ void AddMemory(const KeyboardMemory& memory, std::vector<FlashRegion>& flash) {
   }
 }
 
-// Whether the service's own parser makes the same sectors of the text, one by one.
-// A map means what the service makes of it. Where the two readers differ, a run would show memory
-// that the service does not see.
+// Whether the service's own parser makes the same sectors of the text, one by one. A map means what
+// the service makes of it. Where the two readers differ, a run would show memory that the service
+// does not see.
 bool ServiceReadsTheSame(const KeyboardMemory& memory) {
   MemoryMap map{};
   if (ParseMemoryMap(memory.text.data(), memory.text.size(), map) != 1) {
@@ -290,7 +287,7 @@ bool ReadRun(const RunSources& sources, UpdateRunOptions& run, PackageRefusal& r
       !Install(settings, run, refusal)) {
     return false;
   }
-  run.keyboard = settings.keyboard;
+  static_cast<Scenario&>(run) = settings;
   run.memoryIsMadeUp = settings.mapText.empty();
   if (run.memoryIsMadeUp) {
     run.keyboard.flash = run.installed.has_value() ? FlashFor({run.package, *run.installed})
@@ -302,10 +299,6 @@ bool ReadRun(const RunSources& sources, UpdateRunOptions& run, PackageRefusal& r
     run.keyboard.version =
         run.installed.has_value() ? run.installed->version : OlderThan(run.package.version);
   }
-  run.batteryPercent = settings.batteryPercent;
-  run.userLoggedOn = settings.userLoggedOn;
-  run.attachMs = settings.attachMs;
-  run.schedulerSeed = settings.schedulerSeed;
   run.startsInDfuMode = settings.startsInDfuMode;
   run.troubles = settings.troubles;
   // The hand goes through those of a time one after the other.

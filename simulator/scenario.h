@@ -24,13 +24,18 @@ namespace simulator {
 struct Scenario {
   KeyboardOptions keyboard;
   PackageDraft packageDraft;
+
+  // 0 to 100, or 255 for a charge that Windows cannot tell.
   u8 batteryPercent = 80;
+
+  // Whether session 1 has a user and a shell when the service starts. Without them there is nobody
+  // to whom the service could tell a word.
   bool userLoggedOn = true;
 
   // When the keyboard is plugged in first; 0: before the service starts.
   u64 attachMs = 0;
 
-  // Draws which thread goes next; 0: in order.
+  // Draws which thread goes next, the same number the same; 0: in a fixed order.
   u64 schedulerSeed = 0;
 };
 

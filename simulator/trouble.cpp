@@ -87,6 +87,21 @@ bool HappensBefore(const Trouble& a, const Trouble& b) {
   return key(a) < key(b);
 }
 
+std::vector<Moment> MomentsOf(const std::vector<Trouble>& troubles, u64 attachMs) {
+  std::vector<Moment> moments;
+  for (const Trouble& trouble : troubles) {
+    if (trouble.kind->place == FaultPlace::Time) {
+      moments.push_back({trouble.at, &trouble});
+    }
+  }
+  if (attachMs != 0) {
+    const auto behind = std::find_if(moments.begin(), moments.end(),
+                                     [=](const Moment& moment) { return moment.atMs >= attachMs; });
+    moments.insert(behind, {attachMs, nullptr});
+  }
+  return moments;
+}
+
 std::string TroubleText(const Trouble& trouble) {
   FaultOrder order{trouble.kind->name, {}, trouble.kind->place, trouble.at, {}};
   if (trouble.kind->traits.namesStatus) {
@@ -130,6 +145,12 @@ std::string ReadTrouble(const std::string& text, Trouble& trouble) {
     trouble.numbers[i] = order.numbers[i];
   }
   return {};
+}
+
+bool TakeFault(const SettingLine& line, std::vector<Trouble>& troubles, std::string& reason) {
+  const std::string why = ReadTrouble(line.value, troubles.emplace_back());
+  reason = WhereOf(line) + " " + why;
+  return why.empty();
 }
 
 }  // namespace simulator

@@ -3,8 +3,10 @@
 
 #include <span>
 #include <string>
+#include <vector>
 
 #include "simulator/fault_order.h"
+#include "simulator/setting_lines.h"
 #include "simulator/stage.h"
 
 namespace simulator {
@@ -57,11 +59,28 @@ Trouble MakeTrouble(const char* name, FaultPlace place, u64 at, u64 first = 0, u
 // The order of a plan: by time, and behind them those of a place.
 bool HappensBefore(const Trouble& a, const Trouble& b);
 
+// What somebody has to do when its time has come: a trouble, or, without one, to plug the keyboard
+// in.
+struct Moment {
+  u64 atMs = 0;
+  const Trouble* trouble = nullptr;
+};
+
+// Those of troubles that stand in order, one after the other. The keyboard comes at attachMs, in
+// front of a trouble of that time; at 0 it is there from the beginning, which is no moment. The
+// troubles must outlive them.
+std::vector<Moment> MomentsOf(const std::vector<Trouble>& troubles, u64 attachMs);
+
 // As in a plan's line, for instance "unplug@22.500s 1500".
 std::string TroubleText(const Trouble& trouble);
 
 // Empty, or why the text is not a trouble, to stand behind the option's name or the number of
 // the line. After a complaint the trouble is of no use. A length that is left out is the usual one.
 std::string ReadTrouble(const std::string& text, Trouble& trouble);
+
+// Adds the trouble of a line of this name. False when it is none: reason then says where and why,
+// and the troubles are of no use.
+inline constexpr char FaultName[] = "fault";
+bool TakeFault(const SettingLine& line, std::vector<Trouble>& troubles, std::string& reason);
 
 }  // namespace simulator

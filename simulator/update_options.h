@@ -16,25 +16,12 @@ namespace simulator {
 
 // All that a run depends on. The same options give the same run, to the millisecond. The files that
 // they name have been read by then: package and installed hold the bytes themselves.
-struct UpdateRunOptions {
+struct UpdateRunOptions : Scenario {
   // Lies on the tablet's drive, where the service finds it, before the service starts.
   Package package;
-  KeyboardOptions keyboard;
   bool memoryIsMadeUp = true;        // wherever the package writes, because no map was told
   std::optional<Package> installed;  // what its flash holds instead of the options' firmware
   bool startsInDfuMode = false;      // left over from an update that broke off
-  u64 attachMs = 0;                  // 0: before the service starts
-
-  // 0 to 100, or 255 for a charge that Windows cannot tell.
-  u8 batteryPercent = 80;
-
-  // Whether session 1 has a user and a shell when the service starts. Without them there is nobody
-  // to whom the service could tell a word.
-  bool userLoggedOn = true;
-
-  // 0: threads take turns in a fixed order. Any other number draws who goes next, and the same
-  // number draws the same.
-  u64 schedulerSeed = 0;
 
   // What is to go wrong; those of a time in their order.
   std::vector<Trouble> troubles;
