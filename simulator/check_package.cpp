@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "simulator/ask_child.h"
 #include "simulator/exit_codes.h"
 #include "simulator/host_process.h"
 #include "simulator/service_view.h"

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <nlohmann/json.hpp>
 
+#include "simulator/ask_child.h"
 #include "simulator/exit_codes.h"
 #include "simulator/gates.h"
 #include "simulator/host_process.h"

@@ -15,8 +15,6 @@
 #include <string>
 #include <type_traits>
 
-#include "simulator/json.h"
-
 namespace simulator {
 
 // Runs the body in a child process, which ends when the body returns; neither destructors nor exit
@@ -37,14 +35,6 @@ inline std::string RunInChild(const std::function<void()>& body) {
 // From now on what the process writes to standard output is lost. The service says lines of its own
 // there.
 void SilenceStandardOutput();
-
-// Does the work in a child process and returns what it answered. It is given a folder for a
-// tablet's drive, which is gone afterwards whatever became of the child. An interrupted process
-// ends its child, deletes the folder and dies of the signal.
-//
-// Throws when there is no folder to be had, when the work threw, or when the child ended without an
-// answer. Called by a process with one thread.
-Json AskChild(const std::function<Json(const std::string& driveFolder)>& work);
 
 // The service writes to standard output on its own account. Returns a stream to the console's own
 // output (or error output), and lets standard output go nowhere unless the service's lines are to

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "simulator/ask_child.h"
 #include "simulator/check_package.h"
 #include "simulator/command_line.h"
 #include "simulator/decide.h"
