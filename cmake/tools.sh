@@ -72,3 +72,9 @@ quietly() {
     return $status
   fi
 }
+
+# folder_for_drives: where the simulated machines of thousands of runs keep their drives: in memory,
+# where that is possible.
+folder_for_drives() {
+  if [ -w /dev/shm ]; then echo /dev/shm; else echo "${TMPDIR:-/tmp}"; fi
+}

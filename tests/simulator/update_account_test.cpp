@@ -3,6 +3,8 @@
 
 #include "simulator/update_account.h"
 
+#include <atomic>
+
 #include "tests/support/tablet_test.h"
 
 namespace {
@@ -41,9 +43,8 @@ class UpdateAccountTest : public TabletTest {
 
   // The thread that makes the call for that time stands still first.
   void HoldAt(Call call, u32 occurrence, u64 milliseconds) {
-    holding_ = machine.gate.Observe([=, this, seen = u32{0}](Call entered) mutable {
-      seen += entered == call ? 1 : 0;
-      if (seen == occurrence && entered == call) {
+    holding_ = machine.gate.Observe([=, this](Call entered) {
+      if (entered == call && ++seen_ == occurrence) {
         machine.scheduler.SleepMs(milliseconds);
       }
     });
@@ -51,6 +52,7 @@ class UpdateAccountTest : public TabletTest {
 
  private:
   UpdateAccount& account_ = *new UpdateAccount(machine);
+  std::atomic<u32> seen_ = 0;  // threads really run side by side under the thread sanitizer
   platform::Observation holding_;
 };
 
