@@ -33,6 +33,9 @@ void StayOnThisProcessor() {
     CPU_SET(static_cast<std::size_t>(processor), &only);
     sched_setaffinity(0, sizeof(only), &only);
   }
+  // Whoever is told to run waits for the teller's sleep, which comes at once.
+  const sched_param priority{};
+  sched_setscheduler(0, SCHED_BATCH, &priority);
 }
 
 }  // namespace
@@ -89,15 +92,14 @@ std::shared_ptr<SimThread> Scheduler::Spawn(const std::string& name, ThreadOwner
     thread->id_ = nextThreadId_++;
     thread->owner_ = owner;
     thread->state_ = suspended ? SimThread::State::Suspended : SimThread::State::Ready;
-    thread->order_ = nextOrder_++;
     threads_.push_back(thread);
   }
 
   std::thread([this, thread, body = std::move(body)] { HostThreadMain(thread, body); }).detach();
 
   if (!suspended && options_.mode == SchedulerMode::Parallel) {
-    const Lock lock(lock_);
-    Dispatch();
+    Lock lock(lock_);
+    HandOver(lock);
   }
   return thread;
 }
@@ -107,10 +109,7 @@ std::shared_ptr<SimThread> Scheduler::Spawn(const std::string& name, ThreadOwner
 void Scheduler::HostThreadMain(std::shared_ptr<SimThread> thread,
                                const std::function<std::uint32_t()>& body) {
   currentThread = thread.get();
-  {
-    Lock lock(lock_);
-    thread->wake_.wait(lock, [&] { return thread->state_ == SimThread::State::Running; });
-  }
+  thread->turn_.Await();
 
   std::jmp_buf landing;
   threadExit = &landing;
@@ -119,22 +118,22 @@ void Scheduler::HostThreadMain(std::shared_ptr<SimThread> thread,
     Update([&] { thread->exitCode = exitCode; });
   }
 
-  const Lock lock(lock_);
+  Lock lock(lock_);
   thread->state_ = SimThread::State::Ended;
   --running_;
   std::erase(threads_, thread);
-  Dispatch();
+  HandOver(lock);
 }
 
 bool Scheduler::Resume(SimThread& thread) {
-  const Lock lock(lock_);
+  Lock lock(lock_);
   if (thread.state_ != SimThread::State::Suspended) {
     return false;
   }
   thread.state_ = SimThread::State::Ready;
-  thread.order_ = nextOrder_++;
+  MoveToBack(thread);
   if (options_.mode == SchedulerMode::Parallel) {
-    Dispatch();
+    HandOver(lock);
   }
   return true;
 }
@@ -148,11 +147,11 @@ void Scheduler::ExitCurrentThread(std::uint32_t exitCode) {
 // Serving the waiting here and not when they are picked makes the order fair: a mutex that is
 // released and taken again at once has gone to who waited.
 void Scheduler::Update(const std::function<void()>& change) {
-  const Lock lock(lock_);
+  Lock lock(lock_);
   change();
   ServeWaiting();
   if (options_.mode == SchedulerMode::Parallel) {
-    Dispatch();
+    HandOver(lock);
   }
 }
 
@@ -213,10 +212,23 @@ void Scheduler::EndServiceProcess() {
 
 // Gives up the processor and returns when the calling thread has been picked again.
 void Scheduler::BlockCurrent(Lock& lock, SimThread& self) {
-  self.order_ = nextOrder_++;
+  MoveToBack(self);
   --running_;
+  HandOver(lock);
+  self.turn_.Await();
+}
+
+// Those who are picked are told when the lock is free: told before, they would take the processor
+// only to wait for the lock, and a hand-over would cost three switches in place of one. The
+// pointers keep their records until all are told; whoever knows already may be at its end.
+void Scheduler::HandOver(Lock& lock) {
   Dispatch();
-  self.wake_.wait(lock, [&] { return self.state_ == SimThread::State::Running; });
+  std::vector<std::shared_ptr<SimThread>> picked;
+  picked.swap(picked_);
+  lock.unlock();
+  for (const std::shared_ptr<SimThread>& thread : picked) {
+    thread->turn_.Give();
+  }
 }
 
 // Fills the places of running threads: one in serial mode, as many as can run in parallel mode.
@@ -235,25 +247,23 @@ void Scheduler::Dispatch() {
   }
 }
 
-// The threads that may run or wait to, in the order in which they began to.
-std::vector<SimThread*> Scheduler::Waiting() const {
-  std::vector<SimThread*> waiting;
-  for (const std::shared_ptr<SimThread>& thread : threads_) {
-    const bool candidate =
-        thread->state_ == SimThread::State::Ready || thread->state_ == SimThread::State::Blocked;
-    if (candidate && !(serviceEnded_ && thread->owner_ == ThreadOwner::Service)) {
-      waiting.push_back(thread.get());
-    }
-  }
-  std::sort(waiting.begin(), waiting.end(),
-            [](const SimThread* a, const SimThread* b) { return a->order_ < b->order_; });
-  return waiting;
+void Scheduler::MoveToBack(const SimThread& thread) {
+  const auto at = std::find_if(threads_.begin(), threads_.end(),
+                               [&](const auto& each) { return each.get() == &thread; });
+  std::rotate(at, at + 1, threads_.end());
+}
+
+bool Scheduler::IsCandidate(const SimThread& thread) const {
+  const bool ended = serviceEnded_ && thread.owner_ == ThreadOwner::Service;
+  return !ended && (thread.state_ == SimThread::State::Ready ||
+                    thread.state_ == SimThread::State::Blocked);
 }
 
 // Those that get what they wait for are ready; they run when their turn comes.
 void Scheduler::ServeWaiting() {
-  for (SimThread* const thread : Waiting()) {
-    if (thread->state_ == SimThread::State::Blocked && (*thread->tryTake_)()) {
+  for (const std::shared_ptr<SimThread>& thread : threads_) {
+    if (IsCandidate(*thread) && thread->state_ == SimThread::State::Blocked &&
+        (*thread->tryTake_)()) {
       thread->state_ = SimThread::State::Ready;
     }
   }
@@ -262,7 +272,13 @@ void Scheduler::ServeWaiting() {
 // With a seed the order is drawn anew each time. Blocked threads are among the drawn: their time
 // may be up, or what they wait for may be there.
 SimThread* Scheduler::PickNext() {
-  std::vector<SimThread*> waiting = Waiting();
+  std::vector<SimThread*> waiting;
+  waiting.reserve(threads_.size());
+  for (const std::shared_ptr<SimThread>& thread : threads_) {
+    if (IsCandidate(*thread)) {
+      waiting.push_back(thread.get());
+    }
+  }
   if (options_.seed != 0) {
     for (std::size_t i = waiting.size(); i > 1; --i) {
       std::swap(waiting[i - 1], waiting[NextRandom() % i]);
@@ -286,8 +302,7 @@ bool Scheduler::TakeIfEligible(SimThread& thread) {
 bool Scheduler::AdvanceTime() {
   std::uint64_t next = NoDeadline;
   for (const std::shared_ptr<SimThread>& thread : threads_) {
-    if (thread->state_ == SimThread::State::Blocked &&
-        !(serviceEnded_ && thread->owner_ == ThreadOwner::Service)) {
+    if (IsCandidate(*thread)) {
       next = std::min(next, thread->deadlineMs_);
     }
   }
@@ -305,7 +320,7 @@ bool Scheduler::AdvanceTime() {
 void Scheduler::LetRun(SimThread& thread) {
   thread.state_ = SimThread::State::Running;
   ++running_;
-  thread.wake_.notify_one();
+  picked_.push_back(thread.shared_from_this());
 }
 
 // A loop that polls without ever sleeping would hang the host. Time has to pass for every one.

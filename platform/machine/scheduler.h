@@ -11,7 +11,8 @@
 // mode lets every thread run that can, for the thread sanitizer.
 #pragma once
 
-#include <condition_variable>
+#include <semaphore.h>
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -38,6 +39,25 @@ struct SchedulerOptions {
 // again; the machine's own (the keyboard, the script of a run) go on.
 enum class ThreadOwner { Service, Machine };
 
+// What a thread sleeps on until it may run. The standard library's semaphore tries again and again
+// before it sleeps, which takes the processor from the thread it waits for.
+class Turn {
+ public:
+  Turn() { sem_init(&given_, 0, 0); }
+  ~Turn() { sem_destroy(&given_); }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+  void Give() { sem_post(&given_); }
+  void Await() {
+    while (sem_wait(&given_) != 0) {  // a signal came in between
+    }
+  }
+
+ private:
+  sem_t given_;
+};
+
 // A thread of the machine, alive or ended. Handles keep it after its end, for its exit code.
 class SimThread : public std::enable_shared_from_this<SimThread> {
  public:
@@ -56,11 +76,10 @@ class SimThread : public std::enable_shared_from_this<SimThread> {
   std::uint32_t id_ = 0;
   ThreadOwner owner_ = ThreadOwner::Machine;
   State state_ = State::Suspended;
-  std::uint64_t order_ = 0;  // of becoming ready, or of beginning to wait
   std::uint64_t deadlineMs_ = NoDeadline;
   bool timedOut_ = false;
   const std::function<bool()>* tryTake_ = nullptr;
-  std::condition_variable wake_;
+  Turn turn_;  // given when the thread has been picked
 };
 
 // Windows would run all of these threads at once, on several processors. One at a time finds the
@@ -129,10 +148,14 @@ class Scheduler {
 
   void HostThreadMain(std::shared_ptr<SimThread> thread,
                       const std::function<std::uint32_t()>& body);
+  // Give up the lock: the first returns when the calling thread has been picked again.
   void BlockCurrent(Lock& lock, SimThread& self);
-  // The private half works with the lock held, except HostThreadMain.
+  void HandOver(Lock& lock);
+  // The rest of the private half works with the lock held.
   void Dispatch();
-  std::vector<SimThread*> Waiting() const;
+  void MoveToBack(const SimThread& thread);
+  // Whether the thread is not of an ended process, and ready or waiting.
+  bool IsCandidate(const SimThread& thread) const;
   // Lets the blocked threads take what they wait for, the longest waiting first.
   void ServeWaiting();
   SimThread* PickNext();
@@ -151,9 +174,10 @@ class Scheduler {
 
   const SchedulerOptions options_;
   mutable std::mutex lock_;
+  // In the order in which they became ready or began to wait.
   std::vector<std::shared_ptr<SimThread>> threads_;
+  std::vector<std::shared_ptr<SimThread>> picked_;  // and not told so yet
   std::uint64_t nowMs_ = 0;
-  std::uint64_t nextOrder_ = 1;
   std::uint32_t nextThreadId_ = 1000;
   std::uint32_t running_ = 0;
   std::uint64_t random_;
