@@ -255,8 +255,8 @@ void Scheduler::MoveToBack(const SimThread& thread) {
 
 bool Scheduler::IsCandidate(const SimThread& thread) const {
   const bool ended = serviceEnded_ && thread.owner_ == ThreadOwner::Service;
-  return !ended && (thread.state_ == SimThread::State::Ready ||
-                    thread.state_ == SimThread::State::Blocked);
+  return !ended &&
+         (thread.state_ == SimThread::State::Ready || thread.state_ == SimThread::State::Blocked);
 }
 
 // Those that get what they wait for are ready; they run when their turn comes.
