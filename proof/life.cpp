@@ -24,10 +24,11 @@ constexpr u64 StartUpMs = 45'000;
 
 constexpr u64 UnpluggedMs = 3'000;
 
-// The seed says who runs next; 0 goes by order.
+// The seed says who runs next; 0 goes by order. A replay has host threads, for a debugger.
 TabletOptions OptionsFor(const TrialPlan& plan, const std::string& driveFolder) {
   TabletOptions options;
   options.scheduler.seed = plan.schedulerSeed;
+  options.scheduler.fibers = platform::FibersWork && !plan.parallel && !plan.trace;
   if (plan.parallel) {
     options.scheduler.mode = platform::SchedulerMode::Parallel;
   }

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
@@ -16,9 +15,6 @@ namespace {
 // The thread of the machine that this host thread plays. Its owner is the list in the scheduler, or
 // who started it.
 thread_local SimThread* currentThread = nullptr;
-
-// Where ExitCurrentThread lands. Jumping skips the destructors in between, as Windows does.
-thread_local std::jmp_buf* threadExit = nullptr;
 
 // A run that hands over this often without a millisecond passing does so for ever.
 constexpr std::uint64_t MostPassesAtOneTime = 2'000'000;
@@ -47,7 +43,7 @@ Scheduler::Scheduler(const SchedulerOptions& options)
     std::fflush(stderr);
     std::_Exit(3);
   };
-  if (options.mode == SchedulerMode::Serial) {
+  if (options.mode == SchedulerMode::Serial && !options.fibers) {
     StayOnThisProcessor();
   }
 }
@@ -80,22 +76,31 @@ void Scheduler::AttachCurrentThread(const std::string& name, ThreadOwner owner) 
   currentThread = thread.get();
 }
 
-// The host thread exists from here on, but waits for its turn. In serial mode nobody is picked now:
-// the caller still runs, and the new thread is found when it blocks. In parallel mode there may be
-// room at once.
+// In serial mode nobody is picked now: the caller still runs, and the new thread is found when it
+// blocks. In parallel mode there may be room at once.
 std::shared_ptr<SimThread> Scheduler::Spawn(const std::string& name, ThreadOwner owner,
                                             bool suspended, std::function<std::uint32_t()> body) {
   auto thread = std::make_shared<SimThread>();
+  thread->name_ = name;
+  thread->owner_ = owner;
+  thread->state_ = suspended ? SimThread::State::Suspended : SimThread::State::Ready;
+  thread->body_ = std::move(body);
   {
     const Lock lock(lock_);
-    thread->name_ = name;
     thread->id_ = nextThreadId_++;
-    thread->owner_ = owner;
-    thread->state_ = suspended ? SimThread::State::Suspended : SimThread::State::Ready;
     threads_.push_back(thread);
   }
 
-  std::thread([this, thread, body = std::move(body)] { HostThreadMain(thread, body); }).detach();
+  if (options_.fibers) {
+    thread->fiber_.Start([this, thread = thread.get()] { RunThread(*thread); });
+  } else {
+    // It holds the record: nobody else may be left to when the thread ends.
+    std::thread([this, thread] {
+      currentThread = thread.get();
+      thread->turn_.Await();
+      RunThread(*thread);
+    }).detach();
+  }
 
   if (!suspended && options_.mode == SchedulerMode::Parallel) {
     Lock lock(lock_);
@@ -104,24 +109,23 @@ std::shared_ptr<SimThread> Scheduler::Spawn(const std::string& name, ThreadOwner
   return thread;
 }
 
-// The life of a host thread: it waits for its first turn, runs the body, and gives its place up.
-// The pointer keeps the thread's record alive for whoever still holds a handle to it.
-void Scheduler::HostThreadMain(std::shared_ptr<SimThread> thread,
-                               const std::function<std::uint32_t()>& body) {
-  currentThread = thread.get();
-  thread->turn_.Await();
-
+void Scheduler::RunThread(SimThread& thread) {
+  // Jumping skips the destructors in between, as Windows does.
   std::jmp_buf landing;
-  threadExit = &landing;
+  thread.exit_ = &landing;
   if (setjmp(landing) == 0) {
-    const std::uint32_t exitCode = body();
-    Update([&] { thread->exitCode = exitCode; });
+    const std::uint32_t exitCode = thread.body_();
+    Update([&] { thread.exitCode = exitCode; });
   }
+  thread.body_ = nullptr;
 
   Lock lock(lock_);
-  thread->state_ = SimThread::State::Ended;
+  thread.state_ = SimThread::State::Ended;
   --running_;
-  std::erase(threads_, thread);
+  const auto at = std::find_if(threads_.begin(), threads_.end(),
+                               [&](const auto& each) { return each.get() == &thread; });
+  ended_ = std::move(*at);
+  threads_.erase(at);
   HandOver(lock);
 }
 
@@ -141,7 +145,7 @@ bool Scheduler::Resume(SimThread& thread) {
 // Windows ends the thread where it stands. What its frames own stays owned, here as there.
 void Scheduler::ExitCurrentThread(std::uint32_t exitCode) {
   Update([&] { currentThread->exitCode = exitCode; });
-  std::longjmp(*threadExit, 1);
+  std::longjmp(*currentThread->exit_, 1);
 }
 
 // Serving the waiting here and not when they are picked makes the order fair: a mutex that is
@@ -215,19 +219,41 @@ void Scheduler::BlockCurrent(Lock& lock, SimThread& self) {
   MoveToBack(self);
   --running_;
   HandOver(lock);
-  self.turn_.Await();
+  if (!options_.fibers) {
+    self.turn_.Await();
+  }
 }
 
-// Those who are picked are told when the lock is free: told before, they would take the processor
-// only to wait for the lock, and a hand-over would cost three switches in place of one. The
-// pointers keep their records until all are told; whoever knows already may be at its end.
 void Scheduler::HandOver(Lock& lock) {
   Dispatch();
+  if (options_.fibers) {
+    SwitchToPicked(lock);
+  } else {
+    TellPicked(lock);
+  }
+}
+
+// When the lock is free: told before, they would take the processor only to wait for the lock, and
+// a hand-over would cost three switches in place of one. The pointers keep their records until all
+// are told; whoever knows already may be at its end.
+void Scheduler::TellPicked(Lock& lock) {
   std::vector<std::shared_ptr<SimThread>> picked;
   picked.swap(picked_);
   lock.unlock();
   for (const std::shared_ptr<SimThread>& thread : picked) {
     thread->turn_.Give();
+  }
+}
+
+// Whoever is at its end never comes back from here, so nothing of this frame may wait for that.
+void Scheduler::SwitchToPicked(Lock& lock) {
+  SimThread& self = *currentThread;
+  SimThread& next = *picked_.front();
+  picked_.clear();
+  lock.unlock();
+  if (&next != &self) {
+    currentThread = &next;
+    self.fiber_.SwitchTo(next.fiber_);
   }
 }
 

@@ -1,6 +1,7 @@
 // Virtual time, and who runs next.
 //
-// Every thread of the simulated machine is a host thread that the scheduler holds back or lets go.
+// Every thread of the simulated machine is a host thread that the scheduler holds back or lets go,
+// or, where many runs are wanted soon, a fiber: the run is the same, and no host thread is made.
 // Time stands still while any of them can run and jumps to the next deadline when none can; equal
 // deadlines fire in the order in which they were asked for. All blocking of the machine goes
 // through WaitUntil and Yield: a thread that blocks on anything else looks runnable, and time
@@ -13,12 +14,15 @@
 
 #include <semaphore.h>
 
+#include <csetjmp>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
+
+#include "platform/machine/fiber.h"
 
 namespace platform {
 
@@ -33,6 +37,7 @@ struct SchedulerOptions {
   SchedulerMode mode = SchedulerMode::Serial;
   std::uint64_t seed = 0;  // 0: in order
   bool realtime = false;   // paces virtual time by the wall clock
+  bool fibers = false;     // serial mode only, and where FibersWork; a debugger shows one thread
 };
 
 // The two worlds that share the clock. When the service's process ends, its threads never run
@@ -68,6 +73,9 @@ class SimThread : public std::enable_shared_from_this<SimThread> {
   std::uint32_t exitCode = 0;
   bool hasEnded() const { return state_ == State::Ended; }
 
+  // What GetLastError tells. For the thread itself alone.
+  std::uint32_t lastError = 0;
+
  private:
   friend class Scheduler;
   enum class State { Suspended, Ready, Running, Blocked, Ended };
@@ -79,7 +87,10 @@ class SimThread : public std::enable_shared_from_this<SimThread> {
   std::uint64_t deadlineMs_ = NoDeadline;
   bool timedOut_ = false;
   const std::function<bool()>* tryTake_ = nullptr;
-  Turn turn_;  // given when the thread has been picked
+  std::function<std::uint32_t()> body_;
+  std::jmp_buf* exit_ = nullptr;  // where ExitCurrentThread lands
+  Turn turn_;                     // given when the thread has been picked
+  Fiber fiber_;                   // in place of a host thread and its turn
 };
 
 // Windows would run all of these threads at once, on several processors. One at a time finds the
@@ -93,7 +104,7 @@ class Scheduler {
   std::uint64_t NowMs() const;
 
   // Makes the calling host thread a thread of the machine. Once per host thread, before it calls
-  // anything else here.
+  // anything else here. With fibers there is one such thread.
   void AttachCurrentThread(const std::string& name, ThreadOwner owner);
 
   // Starts a thread that runs body and whose exit code is what body returns. It runs when the
@@ -146,11 +157,13 @@ class Scheduler {
  private:
   using Lock = std::unique_lock<std::mutex>;
 
-  void HostThreadMain(std::shared_ptr<SimThread> thread,
-                      const std::function<std::uint32_t()>& body);
+  // Runs the body on the thread's own stack, and gives its place up.
+  void RunThread(SimThread& thread);
   // Give up the lock: the first returns when the calling thread has been picked again.
   void BlockCurrent(Lock& lock, SimThread& self);
   void HandOver(Lock& lock);
+  void TellPicked(Lock& lock);
+  void SwitchToPicked(Lock& lock);
   // The rest of the private half works with the lock held.
   void Dispatch();
   void MoveToBack(const SimThread& thread);
@@ -177,6 +190,7 @@ class Scheduler {
   // In the order in which they became ready or began to wait.
   std::vector<std::shared_ptr<SimThread>> threads_;
   std::vector<std::shared_ptr<SimThread>> picked_;  // and not told so yet
+  std::shared_ptr<SimThread> ended_;  // the last one that ended: it may not have been left yet
   std::uint64_t nowMs_ = 0;
   std::uint32_t nextThreadId_ = 1000;
   std::uint32_t running_ = 0;

@@ -4,22 +4,17 @@
 #include "platform/winapi/platform_call.h"
 
 using platform::Call;
+using platform::Scheduler;
 using platform::SureCall;
 using platform::TheMachine;
 
-namespace {
-
 // Each thread has its own, as on Windows. A call that succeeds leaves it as it was.
-thread_local DWORD lastError = ERROR_SUCCESS;
-
-}  // namespace
-
 DWORD WINAPI GetLastError() {
-  return lastError;
+  return Scheduler::Current()->lastError;
 }
 
 VOID WINAPI SetLastError(DWORD dwErrCode) {
-  lastError = dwErrCode;
+  Scheduler::Current()->lastError = dwErrCode;
 }
 
 // With no debugger attached Windows looks for somebody who listens, and leaves the error of not

@@ -33,19 +33,25 @@ struct World {
 };
 
 // Never destroyed: threads that have ended may still be on their way out of it.
-World& NewWorld(std::uint64_t seed) {
+World& NewWorld(std::uint64_t seed, bool fibers) {
   static std::vector<World*>& kept = *new std::vector<World*>;
-  return *kept.emplace_back(new World{Scheduler({.seed = seed}), {}});
+  return *kept.emplace_back(new World{Scheduler({.seed = seed, .fibers = fibers}), {}});
 }
 
-// What is noted while the script runs as the first thread of a world.
-std::string TraceOf(std::uint64_t seed, const std::function<void(World&)>& script) {
-  World& world = NewWorld(seed);
+std::string TraceOf(std::uint64_t seed, bool fibers, const std::function<void(World&)>& script) {
+  World& world = NewWorld(seed, fibers);
   std::thread([&] {
     world.scheduler.AttachCurrentThread("script", ThreadOwner::Machine);
     script(world);
   }).join();
   return world.trace;
+}
+
+// What is noted while the script runs as the first thread of a world, whatever its threads are.
+std::string TraceOf(std::uint64_t seed, const std::function<void(World&)>& script) {
+  const std::string trace = TraceOf(seed, false, script);
+  EXPECT_EQ(TraceOf(seed, platform::FibersWork, script), trace);
+  return trace;
 }
 
 TEST(SchedulerTest, TimeJumpsToTheNextDeadlineAndEqualOnesFireInTheOrderAsked) {
@@ -93,7 +99,7 @@ TEST(SchedulerTest, ASeedChoosesWhoGoesNextAndRepeatsExactly) {
 // The host process ends; its standard error tells why, and what every thread was doing.
 TEST(SchedulerDeathTest, ARunThatCannotGoOnEndsTheProcess) {
   const auto run = [](bool spins) {
-    Scheduler& scheduler = NewWorld(0).scheduler;
+    Scheduler& scheduler = NewWorld(0, false).scheduler;
     scheduler.AttachCurrentThread("script", ThreadOwner::Machine);
     scheduler.SleepMs(7);
     while (spins) {
