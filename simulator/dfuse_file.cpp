@@ -141,21 +141,33 @@ bool CheckEnds(const std::vector<u8>& bytes, std::string& reason) {
 
 }  // namespace
 
+// Eight bytes a step: a run of the soak makes two firmwares and looks at them at every start, which
+// cost it more than any other computation.
 u32 DfuCrc(const u8* bytes, std::size_t count) {
-  // Made by the compiler. A table of 256 steps is enough for files of this size.
+  // Made by the compiler: what a byte with that many more behind it adds.
   static constexpr auto Steps = [] {
-    std::array<u32, 256> steps{};
-    for (u32 i = 0; i < steps.size(); ++i) {
-      steps[i] = i;
-      for (int bit = 0; bit < 8; ++bit) {
-        steps[i] = (steps[i] >> 1) ^ ((steps[i] & 1) != 0 ? 0xEDB88320u : 0u);
+    std::array<std::array<u32, 256>, 8> steps{};
+    for (u32 i = 0; i < 256; ++i) {
+      u32 step = i;
+      for (std::size_t bit = 1; bit <= 64; ++bit) {
+        step = (step >> 1) ^ ((step & 1) != 0 ? 0xEDB88320u : 0u);
+        if (bit % 8 == 0) {
+          steps[bit / 8 - 1][i] = step;
+        }
       }
     }
     return steps;
   }();
   u32 crc = 0xFFFFFFFF;
-  for (std::size_t i = 0; i < count; ++i) {
-    crc = (crc >> 8) ^ Steps[(crc ^ bytes[i]) & 0xFF];
+  for (; count >= 8; bytes += 8, count -= 8) {
+    const u32 low = crc ^ Read32(bytes);
+    const u32 high = Read32(bytes + 4);
+    crc = Steps[7][low & 0xFF] ^ Steps[6][low >> 8 & 0xFF] ^ Steps[5][low >> 16 & 0xFF] ^
+          Steps[4][low >> 24] ^ Steps[3][high & 0xFF] ^ Steps[2][high >> 8 & 0xFF] ^
+          Steps[1][high >> 16 & 0xFF] ^ Steps[0][high >> 24];
+  }
+  for (; count > 0; ++bytes, --count) {
+    crc = (crc >> 8) ^ Steps[0][(crc ^ *bytes) & 0xFF];
   }
   return crc;
 }

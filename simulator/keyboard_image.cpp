@@ -32,12 +32,18 @@ u32 CrcFrom(const std::vector<u8>& bytes, std::size_t skip) {
 }
 
 // Bytes that look like code: no two versions and no two addresses have the same.
-u8 FirmwareByte(const KeyboardVersion& version, u32 address) {
+std::vector<u8> FirmwareBytes(const KeyboardVersion& version, const ImagePart& part) {
   const u32 seed = u32{version.major} << 24 | u32{version.minor} << 16 | u32{version.modelId} << 8 |
                    u32{version.hwRev};
-  u32 mixed = (address ^ (seed * 0x9E3779B1u)) * 0x85EBCA6Bu;
-  mixed ^= mixed >> 15;
-  return static_cast<u8>((mixed * 0xC2B2AE35u) >> 24);
+  const u32 salt = seed * 0x9E3779B1u;
+  std::vector<u8> bytes(part.sizeBytes);
+  u32 address = part.address;
+  for (u8& byte : bytes) {
+    u32 mixed = (address++ ^ salt) * 0x85EBCA6Bu;
+    mixed ^= mixed >> 15;
+    byte = static_cast<u8>((mixed * 0xC2B2AE35u) >> 24);
+  }
+  return bytes;
 }
 
 }  // namespace
@@ -50,12 +56,7 @@ std::vector<DfuSeElement> BuildKeyboardImage(const KeyboardVersion& version,
                                              const std::vector<ImagePart>& parts) {
   std::vector<DfuSeElement> elements;
   for (const ImagePart& part : parts) {
-    DfuSeElement& element = elements.emplace_back();
-    element.address = part.address;
-    element.data.resize(part.sizeBytes);
-    for (u32 i = 0; i < part.sizeBytes; ++i) {
-      element.data[i] = FirmwareByte(version, part.address + i);
-    }
+    elements.push_back({part.address, FirmwareBytes(version, part)});
   }
   // Too small for a record: plain bytes, which no bootloader starts. Some tests want just that.
   const std::size_t recordBytes = ImageRecordBytes(parts.size());

@@ -71,13 +71,14 @@ bool NorFlash::Program(u32 address, const std::vector<u8>& data) {
     if (FindPiece(u64{address} + done, data.size() - done, offset, count) == nullptr) {
       return false;
     }
+    // A bit that is to become one stays zero. The part does not complain by itself: only who reads
+    // back notices, and the bootloader does.
+    const u8* const wanted = data.data() + done;
+    u8* const cells = bytes_.data() + offset;
     for (std::size_t i = 0; i < count; ++i) {
-      // A bit that is to become one stays zero. The part does not complain by itself: only who
-      // reads back notices, and the bootloader does.
-      u8& cell = bytes_[offset + i];
-      cell = static_cast<u8>(cell & data[done + i]);
-      holdsData = holdsData && cell == data[done + i];
+      cells[i] = static_cast<u8>(cells[i] & wanted[i]);
     }
+    holdsData = holdsData && std::equal(cells, cells + count, wanted);
     done += count;
   }
   return holdsData;
