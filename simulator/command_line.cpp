@@ -73,7 +73,7 @@ constexpr RunOption TroubleOptions[] = {
 };
 
 // Kept as text: what a value means is decided where a scenario's lines are read, so that both say
-// the same about a wrong one.
+// the same about a wrong one. One value each time: what follows it may be the package.
 void DescribeRun(CLI::App& app, std::span<const RunOption> options, Arguments& arguments) {
   for (const RunOption& option : options) {
     CLI::Option* const added =
@@ -83,7 +83,8 @@ void DescribeRun(CLI::App& app, std::span<const RunOption> options, Arguments& a
             ->expected(1)
             ->check(NeedText)
             ->multi_option_policy(option.repeats ? CLI::MultiOptionPolicy::TakeAll
-                                                 : CLI::MultiOptionPolicy::Throw);
+                                                 : CLI::MultiOptionPolicy::Throw)
+            ->allow_extra_args(false);
     if (*option.usual != '\0') {
       added->default_str(option.usual);
     }
@@ -170,6 +171,7 @@ CLI::App* DescribeCheck(CLI::App& app, Arguments& arguments) {
       ->type_name("VID_hhhh&PID_hhhh")
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->allow_extra_args(false)
       ->check(NeedKeyboardId);
   check->add_flag("--strict", arguments.strict, "A warning refuses the package, too");
   return check;
