@@ -1,6 +1,7 @@
 #include "platform/machine/fiber.h"
 
 #include <sys/mman.h>
+#include <ucontext.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -39,6 +40,12 @@ void* TakeStack() {
 
 }  // namespace
 
+struct Fiber::Context {
+  ucontext_t registers;
+};
+
+Fiber::Fiber() : context_(new Context()) {}
+
 Fiber::~Fiber() {
   if (stack_ != nullptr) {
     freeStacks.push_back(stack_);
@@ -48,15 +55,16 @@ Fiber::~Fiber() {
 void Fiber::Start(std::function<void()> body) {
   body_ = std::move(body);
   stack_ = TakeStack();
-  getcontext(&context_);
-  context_.uc_stack.ss_sp = stack_;
-  context_.uc_stack.ss_size = StackBytes;
-  makecontext(&context_, &Fiber::Main, 0);
+  ucontext_t& registers = context_->registers;
+  getcontext(&registers);
+  registers.uc_stack.ss_sp = stack_;
+  registers.uc_stack.ss_size = StackBytes;
+  makecontext(&registers, &Fiber::Main, 0);
 }
 
 void Fiber::SwitchTo(Fiber& next) {
   handedTo = &next;
-  swapcontext(&context_, &next.context_);
+  swapcontext(&context_->registers, &next.context_->registers);
 }
 
 void Fiber::Main() {

@@ -2,9 +2,8 @@
 // hands over to it: what a thread is, without the host's scheduler. POSIX contexts (ucontext.h).
 #pragma once
 
-#include <ucontext.h>
-
 #include <functional>
+#include <memory>
 
 namespace platform {
 
@@ -18,7 +17,7 @@ inline constexpr bool FibersWork = true;
 // Until it is started it stands for the flow that runs already.
 class Fiber {
  public:
-  Fiber() = default;
+  Fiber();
   // Leaves the stack to the next fiber. What its frames own is not destroyed.
   ~Fiber();
   Fiber(const Fiber&) = delete;
@@ -32,9 +31,10 @@ class Fiber {
   void SwitchTo(Fiber& next);
 
  private:
+  struct Context;  // the registers, while it does not run
   static void Main();
 
-  ucontext_t context_{};
+  std::unique_ptr<Context> context_;
   std::function<void()> body_;
   void* stack_ = nullptr;
 };
