@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "simulator/stage.h"
+
 namespace proof {
 
 namespace {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "proof/plan.h"
+#include "simulator/stage.h"
 
 namespace proof {
 

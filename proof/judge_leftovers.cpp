@@ -2,6 +2,7 @@
 
 #include "proof/trial_report.h"
 #include "simulator/product_memory.h"
+#include "simulator/tablet.h"
 #include "simulator/wire_requests.h"
 
 namespace proof {

@@ -4,6 +4,7 @@
 #include <variant>
 
 #include "proof/plan_text.h"
+#include "proof/trial_report.h"
 
 namespace proof {
 

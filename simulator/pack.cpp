@@ -7,9 +7,10 @@
 #include <fstream>
 
 #include "simulator/exit_codes.h"
+#include "simulator/number_text.h"
 #include "simulator/package.h"
+#include "simulator/package_fit.h"
 #include "simulator/package_warnings.h"
-#include "simulator/update_verdict.h"
 
 namespace simulator {
 

@@ -7,7 +7,8 @@
 #include "simulator/dfu_descriptors.h"
 #include "simulator/keyboard_options.h"
 #include "simulator/memory_map.h"
-#include "simulator/update_verdict.h"
+#include "simulator/number_text.h"
+#include "simulator/package_fit.h"
 
 namespace simulator {
 

@@ -11,15 +11,10 @@
 
 #include "common/types.h"
 #include "platform/machine/machine.h"
+#include "simulator/timeline_options.h"
 #include "simulator/wire_reader.h"
 
 namespace simulator {
-
-// What only somebody who asks for it wants to read.
-struct TimelineOptions {
-  bool wire = false;   // every transfer between the service and a device
-  bool calls = false;  // every platform call
-};
 
 // A line that was written, for whoever shows it in another way.
 struct TimelineLine {

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "simulator/dfu_names.h"
+#include "simulator/wire_requests.h"
 
 namespace simulator {
 

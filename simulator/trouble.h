@@ -7,10 +7,10 @@
 
 #include "simulator/fault_order.h"
 #include "simulator/setting_lines.h"
-#include "simulator/stage.h"
 
 namespace simulator {
 
+struct Stage;
 struct TroubleKind;
 
 // Small and without pointers to anything but the table, so plans can be copied and shrunk.

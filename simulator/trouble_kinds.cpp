@@ -3,6 +3,7 @@
 
 #include "simulator/dfu_descriptors.h"
 #include "simulator/dfu_names.h"
+#include "simulator/stage.h"
 
 namespace simulator {
 

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 
+#include "simulator/stage.h"
 #include "simulator/trouble.h"
 
 namespace simulator {

@@ -8,9 +8,8 @@
 #include "common/types.h"
 #include "simulator/package.h"
 #include "simulator/scenario.h"
-#include "simulator/timeline.h"
+#include "simulator/timeline_options.h"
 #include "simulator/trouble.h"
-#include "simulator/update_account.h"
 
 namespace simulator {
 
@@ -34,19 +33,6 @@ struct UpdateRunOptions : Scenario {
   bool realtime = false;
   std::string driveFolder;  // see TabletOptions
   TimelineOptions timeline;
-};
-
-// What came of a run. Only a keyboard that runs the package's firmware, its flash equal to the
-// package, is "updated"; reason tells in one line what else happened.
-struct UpdateResult {
-  int exitCode = 0;  // see exit_codes.h
-  std::string reason;
-
-  // Virtual milliseconds from the first transfer to the keyboard's return.
-  u64 updateMs = 0;
-
-  // From the start of the service to the keyboard's return.
-  AccountFigures account = {};
 };
 
 }  // namespace simulator

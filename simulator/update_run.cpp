@@ -8,6 +8,7 @@
 #include "simulator/gates.h"
 #include "simulator/hand.h"
 #include "simulator/memory_map.h"
+#include "simulator/package_fit.h"
 #include "simulator/tablet.h"
 #include "simulator/terminal.h"
 #include "simulator/update_picture.h"

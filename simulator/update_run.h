@@ -7,9 +7,10 @@
 
 #include "simulator/json.h"
 #include "simulator/update_options.h"
-#include "simulator/virtual_keyboard.h"
 
 namespace simulator {
+
+class VirtualKeyboard;
 
 // The keyboard of a run.
 // It boots what it knows: the package, what was installed, and the simulator's own images.

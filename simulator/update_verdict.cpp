@@ -7,7 +7,7 @@
 #include "simulator/dfu_bootloader.h"
 #include "simulator/dfu_names.h"
 #include "simulator/exit_codes.h"
-#include "simulator/memory_map.h"
+#include "simulator/package_fit.h"
 
 namespace simulator {
 
@@ -16,17 +16,6 @@ namespace {
 // The service's own comparison is asked, in its own record.
 FirmwareVersion ServiceVersion(const KeyboardVersion& version) {
   return {version.major, version.minor, version.modelId, version.hwRev};
-}
-
-// Where the sector ends that holds the address, or the next one begins.
-// Bytes are counted stretch by stretch, from one border of a sector to the next: byte by byte takes
-// long for large packages.
-u64 NextBorder(const NorFlash& flash, const FlashSector* sector, u64 at) {
-  u64 next = u64{1} << 32;
-  for (const FlashSector& other : flash.sectors()) {
-    next = other.address > at ? std::min<u64>(next, other.address) : next;
-  }
-  return sector == nullptr ? next : u64{sector->address} + sector->sizeBytes;
 }
 
 // How many of the bytes no writable sector takes, and the first address of them. Empty when all
@@ -72,38 +61,6 @@ void DeviceErrors::Note(const platform::TransferRecord& record) {
 std::string DeviceErrors::Text() const {
   const std::scoped_lock hold(lock_);
   return first_;
-}
-
-std::vector<DroppedSpan> DroppedSpans(const std::vector<DfuSeElement>& elements,
-                                      const NorFlash& flash) {
-  std::vector<DroppedSpan> spans;
-  for (const DfuSeElement& element : elements) {
-    const u64 end = u64{element.address} + element.data.size();
-    for (u64 at = element.address; at < end;) {
-      const bool exists = at < AddressSpaceEnd;
-      const FlashSector* const sector = exists ? flash.FindSector(static_cast<u32>(at)) : nullptr;
-      const u64 next = exists ? std::min(NextBorder(flash, sector, at), end) : end;
-      if (sector == nullptr || !sector->isWritable()) {
-        if (spans.empty() || spans.back().address + spans.back().bytes != at) {
-          spans.push_back({at, 0});
-        }
-        spans.back().bytes += next - at;
-      }
-      at = next;
-    }
-  }
-  return spans;
-}
-
-NorFlash MemoryForUpdate(const KeyboardOptions& keyboard) {
-  for (const AlternateSettingOptions& setting : keyboard.alternateSettings) {
-    const std::optional<KeyboardMemory> memory =
-        setting.number == 0 ? ReadMemoryMap(setting.mapString.value_or("")) : std::nullopt;
-    if (memory.has_value()) {
-      return NorFlash(memory->flash);
-    }
-  }
-  return NorFlash(keyboard.flash);
 }
 
 UpdateResult JudgeUpdate(const UpdateRunOptions& options, const UpdateEnd& end) {
@@ -167,20 +124,6 @@ std::string ClosedGateText(const KeyboardVersion& keyboard, const KeyboardVersio
              std::to_string(BatteryThresholdPercent) + " % needed";
     case UpdateGate::None:
       break;
-  }
-  return "";
-}
-
-std::string OverlapText(const std::vector<DfuSeElement>& elements) {
-  for (std::size_t i = 0; i < elements.size(); ++i) {
-    for (std::size_t j = 0; j < i; ++j) {
-      const u64 begin = std::max(elements[i].address, elements[j].address);
-      const u64 end = std::min(u64{elements[i].address} + elements[i].data.size(),
-                               u64{elements[j].address} + elements[j].data.size());
-      if (begin < end) {
-        return "two of its elements overlap at " + AddressText(static_cast<u32>(begin));
-      }
-    }
   }
   return "";
 }

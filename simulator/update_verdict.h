@@ -6,13 +6,26 @@
 #include <string>
 
 #include "platform/machine/transfer_log.h"
-#include "simulator/nor_flash.h"
 #include "simulator/number_text.h"
+#include "simulator/update_account.h"
 #include "simulator/update_options.h"
 #include "simulator/virtual_keyboard.h"
 #include "simulator/wire_reader.h"
 
 namespace simulator {
+
+// What came of a run. Only a keyboard that runs the package's firmware, its flash equal to the
+// package, is "updated"; reason tells in one line what else happened.
+struct UpdateResult {
+  int exitCode = 0;  // see exit_codes.h
+  std::string reason;
+
+  // Virtual milliseconds from the first transfer to the keyboard's return.
+  u64 updateMs = 0;
+
+  // From the start of the service to the keyboard's return.
+  AccountFigures account = {};
+};
 
 // Watches the wire for the first error that the device reports. Any thread.
 // The service may have repaired it, by clearing the error and sending the block again; so it counts
@@ -48,20 +61,5 @@ UpdateResult JudgeUpdate(const UpdateRunOptions& options, const UpdateEnd& end);
 // of both sides; empty when all are open.
 std::string ClosedGateText(const KeyboardVersion& keyboard, const KeyboardVersion& package,
                            u8 batteryPercent);
-
-// A stretch of the package that no writable sector takes.
-struct DroppedSpan {
-  u64 address = 0;
-  u64 bytes = 0;
-};
-std::vector<DroppedSpan> DroppedSpans(const std::vector<DfuSeElement>& elements,
-                                      const NorFlash& flash);
-
-// The memory of which alternate setting 0 tells: the service writes nothing elsewhere, whatever
-// else the keyboard has.
-NorFlash MemoryForUpdate(const KeyboardOptions& keyboard);
-
-// Where two of the elements overlap, as part of a sentence; empty when none do.
-std::string OverlapText(const std::vector<DfuSeElement>& elements);
 
 }  // namespace simulator
