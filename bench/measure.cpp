@@ -4,6 +4,7 @@
 
 #include "simulator/host_process.h"
 #include "simulator/product_memory.h"
+#include "platform/machine/machine.h"
 
 namespace bench {
 

@@ -1,6 +1,7 @@
 # compile_by_folder(TARGET [APART FILE...]): the target's files are compiled one folder at a time,
-# which takes half the time of one file at a time. Those apart, which see nothing of the machine, are
-# not compiled again when a header of it changes. Switch it off while working on few files.
+# which takes half the time of one file at a time. Those apart are compiled together as well, but apart
+# from the rest: a header of the machine or of the keyboard that only one of the two reads has only
+# that one compiled again. Switch it off while working on few files.
 option(VANTREL_COMPILE_BY_FOLDER "Compile the files of a folder together" ON)
 
 function(compile_by_folder target)

@@ -2,6 +2,7 @@
 // launch that failed, or a service that was no more.
 #pragma once
 
+#include "platform/machine/device_tree.h"
 #include "proof/history.h"
 
 namespace proof {

@@ -6,6 +6,7 @@
 #include "platform/machine/text.h"
 #include "simulator/dfu_descriptors.h"
 #include "simulator/hid_side.h"
+#include "platform/machine/machine.h"
 
 namespace proof {
 

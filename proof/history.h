@@ -10,8 +10,13 @@
 #include <vector>
 
 #include "common/types.h"
-#include "platform/machine/machine.h"
+#include "platform/machine/call_gate.h"
+#include "platform/machine/notifications.h"
+#include "platform/machine/transfer_log.h"
 
+namespace platform {
+class Machine;
+}
 namespace simulator {}
 
 namespace proof {

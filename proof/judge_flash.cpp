@@ -3,6 +3,8 @@
 #include <cstring>
 
 #include "proof/trial_report.h"
+#include "simulator/tablet.h"
+#include "simulator/virtual_keyboard.h"
 
 namespace proof {
 

@@ -4,6 +4,7 @@
 #include "simulator/product_memory.h"
 #include "simulator/tablet.h"
 #include "simulator/wire_requests.h"
+#include "platform/machine/machine.h"
 
 namespace proof {
 

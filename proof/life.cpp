@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "simulator/product_memory.h"
+#include "platform/machine/machine.h"
 
 namespace proof {
 

@@ -1,5 +1,7 @@
 #include "proof/windows.h"
 
+#include <windows.h>
+
 namespace proof {
 
 namespace {

@@ -10,6 +10,7 @@
 #include "simulator/tablet.h"
 #include "simulator/update_verdict.h"
 #include "simulator/virtual_keyboard.h"
+#include "platform/machine/machine.h"
 
 namespace simulator {
 

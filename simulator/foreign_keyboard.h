@@ -3,9 +3,14 @@
 #pragma once
 
 #include <atomic>
+#include <string>
+#include <vector>
 
-#include "platform/machine/machine.h"
 #include "simulator/keyboard_options.h"
+
+namespace platform {
+class Machine;
+}
 
 namespace simulator {
 

@@ -1,5 +1,9 @@
 #include "simulator/hand.h"
 
+#include "simulator/tablet.h"
+#include "simulator/virtual_keyboard.h"
+#include "platform/machine/machine.h"
+
 namespace simulator {
 
 Hand::Hand(Tablet& tablet, VirtualKeyboard& keyboard, VirtualKeyboard& second, Timeline& timeline,

@@ -7,8 +7,13 @@
 #include "simulator/timeline.h"
 #include "simulator/troubles.h"
 #include "simulator/update_options.h"
+#include "simulator/foreign_keyboard.h"
+#include "simulator/stage.h"
 
 namespace simulator {
+
+class Tablet;
+class VirtualKeyboard;
 
 class Hand {
  public:

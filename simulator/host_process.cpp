@@ -1,6 +1,7 @@
 #include "simulator/host_process.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <stdexcept>
 
 namespace simulator {
 
@@ -59,6 +61,15 @@ std::FILE* SplitConsole(bool toErrors, bool keepServiceOutput) {
     dup2(STDERR_FILENO, STDOUT_FILENO);
   }
   return console;
+}
+
+void* MapShared(std::size_t size) {
+  void* const memory =
+      mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (memory == MAP_FAILED) {
+    throw std::runtime_error("the host has no memory to share with a child process");
+  }
+  return memory;
 }
 
 }  // namespace simulator

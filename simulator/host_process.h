@@ -5,13 +5,12 @@
 // the service gives each a child of its own.
 #pragma once
 
-#include <sys/mman.h>
 #include <sys/types.h>
 
+#include <cstddef>
 #include <cstdio>
 #include <functional>
 #include <new>
-#include <stdexcept>
 #include <string>
 #include <type_traits>
 
@@ -41,16 +40,15 @@ void SilenceStandardOutput();
 // be kept. To be called once, by the process that runs the service.
 std::FILE* SplitConsole(bool toErrors, bool keepServiceOutput);
 
-// One T that the process shares with the children that it starts later. It is never unmapped.
+// Memory of that many bytes which the process shares with the children that it starts later. It is
+// never unmapped. Throws when the host has none.
+void* MapShared(std::size_t size);
+
+// One T in such memory.
 template <class T>
 T& MakeShared() {
   static_assert(std::is_trivially_destructible_v<T>);
-  void* const page =
-      mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  if (page == MAP_FAILED) {
-    throw std::runtime_error("the host has no memory to share with a child process");
-  }
-  return *new (page) T;
+  return *new (MapShared(sizeof(T))) T;
 }
 
 }  // namespace simulator

@@ -6,6 +6,7 @@
 #include "simulator/dfu_descriptors.h"
 #include "simulator/hid_side.h"
 #include "simulator/virtual_keyboard.h"
+#include "platform/machine/machine.h"
 
 namespace simulator {
 

@@ -4,11 +4,17 @@
 #include <atomic>
 #include <functional>
 
-#include "simulator/foreign_keyboard.h"
-#include "simulator/tablet.h"
-#include "simulator/virtual_keyboard.h"
+#include "common/types.h"
+
+namespace platform {
+class Machine;
+}
 
 namespace simulator {
+
+class ForeignKeyboard;
+class Tablet;
+class VirtualKeyboard;
 
 // A charge that is enough for an update.
 inline constexpr u8 FullEnoughPercent = 80;
@@ -49,38 +55,22 @@ struct Stage {
   std::atomic<bool> secondCame = false;
   std::atomic<bool> killed = false;  // a trouble ended the service's process
 
-  platform::Machine& machine() { return tablet.machine(); }
+  platform::Machine& machine() const;
 
   // Takes the user's session and shell away, and gives them back. While they are gone the service
   // finds nobody to tell.
-  void LogOffUser() {
-    tablet.LogOffUser();
-    note(StageEvent::UserLeft);
-  }
-
-  void LogOnUser() {
-    tablet.LogOnUser();
-    note(StageEvent::UserCame);
-  }
+  void LogOffUser();
+  void LogOnUser();
 
   // Sends the stop control, as "net stop" does.
-  void StopService() {
-    note(StageEvent::StopSent);
-    machine().services.SendControl(SERVICE_CONTROL_STOP);
-  }
+  void StopService();
 
   // The keyboard's DFU device, from when it is attached next. Another program has it open.
-  void RefuseOpens() {
-    note(StageEvent::OpenRefused);
-    keyboard.Change([](KeyboardOptions& options) { options.dfuOpenError = ERROR_ACCESS_DENIED; });
-  }
+  void RefuseOpens();
 
   // A keyboard of the same kind, already in DFU mode, as one that was left so and is plugged in
   // now.
-  void AttachSecond() {
-    secondCame = true;
-    second.AttachInDfuMode();
-  }
+  void AttachSecond();
 };
 
 }  // namespace simulator

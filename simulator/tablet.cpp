@@ -2,6 +2,8 @@
 
 #include <stdexcept>
 
+#include "platform/machine/machine.h"
+
 // service/main.cpp, compiled under this name.
 int VantrelMain();
 
@@ -77,6 +79,10 @@ void Tablet::StartService() {
 
 void Tablet::PassTime(u64 milliseconds) {
   machine_.scheduler.SleepMs(milliseconds);
+}
+
+u64 Tablet::nowMs() const {
+  return machine_.scheduler.NowMs();
 }
 
 bool Tablet::PassTimeUntil(const std::function<bool()>& condition, u64 atMostMs) {

@@ -4,6 +4,8 @@
 // vantrel-sim and the tests set their runs up with it. One tablet lives in one host process.
 #pragma once
 
+#include <windows.h>
+
 #include <functional>
 #include <map>
 #include <optional>
@@ -11,8 +13,13 @@
 #include <vector>
 
 #include "common/types.h"
-#include "platform/machine/machine.h"
+#include "platform/machine/handle_table.h"
+#include "platform/machine/scheduler.h"
 #include "simulator/host_folder.h"
+
+namespace platform {
+class Machine;
+}
 
 namespace simulator {
 
@@ -63,7 +70,7 @@ class Tablet {
   // may be asked on any thread and calls nothing that blocks.
   bool PassTimeUntil(const std::function<bool()>& condition, u64 atMostMs);
 
-  u64 nowMs() const { return machine_.scheduler.NowMs(); }
+  u64 nowMs() const;
 
   std::vector<ToldWord> WordsTold() const;
 

@@ -6,6 +6,7 @@
 #include "platform/machine/text.h"
 #include "simulator/dfu_names.h"
 #include "simulator/wire_requests.h"
+#include "platform/machine/machine.h"
 
 namespace simulator {
 

@@ -10,9 +10,14 @@
 #include <vector>
 
 #include "common/types.h"
-#include "platform/machine/machine.h"
+#include "platform/machine/debug_log.h"
+#include "platform/machine/transfer_log.h"
 #include "simulator/timeline_options.h"
 #include "simulator/wire_reader.h"
+
+namespace platform {
+class Machine;
+}
 
 namespace simulator {
 

@@ -4,6 +4,10 @@
 #include "simulator/dfu_descriptors.h"
 #include "simulator/dfu_names.h"
 #include "simulator/stage.h"
+#include "platform/machine/machine.h"
+#include "simulator/virtual_keyboard.h"
+#include "simulator/tablet.h"
+#include "simulator/foreign_keyboard.h"
 
 namespace simulator {
 

@@ -2,6 +2,11 @@
 
 #include <algorithm>
 
+#include "platform/machine/machine.h"
+#include "simulator/stage.h"
+#include "simulator/tablet.h"
+#include "simulator/virtual_keyboard.h"
+
 namespace simulator {
 
 namespace {

@@ -7,10 +7,13 @@
 #include <mutex>
 #include <string>
 
-#include "simulator/stage.h"
+#include "platform/machine/notifications.h"
+#include "simulator/keyboard_options.h"
 #include "simulator/trouble.h"
 
 namespace simulator {
+
+struct Stage;
 
 // Kinds that need the machine's own help are handed to it in advance; the script calls for those of
 // a time when that comes.

@@ -7,6 +7,7 @@
 #include "simulator/number_text.h"
 #include "simulator/timeline.h"
 #include "simulator/wire_requests.h"
+#include "platform/machine/machine.h"
 
 namespace simulator {
 

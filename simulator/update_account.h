@@ -15,9 +15,15 @@
 #include <string>
 #include <vector>
 
-#include "platform/machine/machine.h"
+#include "platform/machine/call_gate.h"
+#include "platform/machine/transfer_log.h"
+#include "platform/machine/wait_record.h"
 #include "simulator/json.h"
 #include "simulator/virtual_keyboard.h"
+
+namespace platform {
+class Machine;
+}
 
 namespace simulator {
 

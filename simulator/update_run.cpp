@@ -14,6 +14,7 @@
 #include "simulator/update_picture.h"
 #include "simulator/update_verdict.h"
 #include "simulator/virtual_keyboard.h"
+#include "platform/machine/machine.h"
 
 namespace simulator {
 

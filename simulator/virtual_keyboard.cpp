@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "simulator/hid_side.h"
+#include "platform/machine/machine.h"
 
 namespace simulator {
 

@@ -13,9 +13,14 @@
 #include <string>
 #include <vector>
 
-#include "platform/machine/machine.h"
+#include "platform/machine/device_backend.h"
 #include "simulator/dfu_bootloader.h"
 #include "simulator/keyboard_options.h"
+
+namespace platform {
+struct Device;
+class Machine;
+}  // namespace platform
 
 namespace simulator {
 

@@ -16,6 +16,7 @@
 #include "simulator/tablet.h"
 #include "simulator/virtual_keyboard.h"
 #include "tests/support/printing.h"
+#include "platform/machine/machine.h"
 
 class TabletTest : public ::testing::Test {
  protected:
