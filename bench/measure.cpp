@@ -2,9 +2,9 @@
 
 #include <ctime>
 
+#include "platform/machine/machine.h"
 #include "simulator/host_process.h"
 #include "simulator/product_memory.h"
-#include "platform/machine/machine.h"
 
 namespace bench {
 

@@ -1,11 +1,11 @@
-# compile_by_folder(TARGET [APART FILE...]): the target's files are compiled one folder at a time,
+# compile_by_folder(TARGET [APART FILE...] [JOINED FOLDER...]): the target's files are compiled one folder at a time,
 # which takes half the time of one file at a time. Those apart are compiled together as well, but apart
 # from the rest: a header of the machine or of the keyboard that only one of the two reads has only
-# that one compiled again. Switch it off while working on few files.
+# that one compiled again. The small folders joined are compiled as one. Switch it off while working on few files.
 option(VANTREL_COMPILE_BY_FOLDER "Compile the files of a folder together" ON)
 
 function(compile_by_folder target)
-  cmake_parse_arguments(PARSE_ARGV 1 by_folder "" "" APART)
+  cmake_parse_arguments(PARSE_ARGV 1 by_folder "" "" "APART;JOINED")
   if(NOT VANTREL_COMPILE_BY_FOLDER)
     return()
   endif()
@@ -16,6 +16,9 @@ function(compile_by_folder target)
     get_filename_component(path "${file}" ABSOLUTE)
     get_filename_component(folder "${path}" DIRECTORY)
     get_filename_component(folder "${folder}" NAME)
+    if("${folder}" IN_LIST by_folder_JOINED)
+      set(folder "joined")
+    endif()
     if("${file}" IN_LIST by_folder_APART)
       string(APPEND folder "_apart")
     endif()

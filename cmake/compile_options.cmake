@@ -10,7 +10,8 @@ else()
   target_compile_options(vantrel_options INTERFACE -Wall -Wextra -Werror -Wshadow -Wnon-virtual-dtor
     # GCC 12 sees overlapping copies in its own std::string at -O3.
     $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
-  # GCC looks for memory to free long before it is short of it: a tenth of a build.
+  # GCC looks for memory to free long before it is short of it: a tenth of a build. A file
+  # may take half a gigabyte in return.
   target_compile_options(vantrel_options INTERFACE
     $<$<CXX_COMPILER_ID:GNU>:--param=ggc-min-heapsize=500000>)
 endif()

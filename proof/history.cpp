@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/machine/machine.h"
 #include "platform/machine/text.h"
 #include "simulator/dfu_descriptors.h"
 #include "simulator/hid_side.h"
-#include "platform/machine/machine.h"
 
 namespace proof {
 

@@ -1,14 +1,14 @@
 #include "proof/judge.h"
 
+#include "platform/machine/machine.h"
 #include "proof/judge_leftovers.h"
 #include "proof/judge_stillness.h"
 #include "proof/judge_wire.h"
 #include "proof/judge_words.h"
 #include "proof/trial_report.h"
-#include "platform/machine/machine.h"
+#include "simulator/foreign_keyboard.h"
 #include "simulator/tablet.h"
 #include "simulator/virtual_keyboard.h"
-#include "simulator/foreign_keyboard.h"
 
 namespace proof {
 

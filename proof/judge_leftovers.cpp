@@ -1,10 +1,10 @@
 #include "proof/judge_leftovers.h"
 
+#include "platform/machine/machine.h"
 #include "proof/trial_report.h"
 #include "simulator/product_memory.h"
 #include "simulator/tablet.h"
 #include "simulator/wire_requests.h"
-#include "platform/machine/machine.h"
 
 namespace proof {
 

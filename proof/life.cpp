@@ -7,8 +7,8 @@
 #include <cstring>
 #include <filesystem>
 
-#include "simulator/product_memory.h"
 #include "platform/machine/machine.h"
+#include "simulator/product_memory.h"
 
 namespace proof {
 

@@ -10,11 +10,11 @@
 #include "proof/judge.h"
 #include "proof/plan.h"
 #include "proof/trial_report.h"
-#include "simulator/timeline.h"
-#include "simulator/troubles.h"
 #include "simulator/foreign_keyboard.h"
 #include "simulator/stage.h"
 #include "simulator/tablet.h"
+#include "simulator/timeline.h"
+#include "simulator/troubles.h"
 #include "simulator/virtual_keyboard.h"
 
 namespace proof {

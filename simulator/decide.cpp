@@ -3,6 +3,7 @@
 #include <atomic>
 #include <nlohmann/json.hpp>
 
+#include "platform/machine/machine.h"
 #include "simulator/ask_child.h"
 #include "simulator/exit_codes.h"
 #include "simulator/gates.h"
@@ -10,7 +11,6 @@
 #include "simulator/tablet.h"
 #include "simulator/update_verdict.h"
 #include "simulator/virtual_keyboard.h"
-#include "platform/machine/machine.h"
 
 namespace simulator {
 

@@ -3,8 +3,8 @@
 #include <memory>
 #include <utility>
 
-#include "simulator/hid_side.h"
 #include "platform/machine/machine.h"
+#include "simulator/hid_side.h"
 
 namespace simulator {
 

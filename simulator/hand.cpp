@@ -1,8 +1,8 @@
 #include "simulator/hand.h"
 
+#include "platform/machine/machine.h"
 #include "simulator/tablet.h"
 #include "simulator/virtual_keyboard.h"
-#include "platform/machine/machine.h"
 
 namespace simulator {
 

@@ -4,11 +4,11 @@
 
 #include <cstdio>
 
+#include "simulator/foreign_keyboard.h"
+#include "simulator/stage.h"
 #include "simulator/timeline.h"
 #include "simulator/troubles.h"
 #include "simulator/update_options.h"
-#include "simulator/foreign_keyboard.h"
-#include "simulator/stage.h"
 
 namespace simulator {
 

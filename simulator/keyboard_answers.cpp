@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <memory>
 
+#include "platform/machine/machine.h"
 #include "simulator/dfu_descriptors.h"
 #include "simulator/hid_side.h"
 #include "simulator/virtual_keyboard.h"
-#include "platform/machine/machine.h"
 
 namespace simulator {
 

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cinttypes>
 
+#include "platform/machine/machine.h"
 #include "platform/machine/text.h"
 #include "simulator/dfu_names.h"
 #include "simulator/wire_requests.h"
-#include "platform/machine/machine.h"
 
 namespace simulator {
 

@@ -1,13 +1,13 @@
 // What each kind of trouble does, and the table of them all.
 #include "simulator/trouble.h"
 
+#include "platform/machine/machine.h"
 #include "simulator/dfu_descriptors.h"
 #include "simulator/dfu_names.h"
-#include "simulator/stage.h"
-#include "platform/machine/machine.h"
-#include "simulator/virtual_keyboard.h"
-#include "simulator/tablet.h"
 #include "simulator/foreign_keyboard.h"
+#include "simulator/stage.h"
+#include "simulator/tablet.h"
+#include "simulator/virtual_keyboard.h"
 
 namespace simulator {
 

@@ -4,10 +4,10 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
+#include "platform/machine/machine.h"
 #include "simulator/number_text.h"
 #include "simulator/timeline.h"
 #include "simulator/wire_requests.h"
-#include "platform/machine/machine.h"
 
 namespace simulator {
 

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <nlohmann/json.hpp>
 
+#include "platform/machine/machine.h"
 #include "simulator/exit_codes.h"
 #include "simulator/gates.h"
 #include "simulator/hand.h"
@@ -14,7 +15,6 @@
 #include "simulator/update_picture.h"
 #include "simulator/update_verdict.h"
 #include "simulator/virtual_keyboard.h"
-#include "platform/machine/machine.h"
 
 namespace simulator {
 

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "common/status.h"
+#include "platform/machine/machine.h"
 #include "platform/machine/text.h"
 
 using platform::Bytes;

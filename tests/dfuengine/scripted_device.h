@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "dfuengine/operation_context.h"
+#include "platform/machine/call_gate.h"
 #include "simulator/virtual_keyboard.h"
 
 class ScriptedDevice {

@@ -11,12 +11,12 @@
 #include <string>
 #include <vector>
 
+#include "platform/machine/machine.h"
 #include "simulator/foreign_keyboard.h"
 #include "simulator/package.h"
 #include "simulator/tablet.h"
 #include "simulator/virtual_keyboard.h"
 #include "tests/support/printing.h"
-#include "platform/machine/machine.h"
 
 class TabletTest : public ::testing::Test {
  protected:
