@@ -1,6 +1,7 @@
 // The one tablet of a fuzzer's process. Its machine lives through all inputs.
 #pragma once
 
+#include "platform/machine/machine.h"
 #include "simulator/tablet.h"
 
 inline simulator::Tablet& FuzzTablet() {

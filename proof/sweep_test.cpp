@@ -10,6 +10,7 @@
 #include "proof/small_update.h"
 #include "proof/trial.h"
 #include "simulator/host_folder.h"
+#include "tests/support/table.h"
 
 namespace proof {
 
@@ -18,17 +19,6 @@ inline void PrintTo(Road road, std::ostream* out) {
 }
 
 namespace {
-
-// A case that has a name: a sweep prints by it, and is called after it.
-struct NamedCase {
-  const char* name;
-
-  friend std::ostream& operator<<(std::ostream& out, const NamedCase& each) {
-    return out << each.name;
-  }
-};
-
-constexpr auto NameOfCase = [](const auto& test) { return std::string(test.param.name); };
 
 // Every place by default; every n-th where the program is slow, as under a sanitizer.
 u64 Stride() {
@@ -80,16 +70,16 @@ class SweepTest : public ::testing::Test {
   const simulator::HostFolder folder_;
 };
 
-struct CallFaultCase : NamedCase {
+struct CallFaultCase : NamedRow {
   Road road;
   u32 errorIndex;
   bool fromThenOn;
 };
 
-class CallFaultSweep : public SweepTest, public ::testing::WithParamInterface<CallFaultCase> {};
+class CallFaultSweep : public SweepTest, public OfTable<CallFaultCase> {};
 
-TEST_P(CallFaultSweep, EveryCallFails) {
-  const CallFaultCase& fault = GetParam();
+TEST_OF_ROW(CallFaultSweep, EveryCallFails) {
+  const CallFaultCase& fault = row();
   const TrialPlan plan = SmallUpdate(fault.road);
   const TrialReport undisturbed = RunUndisturbed(plan);
   Sweep("call fails", plan, undisturbed.troubledCalls, [&](TrialPlan& armed, u64 place) {
@@ -98,38 +88,35 @@ TEST_P(CallFaultSweep, EveryCallFails) {
   });
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Calls, CallFaultSweep,
-    ::testing::Values(CallFaultCase{{"OnceFirstErrorAtStartUp"}, Road::AtStartUp, 0, false},
-                      CallFaultCase{{"OnceFirstErrorOnArrival"}, Road::OnArrival, 0, false},
-                      CallFaultCase{{"OnceSecondErrorOnArrival"}, Road::OnArrival, 1, false},
-                      CallFaultCase{{"OnceThirdErrorOnArrival"}, Road::OnArrival, 2, false},
-                      CallFaultCase{{"FromThenOnOnArrival"}, Road::OnArrival, 0, true},
-                      CallFaultCase{{"FromThenOnAtStartUp"}, Road::AtStartUp, 0, true}),
-    NameOfCase);
+ROWS(CallFaultSweep, EveryCallFails, NameOfRow,
+     {CallFaultCase{{"OnceFirstErrorAtStartUp"}, Road::AtStartUp, 0, false},
+      CallFaultCase{{"OnceFirstErrorOnArrival"}, Road::OnArrival, 0, false},
+      CallFaultCase{{"OnceSecondErrorOnArrival"}, Road::OnArrival, 1, false},
+      CallFaultCase{{"OnceThirdErrorOnArrival"}, Road::OnArrival, 2, false},
+      CallFaultCase{{"FromThenOnOnArrival"}, Road::OnArrival, 0, true},
+      CallFaultCase{{"FromThenOnAtStartUp"}, Road::AtStartUp, 0, true}});
 
-struct PullCase : NamedCase {
+struct PullCase : NamedRow {
   Road road;
   u64 awayMs;
 };
 
-class PullSweep : public SweepTest, public ::testing::WithParamInterface<PullCase> {};
+class PullSweep : public SweepTest, public OfTable<PullCase> {};
 
-TEST_P(PullSweep, AtEveryTransfer) {
-  const TrialPlan plan = SmallUpdate(GetParam().road);
+TEST_OF_ROW(PullSweep, AtEveryTransfer) {
+  const TrialPlan plan = SmallUpdate(row().road);
   const TrialReport undisturbed = RunUndisturbed(plan);
   Sweep("keyboard pulled", plan, undisturbed.troubledTransfers, [&](TrialPlan& armed, u64 place) {
-    armed.troubles = {MakeTrouble("unplug", FaultPlace::Transfer, place, GetParam().awayMs)};
+    armed.troubles = {MakeTrouble("unplug", FaultPlace::Transfer, place, row().awayMs)};
   });
 }
 
-INSTANTIATE_TEST_SUITE_P(Transfers, PullSweep,
-                         ::testing::Values(PullCase{{"BackAtOnce"}, Road::OnArrival, 1},
-                                           PullCase{{"BackBeforeTheTick"}, Road::OnArrival, 500},
-                                           PullCase{{"BackAfterTheTick"}, Road::OnArrival, 7'000},
-                                           PullCase{{"BackAtOnceAtStartUp"}, Road::AtStartUp, 1},
-                                           PullCase{{"BackLateAtStartUp"}, Road::AtStartUp, 9'000}),
-                         NameOfCase);
+ROWS(PullSweep, AtEveryTransfer, NameOfRow,
+     {PullCase{{"BackAtOnce"}, Road::OnArrival, 1},
+      PullCase{{"BackBeforeTheTick"}, Road::OnArrival, 500},
+      PullCase{{"BackAfterTheTick"}, Road::OnArrival, 7'000},
+      PullCase{{"BackAtOnceAtStartUp"}, Road::AtStartUp, 1},
+      PullCase{{"BackLateAtStartUp"}, Road::AtStartUp, 9'000}});
 
 // A second announcement of a device whose update is under way is none of the update's business.
 TEST_F(SweepTest, AnnouncedAgainAtEveryTransfer) {
@@ -146,15 +133,15 @@ TEST_F(SweepTest, AnnouncedAgainAtEveryTransfer) {
       });
 }
 
-struct SecondCase : NamedCase {
+struct SecondCase : NamedRow {
   bool isListedFirst;
 };
 
-class SecondKeyboardSweep : public SweepTest, public ::testing::WithParamInterface<SecondCase> {};
+class SecondKeyboardSweep : public SweepTest, public OfTable<SecondCase> {};
 
-TEST_P(SecondKeyboardSweep, AtEveryTransfer) {
+TEST_OF_ROW(SecondKeyboardSweep, AtEveryTransfer) {
   TrialPlan plan = SmallUpdate(Road::OnArrival);
-  plan.secondIsListedFirst = GetParam().isListedFirst;
+  plan.secondIsListedFirst = row().isListedFirst;
   const TrialReport undisturbed = RunUndisturbed(plan);
   Sweep("second keyboard attached", plan, undisturbed.troubledTransfers,
         [](TrialPlan& armed, u64 place) {
@@ -162,68 +149,61 @@ TEST_P(SecondKeyboardSweep, AtEveryTransfer) {
         });
 }
 
-INSTANTIATE_TEST_SUITE_P(Transfers, SecondKeyboardSweep,
-                         ::testing::Values(SecondCase{{"InFront"}, true},
-                                           SecondCase{{"Behind"}, false}),
-                         NameOfCase);
+ROWS(SecondKeyboardSweep, AtEveryTransfer, NameOfRow,
+     {SecondCase{{"InFront"}, true}, SecondCase{{"Behind"}, false}});
 
-class KillSweep : public SweepTest, public ::testing::WithParamInterface<Road> {};
+class KillSweep : public SweepTest, public OfTable<Road> {};
 
-TEST_P(KillSweep, AtEveryCall) {
-  const TrialPlan plan = SmallUpdate(GetParam());
+TEST_OF_ROW(KillSweep, AtEveryCall) {
+  const TrialPlan plan = SmallUpdate(row());
   const TrialReport undisturbed = RunUndisturbed(plan);
   Sweep("service killed", plan, undisturbed.troubledCalls, [](TrialPlan& armed, u64 place) {
     armed.troubles = {MakeTrouble("kill", FaultPlace::Call, place)};
   });
 }
 
-INSTANTIATE_TEST_SUITE_P(Lives, KillSweep, ::testing::Values(Road::AtStartUp, Road::OnArrival),
-                         testing::PrintToStringParamName());
+ROWS(KillSweep, AtEveryCall, testing::PrintToString<Road>, {Road::AtStartUp, Road::OnArrival});
 
-struct HoldCase : NamedCase {
+struct HoldCase : NamedRow {
   Road road;
   u64 milliseconds;
 };
 
 // The lowest priority makes it real: a thread may stand still anywhere, longer than a tick.
-class HoldSweep : public SweepTest, public ::testing::WithParamInterface<HoldCase> {};
+class HoldSweep : public SweepTest, public OfTable<HoldCase> {};
 
-TEST_P(HoldSweep, TheThreadOfEveryCall) {
-  const TrialPlan plan = SmallUpdate(GetParam().road);
+TEST_OF_ROW(HoldSweep, TheThreadOfEveryCall) {
+  const TrialPlan plan = SmallUpdate(row().road);
   const TrialReport undisturbed = RunUndisturbed(plan);
   Sweep("thread held up", plan, undisturbed.troubledCalls, [&](TrialPlan& armed, u64 place) {
-    armed.troubles = {MakeTrouble("hold", FaultPlace::Call, place, GetParam().milliseconds)};
+    armed.troubles = {MakeTrouble("hold", FaultPlace::Call, place, row().milliseconds)};
   });
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Calls, HoldSweep,
-    ::testing::Values(HoldCase{{"AMomentAtStartUp"}, Road::AtStartUp, 1},
-                      HoldCase{{"JustBelowATickAtStartUp"}, Road::AtStartUp, 2'999},
-                      HoldCase{{"JustAboveATickAtStartUp"}, Road::AtStartUp, 3'001},
-                      HoldCase{{"LongAtStartUp"}, Road::AtStartUp, 10'000},
-                      HoldCase{{"AMomentOnArrival"}, Road::OnArrival, 1},
-                      HoldCase{{"JustBelowATickOnArrival"}, Road::OnArrival, 2'999},
-                      HoldCase{{"JustAboveATickOnArrival"}, Road::OnArrival, 3'001},
-                      HoldCase{{"LongOnArrival"}, Road::OnArrival, 10'000}),
-    NameOfCase);
+ROWS(HoldSweep, TheThreadOfEveryCall, NameOfRow,
+     {HoldCase{{"AMomentAtStartUp"}, Road::AtStartUp, 1},
+      HoldCase{{"JustBelowATickAtStartUp"}, Road::AtStartUp, 2'999},
+      HoldCase{{"JustAboveATickAtStartUp"}, Road::AtStartUp, 3'001},
+      HoldCase{{"LongAtStartUp"}, Road::AtStartUp, 10'000},
+      HoldCase{{"AMomentOnArrival"}, Road::OnArrival, 1},
+      HoldCase{{"JustBelowATickOnArrival"}, Road::OnArrival, 2'999},
+      HoldCase{{"JustAboveATickOnArrival"}, Road::OnArrival, 3'001},
+      HoldCase{{"LongOnArrival"}, Road::OnArrival, 10'000}});
 
 // A removal and an arrival that are told the other way round, and both beside other notices.
-class OrderSweep : public SweepTest, public ::testing::WithParamInterface<u64> {};
+class OrderSweep : public SweepTest, public OfTable<u64> {};
 
-TEST_P(OrderSweep, PulledAndToldTheOtherWayRound) {
+TEST_OF_ROW(OrderSweep, PulledAndToldTheOtherWayRound) {
   TrialPlan plan = SmallUpdate(Road::OnArrival);
   const TrialReport undisturbed = RunUndisturbed(plan);
   Sweep("notices turned round", plan, undisturbed.troubledTransfers,
         [&](TrialPlan& armed, u64 place) {
-          armed.troubles = {MakeTrouble("unplug", FaultPlace::Transfer, place, GetParam(), 3)};
+          armed.troubles = {MakeTrouble("unplug", FaultPlace::Transfer, place, row(), 3)};
         });
 }
 
-INSTANTIATE_TEST_SUITE_P(Transfers, OrderSweep, ::testing::Values(u64{1}, u64{30}, u64{500}),
-                         [](const auto& testCase) {
-                           return "BackAfter" + std::to_string(testCase.param) + "Ms";
-                         });
+ROWS(OrderSweep, PulledAndToldTheOtherWayRound,
+     [](u64 awayMs) { return "BackAfter" + std::to_string(awayMs) + "Ms"; }, {1, 30, 500});
 
 TEST_F(SweepTest, EveryRequestForMemoryIsRefused) {
   const TrialPlan plan = SmallUpdate(Road::OnArrival);

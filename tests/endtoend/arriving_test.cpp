@@ -17,57 +17,54 @@ const Texts Good = {"START", "COMPLETE"};
 const Texts Silence = {};
 const Texts NoReport = {"START", "DISCONNECT"};  // both requests found nobody to take them
 
-struct ArrivingCase : NamedCase {
+struct ArrivingCase : NamedRow {
   bool atStartUp;  // the look comes between the first and the second, else when the keys come
   Order order;
   u32 gapMs;
   Texts words;
 };
 
-class ArrivingTest : public RunningUpdateTest, public testing::WithParamInterface<ArrivingCase> {
+class ArrivingTest : public RunningUpdateTest, public OfTable<ArrivingCase> {
  protected:
   simulator::VirtualKeyboard& Arrive() {
     simulator::KeyboardOptions options;
-    options.arrivalOrder = GetParam().order;
-    options.arrivalGapMs = GetParam().gapMs;
+    options.arrivalOrder = row().order;
+    options.arrivalGapMs = row().gapMs;
     StartService();
-    PassTime(GetParam().atStartUp ? FirstLookMs - GetParam().gapMs / 2 : 60'000);
+    PassTime(row().atStartUp ? FirstLookMs - row().gapMs / 2 : 60'000);
     return PlugIn(options);
   }
 };
 
-TEST_P(ArrivingTest, IsServedByWhatIsThereOrAtItsNextAttachment) {
+TEST_OF_ROW(ArrivingTest, IsServedByWhatIsThereOrAtItsNextAttachment) {
   simulator::VirtualKeyboard& keyboard = Arrive();
-  if (GetParam().words == Good) {
+  if (row().words == Good) {
     ExpectUpdated(keyboard, Good);
     return;
   }
   PassTime(60'000);
-  EXPECT_EQ(Words(), GetParam().words);
+  EXPECT_EQ(Words(), row().words);
   EXPECT_EQ(keyboard.runningVersion(), simulator::KeyboardOptions{}.version);
   EXPECT_EQ(keyboard.enterDfuReports(), 0u);
-  EXPECT_EQ(CountLines("Keyboard attached\n"), GetParam().atStartUp ? 0u : 1u);
+  EXPECT_EQ(CountLines("Keyboard attached\n"), row().atStartUp ? 0u : 1u);
 
   keyboard.Detach();
   keyboard.Change([](simulator::KeyboardOptions& options) { options.arrivalOrder = {}; });
   keyboard.Attach();
-  Texts words = GetParam().words;
+  Texts words = row().words;
   words.insert(words.end(), Good.begin(), Good.end());
   ExpectUpdated(keyboard, words);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    , ArrivingTest,
-    testing::Values(
-        ArrivingCase{{"KeysLast"}, false, {KeysCollection, Media, Report, Keys}, GapMs, Good},
-        ArrivingCase{{"KeysAfterTheReport"}, false, {Report, Keys, Media}, GapMs, Good},
-        ArrivingCase{{"KeysFirst"}, false, {Keys, KeysCollection, Media, Report}, GapMs, Silence},
-        ArrivingCase{{"KeysAfterTheirCollection"}, false, {KeysCollection, Keys}, GapMs, Silence},
-        ArrivingCase{{"KeysBeforeTheReport"}, false, {Media, Keys, Report}, GapMs, NoReport},
-        ArrivingCase{{"ReportWhileTheVersionIsRead"}, false, {Media, Keys, Report}, 1, Good},
-        ArrivingCase{{"ReportFirst"}, true, {Report, Media}, GapMs, Good},
-        ArrivingCase{{"KeysFirstAtStartUp"}, true, {Keys, KeysCollection}, GapMs, Silence},
-        ArrivingCase{{"MediaFirst"}, true, {Media, Report}, GapMs, NoReport}),
-    NameOfCase);
+ROWS(ArrivingTest, IsServedByWhatIsThereOrAtItsNextAttachment, NameOfRow,
+     {ArrivingCase{{"KeysLast"}, false, {KeysCollection, Media, Report, Keys}, GapMs, Good},
+      ArrivingCase{{"KeysAfterTheReport"}, false, {Report, Keys, Media}, GapMs, Good},
+      ArrivingCase{{"KeysFirst"}, false, {Keys, KeysCollection, Media, Report}, GapMs, Silence},
+      ArrivingCase{{"KeysAfterTheirCollection"}, false, {KeysCollection, Keys}, GapMs, Silence},
+      ArrivingCase{{"KeysBeforeTheReport"}, false, {Media, Keys, Report}, GapMs, NoReport},
+      ArrivingCase{{"ReportWhileTheVersionIsRead"}, false, {Media, Keys, Report}, 1, Good},
+      ArrivingCase{{"ReportFirst"}, true, {Report, Media}, GapMs, Good},
+      ArrivingCase{{"KeysFirstAtStartUp"}, true, {Keys, KeysCollection}, GapMs, Silence},
+      ArrivingCase{{"MediaFirst"}, true, {Media, Report}, GapMs, NoReport}});
 
 }  // namespace

@@ -13,7 +13,7 @@ using simulator::DfuGetStatus;
 using simulator::KeyboardOptions;
 using simulator::VirtualKeyboard;
 
-struct Way : NamedCase {
+struct Way : NamedRow {
   std::function<void(KeyboardOptions&)> change = {};
   std::function<void(RunningUpdateTest&, VirtualKeyboard&)> disturb = {};
   Texts words = {"START", "DISCONNECT"};
@@ -55,19 +55,19 @@ auto FailOpening(u32 number) {
   };
 }
 
-class DisconnectTest : public RunningUpdateTest, public testing::WithParamInterface<Way> {};
+class DisconnectTest : public RunningUpdateTest, public OfTable<Way> {};
 
-TEST_P(DisconnectTest, IsToldOnceAndTheNextAttachmentUpdates) {
+TEST_OF_ROW(DisconnectTest, IsToldOnceAndTheNextAttachmentUpdates) {
   KeyboardOptions options;
-  if (GetParam().change) {
-    GetParam().change(options);
+  if (row().change) {
+    row().change(options);
   }
   VirtualKeyboard& keyboard = BeginUpdate(options);
-  if (GetParam().disturb) {
-    GetParam().disturb(*this, keyboard);
+  if (row().disturb) {
+    row().disturb(*this, keyboard);
   }
   PassTime(60'000);
-  Texts words = GetParam().words;
+  Texts words = row().words;
   EXPECT_EQ(Words(), words);
   EXPECT_EQ(CountLines("\nSuccessfully left DFU mode!\n"), 0u);
   EXPECT_EQ(machine.handles.OpenCount(platform::HandleKind::WinUsb), 0u);
@@ -78,32 +78,28 @@ TEST_P(DisconnectTest, IsToldOnceAndTheNextAttachmentUpdates) {
   ExpectUpdated(keyboard, words);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    , DisconnectTest,
-    testing::Values(
-        Way{{"BothReportsAreRefused"}, [](auto& options) { options.refusedReports = 2; }},
-        Way{{"InterfaceCannotBeOpened"},
-            [](auto& options) { options.dfuOpenError = ERROR_ACCESS_DENIED; }},
-        Way{{"MemoryMapIsNone"},
-            [](auto& options) { options.alternateSettings[0].mapString = "?"; }},
-        Way{{"EraseIsRefused"}, {}, Answer(DfuDnload, 0, {UsbResult::Stalled, {}, 0})},
-        Way{{"BlockIsRefused"}, {}, Answer(DfuDnload, 5, {UsbResult::Stalled, {}, 0})},
-        Way{{"DeviceFallsSilent"}, {}, Answer(DfuGetStatus, 5, {UsbResult::TimedOut, {}, 0})},
-        Way{{"DeviceAnswersNothing"}, {}, AnswerNothing(5)},
-        Way{{"WriteFails"}, {}, Answer(DfuGetStatus, 5, {UsbResult::Done, {3, 0, 0, 0, 5, 0}, 0})},
-        Way{{"PulledWhileErasing"}, {}, PullWhen(Progress::Erasing)},
-        Way{{"PulledBetweenEraseAndDownload"}, {}, PullWhen(Progress::Erased)},
-        Way{{"PulledWhileDownloading"}, {}, PullWhen(Progress::Downloading)},
-        Way{{"PulledBetweenDownloadAndLeave"}, {}, PullWhen(Progress::Downloaded)},
-        Way{{"RefreshCannotOpen"}, {}, FailOpening(1)},
-        // Of this one the user hears nothing.
-        Way{{"EraseIsNotLaunched"}, {}, FailOpening(2), {"START"}},
-        Way{{"EraseCannotOpen"}, {}, FailOpening(3)},
-        Way{{"DownloadIsNotLaunched"}, {}, FailOpening(4)},
-        Way{{"DownloadCannotOpen"}, {}, FailOpening(5)},
-        Way{{"RefreshBeforeTheLeaveCannotOpen"}, {}, FailOpening(6)},
-        Way{{"LeaveIsNotLaunched"}, {}, FailOpening(7)},
-        Way{{"LeaveCannotOpen"}, {}, FailOpening(8)}),
-    NameOfCase);
+ROWS(DisconnectTest, IsToldOnceAndTheNextAttachmentUpdates, NameOfRow,
+     {Way{{"BothReportsAreRefused"}, [](auto& options) { options.refusedReports = 2; }},
+      Way{{"InterfaceCannotBeOpened"},
+          [](auto& options) { options.dfuOpenError = ERROR_ACCESS_DENIED; }},
+      Way{{"MemoryMapIsNone"}, [](auto& options) { options.alternateSettings[0].mapString = "?"; }},
+      Way{{"EraseIsRefused"}, {}, Answer(DfuDnload, 0, {UsbResult::Stalled, {}, 0})},
+      Way{{"BlockIsRefused"}, {}, Answer(DfuDnload, 5, {UsbResult::Stalled, {}, 0})},
+      Way{{"DeviceFallsSilent"}, {}, Answer(DfuGetStatus, 5, {UsbResult::TimedOut, {}, 0})},
+      Way{{"DeviceAnswersNothing"}, {}, AnswerNothing(5)},
+      Way{{"WriteFails"}, {}, Answer(DfuGetStatus, 5, {UsbResult::Done, {3, 0, 0, 0, 5, 0}, 0})},
+      Way{{"PulledWhileErasing"}, {}, PullWhen(Progress::Erasing)},
+      Way{{"PulledBetweenEraseAndDownload"}, {}, PullWhen(Progress::Erased)},
+      Way{{"PulledWhileDownloading"}, {}, PullWhen(Progress::Downloading)},
+      Way{{"PulledBetweenDownloadAndLeave"}, {}, PullWhen(Progress::Downloaded)},
+      Way{{"RefreshCannotOpen"}, {}, FailOpening(1)},
+      // Of this one the user hears nothing.
+      Way{{"EraseIsNotLaunched"}, {}, FailOpening(2), {"START"}},
+      Way{{"EraseCannotOpen"}, {}, FailOpening(3)},
+      Way{{"DownloadIsNotLaunched"}, {}, FailOpening(4)},
+      Way{{"DownloadCannotOpen"}, {}, FailOpening(5)},
+      Way{{"RefreshBeforeTheLeaveCannotOpen"}, {}, FailOpening(6)},
+      Way{{"LeaveIsNotLaunched"}, {}, FailOpening(7)},
+      Way{{"LeaveCannotOpen"}, {}, FailOpening(8)}});
 
 }  // namespace

@@ -27,30 +27,30 @@ TEST_F(LeaveTest, IsSentWhenTheMapTellsMoreThanABlankImageHolds) {
 }
 
 // The request for memory with this number, from the end of the download on, is refused.
-class LeaveWithoutMemoryTest : public LeaveTest, public testing::WithParamInterface<std::size_t> {
+class LeaveWithoutMemoryTest : public LeaveTest, public OfTable<u64> {
  public:
   // Behind the two of the refresh. A leave without any image is one that sends nothing.
-  static constexpr std::size_t ImageRequest = 3;
-  static constexpr std::size_t LastRequest = 32;
+  static constexpr u64 ImageRequest = 3;
+  static constexpr u64 LastRequest = 32;
 };
 
-TEST_P(LeaveWithoutMemoryTest, IsSentOrTheUserIsTold) {
+TEST_OF_ROW(LeaveWithoutMemoryTest, IsSentOrTheUserIsTold) {
   VirtualKeyboard& keyboard = BeginUpdate();
   PassTimeUntilReached(keyboard, Progress::Downloaded);
-  const RefusedMemory refused(GetParam());
+  const RefusedMemory refused(row());
   PassTime(30'000);
 
   const bool sent = LeavesSent() == 1;
-  const bool complete = sent || GetParam() == ImageRequest;
+  const bool complete = sent || row() == ImageRequest;
   EXPECT_EQ(Words(), (Texts{"START", complete ? "COMPLETE" : "DISCONNECT"}));
   EXPECT_EQ(keyboard.runningVersion() == package.version, sent);
   EXPECT_EQ(dfuImageRegistry.First(), nullptr);
-  if (GetParam() == LastRequest) {
+  if (row() == LastRequest) {
     EXPECT_FALSE(refused.met()) << "there are more requests than are refused here";
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(, LeaveWithoutMemoryTest,
-                         testing::Range<std::size_t>(1, LeaveWithoutMemoryTest::LastRequest + 1));
+ROWS(LeaveWithoutMemoryTest, IsSentOrTheUserIsTold, NumberOfRow,
+     UpTo(LeaveWithoutMemoryTest::LastRequest));
 
 }  // namespace

@@ -16,12 +16,11 @@ using simulator::VirtualKeyboard;
 
 using OverlapTest = RunningUpdateTest;
 
-class DuplicateArrivalTest : public RunningUpdateTest,
-                             public testing::WithParamInterface<Progress> {};
+class DuplicateArrivalTest : public RunningUpdateTest, public OfTable<Progress> {};
 
-TEST_P(DuplicateArrivalTest, ChangesNothing) {
+TEST_OF_ROW(DuplicateArrivalTest, ChangesNothing) {
   VirtualKeyboard& keyboard = BeginUpdate();
-  PassTimeUntilReached(keyboard, GetParam());
+  PassTimeUntilReached(keyboard, row());
   for (int i = 0; i < 3; ++i) {
     AnnounceAgain();
   }
@@ -32,10 +31,8 @@ TEST_P(DuplicateArrivalTest, ChangesNothing) {
   EXPECT_EQ(keyboard.counts().blocksWritten, BlocksToWrite);
 }
 
-INSTANTIATE_TEST_SUITE_P(, DuplicateArrivalTest,
-                         testing::Values(Progress::Erasing, Progress::Erased, Progress::Downloading,
-                                         Progress::Downloaded),
-                         [](const auto& test) { return NameOf(test.param); });
+ROWS(DuplicateArrivalTest, ChangesNothing, NameOf,
+     {Progress::Erasing, Progress::Erased, Progress::Downloading, Progress::Downloaded});
 
 // The device is still there, and nobody will announce it again.
 TEST_F(OverlapTest, DuplicateArrivalIsServedWhenTheOperationFails) {
@@ -87,24 +84,24 @@ TEST_F(OverlapTest, ArrivalWithoutAPackageEndsNothing) {
   ExpectUpdated(keyboard, {"START", "COMPLETE"});
 }
 
-struct Pull : NamedCase {
+struct Pull : NamedRow {
   Progress progress;
   u64 forMs;
   Texts words;
   std::function<void(KeyboardOptions&)> change = {};
 };
 
-class PullTest : public RunningUpdateTest, public testing::WithParamInterface<Pull> {};
+class PullTest : public RunningUpdateTest, public OfTable<Pull> {};
 
-TEST_P(PullTest, UpdateGoesOnWhenTheKeyboardIsBack) {
+TEST_OF_ROW(PullTest, UpdateGoesOnWhenTheKeyboardIsBack) {
   VirtualKeyboard& keyboard = BeginUpdate();
-  PassTimeUntilReached(keyboard, GetParam().progress);
-  if (GetParam().change) {
-    keyboard.Change(GetParam().change);
+  PassTimeUntilReached(keyboard, row().progress);
+  if (row().change) {
+    keyboard.Change(row().change);
     PassTime(3000);
   }
-  AttachAgain(keyboard, GetParam().forMs, [](KeyboardOptions& usual) { usual = {}; });
-  ExpectUpdated(keyboard, GetParam().words);
+  AttachAgain(keyboard, row().forMs, [](KeyboardOptions& usual) { usual = {}; });
+  ExpectUpdated(keyboard, row().words);
 }
 
 const Texts Unnoticed = {"START", "COMPLETE"};
@@ -112,37 +109,31 @@ const Texts Noticed = {"START", "DISCONNECT", "COMPLETE"};
 
 constexpr u32 HoursMs = 16'000'000;
 
-INSTANTIATE_TEST_SUITE_P(
-    , PullTest,
-    testing::Values(
-        Pull{{"WhileErasing"}, Progress::Erasing, 5000, Noticed},
-        Pull{{"WhileErasingForAMoment"}, Progress::Erasing, 100, Unnoticed},
-        Pull{{"BetweenEraseAndDownload"}, Progress::Erased, 100, Unnoticed},
-        Pull{{"WhileDownloading"}, Progress::Downloading, 5000, Noticed},
-        Pull{{"WhileDownloadingForAMoment"}, Progress::Downloading, 100, Noticed},
-        Pull{{"WhileDownloadingForAnHour"}, Progress::Downloading, 3'600'000, Noticed},
-        Pull{{"BetweenDownloadAndLeave"}, Progress::Downloaded, 100, Unnoticed},
-        // The operation's thread sleeps for as long as the device said, and must not be waited for.
-        Pull{{"InALongErase"},
-             Progress::Erasing,
-             2000,
-             Unnoticed,
-             [](auto& options) { options.bootloader.eraseBaseMs = HoursMs; }},
-        Pull{{"InALongWrite"},
-             Progress::Downloading,
-             2000,
-             Unnoticed,
-             [](auto& options) { options.bootloader.writeMs = HoursMs; }}),
-    NameOfCase);
+ROWS(PullTest, UpdateGoesOnWhenTheKeyboardIsBack, NameOfRow,
+     {Pull{{"WhileErasing"}, Progress::Erasing, 5000, Noticed},
+      Pull{{"WhileErasingForAMoment"}, Progress::Erasing, 100, Unnoticed},
+      Pull{{"BetweenEraseAndDownload"}, Progress::Erased, 100, Unnoticed},
+      Pull{{"WhileDownloading"}, Progress::Downloading, 5000, Noticed},
+      Pull{{"WhileDownloadingForAMoment"}, Progress::Downloading, 100, Noticed},
+      Pull{{"WhileDownloadingForAnHour"}, Progress::Downloading, 3'600'000, Noticed},
+      Pull{{"BetweenDownloadAndLeave"}, Progress::Downloaded, 100, Unnoticed},
+      // The operation's thread sleeps for as long as the device said, and must not be waited for.
+      Pull{{"InALongErase"},
+           Progress::Erasing,
+           2000,
+           Unnoticed,
+           [](auto& options) { options.bootloader.eraseBaseMs = HoursMs; }},
+      Pull{{"InALongWrite"}, Progress::Downloading, 2000, Unnoticed, [](auto& options) {
+             options.bootloader.writeMs = HoursMs;
+           }}});
 
 // Nothing orders what two threads of the system tell: the removal may come last, with the device
 // back. The keyboard ends as it does in the other order.
-class RemovalToldLastTest : public RunningUpdateTest,
-                            public testing::WithParamInterface<std::tuple<Progress, u64>> {};
+class RemovalToldLastTest : public RunningUpdateTest, public OfTable<std::tuple<Progress, u64>> {};
 
-TEST_P(RemovalToldLastTest, UpdateGoesOnAllTheSame) {
-  const Progress progress = std::get<0>(GetParam());
-  const u64 delayMs = std::get<1>(GetParam());
+TEST_OF_ROW(RemovalToldLastTest, UpdateGoesOnAllTheSame) {
+  const Progress progress = std::get<0>(row());
+  const u64 delayMs = std::get<1>(row());
   VirtualKeyboard& keyboard = BeginUpdate();
   PassTimeUntilReached(keyboard, progress);
   machine.notifications.PlanDeliveries([delayMs](const platform::Notice& notice) {
@@ -160,26 +151,26 @@ TEST_P(RemovalToldLastTest, UpdateGoesOnAllTheSame) {
   EXPECT_EQ(Words().back(), "COMPLETE");
 }
 
-INSTANTIATE_TEST_SUITE_P(, RemovalToldLastTest,
-                         testing::Combine(testing::Values(Progress::Erasing, Progress::Erased,
-                                                          Progress::Downloading,
-                                                          Progress::Downloaded),
-                                          testing::Values(2, 100, 4000, 9000)),
-                         [](const auto& test) {
-                           return std::string(NameOf(std::get<0>(test.param))) + "Told" +
-                                  std::to_string(std::get<1>(test.param)) + "MsLater";
-                         });
+ROWS(
+    RemovalToldLastTest, UpdateGoesOnAllTheSame,
+    [](const auto& row) {
+      return std::string(NameOf(std::get<0>(row))) + "Told" + std::to_string(std::get<1>(row)) +
+             "MsLater";
+    },
+    Combine<Progress, u64>({Progress::Erasing, Progress::Erased, Progress::Downloading,
+                            Progress::Downloaded},
+                           {2, 100, 4000, 9000}));
 
 // An arrival ends the operation that its keyboard's removal left waiting for hours, and then starts
 // nothing on that keyboard: without a word it would lie there without firmware.
-struct Ending : NamedCase {
+struct Ending : NamedRow {
   std::function<void(RunningUpdateTest&, VirtualKeyboard& newcomer)> prepare;
   bool newcomerArrives = false;
 };
 
-class EndedUpdateTest : public RunningUpdateTest, public testing::WithParamInterface<Ending> {};
+class EndedUpdateTest : public RunningUpdateTest, public OfTable<Ending> {};
 
-TEST_P(EndedUpdateTest, IsTold) {
+TEST_OF_ROW(EndedUpdateTest, IsTold) {
   KeyboardOptions another;
   another.unit = u"8&5e6f7a8b";
   VirtualKeyboard& newcomer = PlugInInDfuMode(another);  // listed in front from now on
@@ -192,8 +183,8 @@ TEST_P(EndedUpdateTest, IsTold) {
   keyboard.Detach();
   keyboard.Change([](KeyboardOptions& usual) { usual = {}; });
   PassTime(1000);
-  GetParam().prepare(*this, newcomer);
-  VirtualKeyboard& arrives = GetParam().newcomerArrives ? newcomer : keyboard;
+  row().prepare(*this, newcomer);
+  VirtualKeyboard& arrives = row().newcomerArrives ? newcomer : keyboard;
   arrives.AttachInDfuMode();
   PassTime(1000);
   EXPECT_EQ(Words(), (Texts{"START", "DISCONNECT"}));
@@ -201,7 +192,7 @@ TEST_P(EndedUpdateTest, IsTold) {
 
   tablet.InstallPackage(package.fileName, package.bytes);
   Texts words = {"START", "DISCONNECT", "COMPLETE"};
-  if (GetParam().newcomerArrives) {
+  if (row().newcomerArrives) {
     ExpectUpdated(newcomer, words);
     words.push_back("COMPLETE");
   }
@@ -209,21 +200,18 @@ TEST_P(EndedUpdateTest, IsTold) {
   ExpectUpdated(keyboard, words);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    , EndedUpdateTest,
-    testing::Values(Ending{{"WhenTheLaunchCannotOpenTheDevice"},
-                           [](auto& test, auto&) {
-                             // The refresh opens it first.
-                             test.FailCall(platform::Call::CreateFileW, ERROR_ACCESS_DENIED, 2);
-                           }},
-                    Ending{{"WhenTheDeviceCannotBeRefreshed"},
-                           [](auto& test, auto&) {
-                             test.FailCall(platform::Call::WinUsb_Initialize, ERROR_GEN_FAILURE);
-                           }},
-                    Ending{{"WhenThePackageIsGoneBad"},
-                           [](auto& test, auto&) { test.SpoilPackage(); }},
-                    Ending{{"WhenAnotherKeyboardIsServed"}, [](auto&, auto&) {}, true}),
-    NameOfCase);
+ROWS(EndedUpdateTest, IsTold, NameOfRow,
+     {Ending{{"WhenTheLaunchCannotOpenTheDevice"},
+             [](auto& test, auto&) {
+               // The refresh opens it first.
+               test.FailCall(platform::Call::CreateFileW, ERROR_ACCESS_DENIED, 2);
+             }},
+      Ending{{"WhenTheDeviceCannotBeRefreshed"},
+             [](auto& test, auto&) {
+               test.FailCall(platform::Call::WinUsb_Initialize, ERROR_GEN_FAILURE);
+             }},
+      Ending{{"WhenThePackageIsGoneBad"}, [](auto& test, auto&) { test.SpoilPackage(); }},
+      Ending{{"WhenAnotherKeyboardIsServed"}, [](auto&, auto&) {}, true}});
 
 // Its removal comes before anybody is told of removals, and its operation sleeps for hours.
 TEST_F(OverlapTest, KeyboardThatLeftDuringStartUpIsUpdatedWhenItIsBack) {
@@ -237,13 +225,13 @@ TEST_F(OverlapTest, KeyboardThatLeftDuringStartUpIsUpdatedWhenItIsBack) {
 }
 
 // The keyboard is pulled while its descriptors are read, for the refresh or for the launch.
-class PullWhilePreparingTest : public RunningUpdateTest, public testing::WithParamInterface<u32> {};
+class PullWhilePreparingTest : public RunningUpdateTest, public OfTable<u64> {};
 
-TEST_P(PullWhilePreparingTest, NextArrivalPreparesAgain) {
+TEST_OF_ROW(PullWhilePreparingTest, NextArrivalPreparesAgain) {
   constexpr u8 GetDescriptorRequest = 6;
   constexpr u32 OfTheRefresh = 4;
   VirtualKeyboard& keyboard = BeginUpdate();
-  u32 readsLeft = GetParam();
+  u64 readsLeft = row();
   keyboard.Intercept([&](const WINUSB_SETUP_PACKET& setup, const auto&) {
     if (setup.Request == GetDescriptorRequest && --readsLeft == 0) {
       keyboard.Detach();
@@ -252,7 +240,7 @@ TEST_P(PullWhilePreparingTest, NextArrivalPreparesAgain) {
   });
   PassTime(10'000);
   Texts words = {"START"};
-  if (GetParam() <= OfTheRefresh) {
+  if (row() <= OfTheRefresh) {
     words.push_back("DISCONNECT");
   }
   EXPECT_EQ(Words(), words);
@@ -263,7 +251,7 @@ TEST_P(PullWhilePreparingTest, NextArrivalPreparesAgain) {
   ExpectUpdated(keyboard, words);
 }
 
-INSTANTIATE_TEST_SUITE_P(, PullWhilePreparingTest, testing::Range(1u, 6u));
+ROWS(PullWhilePreparingTest, NextArrivalPreparesAgain, NumberOfRow, UpTo(5));
 
 // A keyboard that comes back in DFU mode although it was told to leave starts all over.
 TEST_F(OverlapTest, ArrivalWhileTheLeaveWaitsForItsTick) {
@@ -304,8 +292,7 @@ void PrintTo(End end, std::ostream* out) {
 
 // The service ends in the middle of an update, and starts again. Its first life is a process of its
 // own, of which nothing but the keyboard's flash remains.
-class SecondLifeTest : public RunningUpdateTest,
-                       public testing::WithParamInterface<std::tuple<End, Progress>> {
+class SecondLifeTest : public RunningUpdateTest, public OfTable<std::tuple<End, Progress>> {
  protected:
   void EndAt(VirtualKeyboard& keyboard, End end, Progress progress) {
     PassTimeUntilReached(keyboard, progress);
@@ -322,7 +309,7 @@ class SecondLifeTest : public RunningUpdateTest,
   bool LiveFirstLife() {
     return simulator::RunInChild([&] {
              VirtualKeyboard& keyboard = BeginUpdate();
-             EndAt(keyboard, std::get<End>(GetParam()), std::get<Progress>(GetParam()));
+             EndAt(keyboard, std::get<End>(row()), std::get<Progress>(row()));
              const simulator::NorFlash memory = keyboard.ReadFlash();
              EXPECT_EQ(memory.bytes().size(), flash.size());
              std::copy_n(memory.bytes().begin(), flash.size(), flash.begin());
@@ -335,7 +322,7 @@ class SecondLifeTest : public RunningUpdateTest,
   FlashBytes& flash = simulator::MakeShared<FlashBytes>();
 };
 
-TEST_P(SecondLifeTest, FinishesWhatTheFirstBegan) {
+TEST_OF_ROW(SecondLifeTest, FinishesWhatTheFirstBegan) {
   ASSERT_TRUE(LiveFirstLife());
 
   auto& keyboard = *new VirtualKeyboard(machine, {});
@@ -349,13 +336,12 @@ TEST_P(SecondLifeTest, FinishesWhatTheFirstBegan) {
   ExpectUpdated(keyboard, {"COMPLETE"});
 }
 
-INSTANTIATE_TEST_SUITE_P(, SecondLifeTest,
-                         testing::Combine(testing::Values(End::Stopped, End::Killed),
-                                          testing::Values(Progress::Erasing, Progress::Erased,
-                                                          Progress::Downloading)),
-                         [](const auto& test) {
-                           return testing::PrintToString(std::get<End>(test.param)) +
-                                  NameOf(std::get<Progress>(test.param));
-                         });
+ROWS(
+    SecondLifeTest, FinishesWhatTheFirstBegan,
+    [](const auto& row) {
+      return testing::PrintToString(std::get<End>(row)) + NameOf(std::get<Progress>(row));
+    },
+    Combine<End, Progress>({End::Stopped, End::Killed},
+                           {Progress::Erasing, Progress::Erased, Progress::Downloading}));
 
 }  // namespace

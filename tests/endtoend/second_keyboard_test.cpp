@@ -42,14 +42,13 @@ TEST_F(SecondKeyboardTest, WaitsUntilItArrivesAgain) {
 }
 
 // The device that is listed first is the one that is opened, and that is the newcomer.
-class KeyboardInFrontTest : public RunningUpdateTest,
-                            public testing::WithParamInterface<Progress> {};
+class KeyboardInFrontTest : public RunningUpdateTest, public OfTable<Progress> {};
 
-TEST_P(KeyboardInFrontTest, IsNotWrittenToWithoutItsOwnErase) {
+TEST_OF_ROW(KeyboardInFrontTest, IsNotWrittenToWithoutItsOwnErase) {
   VirtualKeyboard& newcomer = PlugInInDfuMode(AnotherKeyboard());
   newcomer.Detach();
   VirtualKeyboard& keyboard = BeginUpdate();
-  PassTimeUntilReached(keyboard, GetParam());
+  PassTimeUntilReached(keyboard, row());
   newcomer.AttachInDfuMode();
   ExpectUpdated(newcomer, {"START", "DISCONNECT", "COMPLETE"});
   EXPECT_EQ(newcomer.counts().sectorsErased, SectorsToErase);
@@ -59,9 +58,7 @@ TEST_P(KeyboardInFrontTest, IsNotWrittenToWithoutItsOwnErase) {
   ExpectUpdated(keyboard, {"START", "DISCONNECT", "COMPLETE", "COMPLETE"});
 }
 
-INSTANTIATE_TEST_SUITE_P(, KeyboardInFrontTest,
-                         testing::Values(Progress::Erasing, Progress::Erased, Progress::Downloading,
-                                         Progress::Downloaded),
-                         [](const auto& test) { return NameOf(test.param); });
+ROWS(KeyboardInFrontTest, IsNotWrittenToWithoutItsOwnErase, NameOf,
+     {Progress::Erasing, Progress::Erased, Progress::Downloading, Progress::Downloaded});
 
 }  // namespace

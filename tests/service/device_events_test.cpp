@@ -169,11 +169,10 @@ TEST_F(DeviceEventsTest, ADecisionWaitsForThePreparationUnderWay) {
 }
 
 // However many interfaces of the keyboard are announced, and however long it takes to leave.
-class OneUpdateTest : public DeviceEventsTest,
-                      public testing::WithParamInterface<std::tuple<u32, u32, u64>> {};
+class OneUpdateTest : public DeviceEventsTest, public OfTable<std::tuple<u32, u32, u64>> {};
 
-TEST_P(OneUpdateTest, IsBegunByOneKeyboard) {
-  const auto& [interfaces, departureMs, attachMs] = GetParam();
+TEST_OF_ROW(OneUpdateTest, IsBegunByOneKeyboard) {
+  const auto& [interfaces, departureMs, attachMs] = row();
   const simulator::Package package = InstallPackage();
   StartService();
   PassTime(attachMs);
@@ -188,14 +187,13 @@ TEST_P(OneUpdateTest, IsBegunByOneKeyboard) {
   EXPECT_EQ(keyboard.enterDfuReports(), 1u);
 }
 
-INSTANTIATE_TEST_SUITE_P(, OneUpdateTest,
-                         testing::Combine(testing::Values(1, 2, 3),
-                                          testing::Values(1, 2, 5, 12, 50, 200, 500),
-                                          testing::Values(0, 31'000)),
-                         [](const auto& test) {
-                           return std::to_string(std::get<0>(test.param)) + "InterfacesGoneAfter" +
-                                  std::to_string(std::get<1>(test.param)) + "Ms" +
-                                  (std::get<2>(test.param) == 0 ? "AtStartUp" : "OnArrival");
-                         });
+ROWS(
+    OneUpdateTest, IsBegunByOneKeyboard,
+    [](const auto& row) {
+      return std::to_string(std::get<0>(row)) + "InterfacesGoneAfter" +
+             std::to_string(std::get<1>(row)) + "Ms" +
+             (std::get<2>(row) == 0 ? "AtStartUp" : "OnArrival");
+    },
+    Combine<u32, u32, u64>({1, 2, 3}, {1, 2, 5, 12, 50, 200, 500}, {0, 31'000}));
 
 }  // namespace

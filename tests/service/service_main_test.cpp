@@ -113,46 +113,48 @@ struct StopRow {
   u64 searches;
   u64 registrations;
   States reports;
-
-  friend void PrintTo(const StopRow& row, std::ostream* out) { *out << row.stopMs; }
 };
 
-class StopTest : public ServiceMainTest, public testing::WithParamInterface<StopRow> {};
+std::string NameOfStop(const StopRow& row) {
+  return "After" + std::to_string(row.stopMs) + "Ms";
+}
 
-TEST_P(StopTest, EndsTheEntryAfterTheStepUnderWay) {
-  const StopRow& row = GetParam();
+class StopTest : public ServiceMainTest, public OfTable<StopRow> {};
+
+TEST_OF_ROW(StopTest, EndsTheEntryAfterTheStepUnderWay) {
+  const StopRow& stop = row();
   InstallHollowPackage();
   PlugIn();
   const Thread entry = StartEntry();
-  PassTime(row.stopMs);
+  PassTime(stop.stopMs);
   Handle(SERVICE_CONTROL_STOP);
   Handle(SERVICE_CONTROL_CONTINUE);  // Hides the stop from whoever looks at the state alone.
   WaitFor(entry);
 
-  EXPECT_EQ(nowMs() / 100 * 100, row.endMs);
-  EXPECT_EQ(TimesCalled(Call::CreateThread), row.tickThreads);
-  EXPECT_EQ(TimesCalled(Call::FindFirstFileA), row.searches);
-  EXPECT_EQ(TimesCalled(Call::CM_Register_Notification), row.registrations);
-  EXPECT_EQ(Reported(), row.reports);
+  EXPECT_EQ(nowMs() / 100 * 100, stop.endMs);
+  EXPECT_EQ(TimesCalled(Call::CreateThread), stop.tickThreads);
+  EXPECT_EQ(TimesCalled(Call::FindFirstFileA), stop.searches);
+  EXPECT_EQ(TimesCalled(Call::CM_Register_Notification), stop.registrations);
+  EXPECT_EQ(Reported(), stop.reports);
 }
 
-INSTANTIATE_TEST_SUITE_P(At, StopTest,
-                         testing::Values(StopRow{4'000, 10'000, 0, 0, 0, {2, 3, 1, 5, 4}},
-                                         StopRow{12'000, 15'000, 1, 0, 0, {2, 3, 1, 5, 4}},
-                                         StopRow{17'000, 20'000, 1, 2, 0, {2, 3, 1, 5, 4}},
-                                         StopRow{25'000, 35'000, 1, 3, 0, {2, 3, 1, 5, 4}},
-                                         StopRow{40'400, 41'000, 1, 3, 2, {2, 4, 3, 1, 5, 4}}));
+ROWS(StopTest, EndsTheEntryAfterTheStepUnderWay, NameOfStop,
+     {StopRow{4'000, 10'000, 0, 0, 0, {2, 3, 1, 5, 4}},
+      StopRow{12'000, 15'000, 1, 0, 0, {2, 3, 1, 5, 4}},
+      StopRow{17'000, 20'000, 1, 2, 0, {2, 3, 1, 5, 4}},
+      StopRow{25'000, 35'000, 1, 3, 0, {2, 3, 1, 5, 4}},
+      StopRow{40'400, 41'000, 1, 3, 2, {2, 4, 3, 1, 5, 4}}});
 
-class StopAtRegistrationTest : public ServiceMainTest, public testing::WithParamInterface<u64> {};
+class StopAtRegistrationTest : public ServiceMainTest, public OfTable<u64> {};
 
-TEST_P(StopAtRegistrationTest, IsTheLastWord) {
-  AtCall(Call::CM_Register_Notification, GetParam(), [] { Handle(SERVICE_CONTROL_STOP); });
+TEST_OF_ROW(StopAtRegistrationTest, IsTheLastWord) {
+  AtCall(Call::CM_Register_Notification, row(), [] { Handle(SERVICE_CONTROL_STOP); });
   WaitFor(StartEntry());
   EXPECT_EQ(Reported(), (States{2, 3, 1}));
-  EXPECT_EQ(TimesCalled(Call::CM_Register_Notification), GetParam());
+  EXPECT_EQ(TimesCalled(Call::CM_Register_Notification), row());
 }
 
-INSTANTIATE_TEST_SUITE_P(Number, StopAtRegistrationTest, testing::Values(1, 2));
+ROWS(StopAtRegistrationTest, IsTheLastWord, NumberOfRow, {1, 2});
 
 // The control manager takes what is reported last for the state.
 TEST_F(ServiceMainTest, AStopWaitsForTheReportUnderWay) {

@@ -9,17 +9,6 @@
 #include "platform/machine/device_backend.h"
 #include "simulator/virtual_keyboard.h"
 
-// A case of a table that has a name: a test's parameter prints by it, and is called after it.
-struct NamedCase {
-  const char* name;
-
-  friend std::ostream& operator<<(std::ostream& out, const NamedCase& each) {
-    return out << each.name;
-  }
-};
-
-inline constexpr auto NameOfCase = [](const auto& test) { return std::string(test.param.name); };
-
 namespace platform {
 
 inline void PrintTo(Call call, std::ostream* out) {

@@ -9,6 +9,7 @@
 #include "dfufile/image_registry.h"
 #include "simulator/dfu_descriptors.h"
 #include "simulator/product_memory.h"
+#include "tests/support/table.h"
 #include "tests/support/tablet_test.h"
 
 using Texts = std::vector<std::string>;

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/table.h"
 #include "tests/support/tablet_test.h"
 
 using platform::Call;
