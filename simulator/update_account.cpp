@@ -132,9 +132,12 @@ AccountFigures UpdateAccount::Close(u64 fromMs, u64 toMs) const {
   };
   std::vector<Border> borders = {{toMs, Wire, 0}};
   const auto add = [&](const Stretch& stretch) {
-    const u64 begin = std::clamp(stretch.fromMs, fromMs, toMs);
-    borders.push_back({begin, stretch.kind, 1});
-    borders.push_back({std::max(begin, std::min(stretch.toMs, toMs)), stretch.kind, -1});
+    const u64 begin = std::max(stretch.fromMs, fromMs);
+    const u64 end = std::min(stretch.toMs, toMs);
+    if (begin < end) {
+      borders.push_back({begin, stretch.kind, 1});
+      borders.push_back({end, stretch.kind, -1});
+    }
   };
   std::for_each(stretches_.begin(), stretches_.end(), add);
   for (const u64 endedMs : operationEnds_) {
