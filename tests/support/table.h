@@ -74,7 +74,9 @@ std::vector<std::tuple<First, Rest...>> Combine(const std::vector<First>& firsts
 template <class Suite, class Test, class NameOf>
 bool RegisterRows(const char* suite, const char* test, const char* file, int line, NameOf nameOf,
                   const std::vector<typename Suite::Row>& rows) {
-  for (const auto& row : *new std::vector<typename Suite::Row>(rows)) {
+  static const auto& kept =
+      *new std::vector<typename Suite::Row>(rows);  // where leak checks see it
+  for (const auto& row : kept) {
     const std::string name = std::string(test) + "/" + nameOf(row);
     testing::RegisterTest(suite, name.c_str(), nullptr, nullptr, file, line, [&row]() -> Suite* {
       Suite::SetRow(row);
