@@ -1,7 +1,8 @@
-# compile_by_folder(TARGET [APART FILE...] [JOINED FOLDER...]): the target's files are compiled one folder at a time,
-# which takes half the time of one file at a time. Those apart are compiled together as well, but apart
-# from the rest: a header of the machine or of the keyboard that only one of the two reads has only
-# that one compiled again. The small folders joined are compiled as one. Switch it off while working on few files.
+# compile_by_folder(TARGET [APART FILE...] [JOINED FOLDER...]): the target's files are compiled one
+# folder at a time, which takes half the time of one file at a time. Those apart are compiled together
+# as well, but apart from the rest: a header of the machine or of the keyboard that only one of the two
+# reads has only that one compiled again. Small folders that are joined are compiled as one. Switch it
+# off while working on few files.
 option(VANTREL_COMPILE_BY_FOLDER "Compile the files of a folder together" ON)
 
 function(compile_by_folder target)

@@ -12,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <numeric>
 #include <string>
 #include <tuple>
@@ -70,12 +72,16 @@ std::vector<std::tuple<First, Rest...>> Combine(const std::vector<First>& firsts
   return rows;
 }
 
-// Keeps the rows for as long as the process lives.
+// Keeps the rows for as long as the process lives, where leak checks see them. A table without rows
+// ends the program.
 template <class Suite, class Test, class NameOf>
 bool RegisterRows(const char* suite, const char* test, const char* file, int line, NameOf nameOf,
                   const std::vector<typename Suite::Row>& rows) {
-  static const auto& kept =
-      *new std::vector<typename Suite::Row>(rows);  // where leak checks see it
+  static const auto& kept = *new std::vector<typename Suite::Row>(rows);
+  if (kept.empty()) {
+    std::fprintf(stderr, "%s:%d: a table without rows\n", file, line);
+    std::abort();
+  }
   for (const auto& row : kept) {
     const std::string name = std::string(test) + "/" + nameOf(row);
     testing::RegisterTest(suite, name.c_str(), nullptr, nullptr, file, line, [&row]() -> Suite* {
@@ -86,13 +92,17 @@ bool RegisterRows(const char* suite, const char* test, const char* file, int lin
   return true;
 }
 
-#define TEST_OF_ROW(suite, test)        \
-  class suite##_##test : public suite { \
-    void TestBody() override;           \
-  };                                    \
+// Does not link without its ROWS.
+#define TEST_OF_ROW(suite, test)                                                           \
+  class suite##_##test : public suite {                                                    \
+   public:                                                                                 \
+    static const bool hasRows;                                                             \
+    void TestBody() override;                                                              \
+  };                                                                                       \
+  [[gnu::used]] static const bool* const suite##_##test##_rows = &suite##_##test::hasRows; \
   void suite##_##test::TestBody()
 
 // nameOf makes a row's name; behind it comes the list of the rows.
-#define ROWS(suite, test, nameOf, ...)                \
-  [[maybe_unused]] const bool suite##_##test##_rows = \
+#define ROWS(suite, test, nameOf, ...) \
+  const bool suite##_##test::hasRows = \
       RegisterRows<suite, suite##_##test>(#suite, #test, __FILE__, __LINE__, nameOf, __VA_ARGS__)
