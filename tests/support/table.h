@@ -5,7 +5,7 @@
 //
 //   class PullTest : public TabletTest, public OfTable<Pull> {};
 //   TEST_OF_ROW(PullTest, UpdateGoesOn) { ... row().forMs ... }
-//   ROWS(PullTest, UpdateGoesOn, NameOfRow, {{{"ForAMoment"}, 100}, {{"ForLong"}, 5000}});
+//   ROWS(PullTest, UpdateGoesOn, NameOfRow, {Pull{{"ForAMoment"}, 100}, Pull{{"ForLong"}, 5000}});
 //
 // The tests are then PullTest.UpdateGoesOn/ForAMoment and so on.
 #pragma once
